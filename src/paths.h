@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+// paths.h — every absolute path that the daemon uses.
+#pragma once
+
+namespace paths
+{
+
+constexpr char kSerialDevice[] = "/dev/ttyO0";
+
+constexpr char kPlexaData[] = "/home/root/plexa_data";
+constexpr char kServerConfig[] = "/home/root/plexa_data/server_config";
+constexpr char kServerConfigTemporary[] = "/home/root/plexa_data/server_config_tmp";
+constexpr char kRemoteServer[] = "/home/root/plexa_data/remote_server";
+constexpr char kRebootPloy[] = "/home/root/plexa_data/reboot_ploy";
+constexpr char kPlexaVersion[] = "/home/root/plexa/version";
+
+constexpr char kUsbDisk[] = "/home/root/usb_dev";
+constexpr char kUsbProgram[] = "/home/root/usb_dev/tarvo";
+constexpr char kInternalProgram[] = "/home/root/plexa_data/factory";
+
+constexpr char kBootSetting[] = "/boot/setting.ss";
+constexpr char kFpgaImage[] = "/boot/fpga.img";
+constexpr char kBootScreen[] = "/boot/disp.bin";
+
+constexpr char kDeviceId[] = "/usr/share/id/config";
+constexpr char kDeviceName[] = "/usr/share/id/name";
+
+constexpr char kInterfaces[] = "/etc/network/interfaces";
+
+} // namespace paths

@@ -1,0 +1,4 @@
+// SPDX-License-Identifier: MIT
+#include "reboot_ploy.h"
+
+void ReloadRebootPloy() {}

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+#include "shell.h"
+
+#include "diag.h"
+#include "sockets.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr char kUnit[] = "src/shell.cpp";
+
+// Attributes and file actions of one child, released with the object.
+class SpawnSetup
+{
+public:
+    SpawnSetup()
+    {
+        posix_spawnattr_init(&attributes_);
+        posix_spawn_file_actions_init(&actions_);
+        sigset_t none;
+        sigemptyset(&none);
+        sigset_t all;
+        sigfillset(&all);
+        posix_spawnattr_setsigmask(&attributes_, &none);
+        posix_spawnattr_setsigdefault(&attributes_, &all);
+        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    }
+    ~SpawnSetup()
+    {
+        posix_spawn_file_actions_destroy(&actions_);
+        posix_spawnattr_destroy(&attributes_);
+    }
+    SpawnSetup(const SpawnSetup &) = delete;
+    SpawnSetup &operator=(const SpawnSetup &) = delete;
+
+    void SetStandardOutput(int fd) { posix_spawn_file_actions_adddup2(&actions_, fd, STDOUT_FILENO); }
+
+    std::optional<pid_t> Start(const std::string &command)
+    {
+        std::string shell = "sh";
+        std::string option = "-c";
+        std::string text = command;
+        char *const arguments[] = {shell.data(), option.data(), text.data(), nullptr};
+        pid_t child = -1;
+        const int error = posix_spawn(&child, "/bin/sh", &actions_, &attributes_, arguments, environ);
+        if (error == 0)
+            return child;
+        errno = error;
+        DiagErrno(kUnit, "RunShell", __LINE__, "can't start a shell for \"%s\": ", command.c_str());
+        return std::nullopt;
+    }
+
+private:
+    posix_spawnattr_t attributes_;
+    posix_spawn_file_actions_t actions_;
+};
+
+int WaitFor(pid_t child)
+{
+    int status = -1;
+    while (waitpid(child, &status, 0) == -1) {
+        if (errno != EINTR)
+            return -1;
+    }
+    return status;
+}
+
+bool IsPlain(const std::string &name)
+{
+    constexpr char kPlain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._/-+,:=@%";
+    return !name.empty() && name.front() != '-' && name.find_first_not_of(kPlain) == std::string::npos;
+}
+
+} // namespace
+
+int RunShell(const std::string &command)
+{
+    SpawnSetup setup;
+    const std::optional<pid_t> child = setup.Start(command);
+    return child ? WaitFor(*child) : -1;
+}
+
+std::string ReadShell(const std::string &command, std::size_t limit)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) == -1) {
+        DiagErrno(kUnit, "ReadShell", __LINE__, "can't make a pipe for \"%s\": ", command.c_str());
+        return {};
+    }
+    const UniqueFd reading(ends[0]);
+    UniqueFd writing(ends[1]);
+    SpawnSetup setup;
+    setup.SetStandardOutput(writing.Get());
+    const std::optional<pid_t> child = setup.Start(command);
+    writing.Reset();
+    if (!child)
+        return {};
+    std::string output;
+    char block[1024];
+    for (;;) {
+        const ssize_t count = read(reading.Get(), block, sizeof block);
+        if (count == -1 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            break;
+        output.append(block, std::min(static_cast<std::size_t>(count), limit - output.size()));
+    }
+    WaitFor(*child);
+    return output;
+}
+
+std::string ShellName(const std::string &name)
+{
+    if (IsPlain(name))
+        return name;
+    std::string quoted = "'";
+    for (const char character : name) {
+        if (character == '\'')
+            quoted += "'\\''";
+        else
+            quoted += character;
+    }
+    return quoted + "'";
+}

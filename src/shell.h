@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+// shell.h — the daemon's one door to the shell. Any thread.
+//
+// Children get an empty signal mask, default signal actions and no descriptor but the standard ones.
+#pragma once
+
+#include <string>
+
+// Runs `command` with "/bin/sh -c" and waits for it. The wait status as waitpid gives it, -1 when no shell
+// could be started (logged). Blocks the calling thread for as long as the command runs.
+int RunShell(const std::string &command);
+
+// Runs `command` and returns what it wrote to standard output, at most `limit` bytes; the rest is read and
+// dropped. Empty when no shell could be started (logged).
+std::string ReadShell(const std::string &command, std::size_t limit);
+
+// A name as it may stand in a command: plain names (letters, digits and "._/-+,:=@%" not led by a dash)
+// unchanged, any other in single quotes.
+std::string ShellName(const std::string &name);

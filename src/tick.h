@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+// tick.h — what runs about once a second: the tick source and the table of tick functions.
+#pragma once
+
+using TickFunction = void (*)();
+
+constexpr int kTickSlots = 5;
+
+// The table may be changed from any thread, also by a tick function. A function inserted twice runs twice a
+// tick.
+void InsertToTick(TickFunction fn);   // into the first empty slot; logged when none is empty; NULL is ignored
+void RemoveFromTick(TickFunction fn); // clears the first slot that holds it, if one does; NULL is ignored
+void CallTickFunctions();             // calls the slots 0 to 4 in order, outside the table's lock
+
+// Opens the tick source: the board's timer driver (netlink protocol 28), or where the kernel has none a timer
+// of one second; one log line says which. The descriptor (non-blocking, close-on-exec), or -1 (logged).
+int InitTick();
+
+// Reads the source when it is readable. 1 a second has passed, 0 not yet, -1 nothing could be received.
+int ReadTick(int fd);
