@@ -1,0 +1,58 @@
+# SPDX-License-Identifier: MIT
+# The target header_checks compiles every header on its own, with the include roots of the target that
+# it belongs to, so that no header leans on what another file happened to include before it.
+# Include this last.
+
+add_custom_target(header_checks)
+
+# The first library or program of a folder names the include roots of all its headers.
+function(ledboard_owner_of folder result)
+  get_property(targets DIRECTORY ${folder} PROPERTY BUILDSYSTEM_TARGETS)
+  foreach(target IN LISTS targets)
+    get_target_property(type ${target} TYPE)
+    if(type MATCHES "LIBRARY")
+      set(${result} ${target} PARENT_SCOPE)
+      return()
+    elseif(type STREQUAL "EXECUTABLE")
+      set(${result} ${target} PARENT_SCOPE)
+    endif()
+  endforeach()
+endfunction()
+
+function(ledboard_check_headers folder)
+  file(GLOB headers CONFIGURE_DEPENDS ${folder}/*.h)
+  set(owner "")
+  ledboard_owner_of(${folder} owner)
+  if(NOT headers OR NOT owner)
+    return()
+  endif()
+  file(RELATIVE_PATH name ${PROJECT_SOURCE_DIR} ${folder})
+  set(sources "")
+  foreach(header IN LISTS headers)
+    get_filename_component(header ${header} NAME)
+    set(source ${PROJECT_BINARY_DIR}/header_checks/${name}/${header}.cpp)
+    file(CONFIGURE OUTPUT ${source} CONTENT "#include \"${header}\"\n")
+    list(APPEND sources ${source})
+  endforeach()
+
+  string(MAKE_C_IDENTIFIER header_checks_${name} check)
+  add_library(${check} OBJECT EXCLUDE_FROM_ALL ${sources})
+  target_include_directories(${check} PRIVATE ${folder})
+  get_target_property(libraries ${owner} LINK_LIBRARIES)
+  get_target_property(type ${owner} TYPE)
+  if(type STREQUAL "INTERFACE_LIBRARY")
+    set(libraries ${owner})
+  endif()
+  if(libraries)
+    target_link_libraries(${check} PRIVATE ${libraries})
+  endif()
+  add_dependencies(header_checks ${check})
+endfunction()
+
+get_property(ledboard_folders DIRECTORY PROPERTY SUBDIRECTORIES)
+foreach(folder IN LISTS ledboard_folders)
+  get_property(inner DIRECTORY ${folder} PROPERTY SUBDIRECTORIES)
+  foreach(one IN LISTS folder inner)
+    ledboard_check_headers(${one})
+  endforeach()
+endforeach()
