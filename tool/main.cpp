@@ -1,0 +1,7 @@
+// SPDX-License-Identifier: MIT
+#include "tool.h"
+
+int main(int argc, char **argv)
+{
+    return ledboard::RunTool(argc, argv);
+}

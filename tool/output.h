@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+// output.h — where the tool's words go. Data goes to standard output and nothing else does; notes, questions,
+// progress and errors go to standard error. With --json an error is data too: an object in the place of the
+// result. Any thread may call any of this.
+#pragma once
+
+#include "tool_error.h"
+
+#include <nlohmann/json.hpp>
+
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace ledboard
+{
+
+class Output
+{
+public:
+    // Looks at the terminal and at NO_COLOR once, here.
+    Output(bool json, bool quiet);
+
+    bool Json() const { return json_; }
+    bool Quiet() const { return quiet_; }
+    bool ErrorIsTerminal() const { return errorIsTerminal_; }
+
+    void Print(std::string_view text);              // data as it is
+    void PrintJson(const nlohmann::json &document); // data, on one line
+    void Note(std::string_view line);               // not with --quiet, not with --json
+    void Warn(std::string_view line);               // always
+    void Error(const ToolError &error);
+    void Draw(std::string_view text); // to standard error as it is, for a progress bar
+
+    // A heading, bold where data goes to a terminal that may be coloured.
+    std::string Heading(std::string_view text) const;
+
+    // Writes out what is still buffered; throws when standard output did not take all of it.
+    void Finish();
+
+private:
+    void ErrorLine(std::string_view text);
+
+    std::mutex mutex_;
+    bool json_;
+    bool quiet_;
+    bool colour_;
+    bool errorIsTerminal_;
+    int writeError_ = 0;
+};
+
+// Columns as wide as their widest cell; cells are valid UTF-8 without control characters.
+class Table
+{
+public:
+    explicit Table(std::vector<std::string> headings) : headings_(std::move(headings)) {}
+    void Add(std::vector<std::string> row) { rows_.push_back(std::move(row)); } // one cell per heading
+    std::string Render(const Output &output) const;
+
+private:
+    std::vector<std::string> headings_;
+    std::vector<std::vector<std::string>> rows_;
+};
+
+// "name      value" lines, the values in one column.
+std::string RenderFields(const std::vector<std::pair<std::string, std::string>> &fields);
+
+} // namespace ledboard

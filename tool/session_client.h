@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+// session_client.h — one TCP session with a board: connects, logs in to a service, sends and receives bytes.
+#pragma once
+
+#include "board.h"
+#include "interrupt.h"
+#include "unique_fd.h"
+
+#include "session_records.h"
+
+#include <chrono>
+#include <string>
+
+namespace ledboard
+{
+
+// The port of the board's sessions: the custom port for a board that was asked on it.
+Endpoint SessionEndpoint(const Board &board);
+
+// One thread at a time. Every call throws ToolError: kTimeout when the board does nothing for `patience`,
+// kFailed when the connection breaks, kInterrupted.
+class SessionClient
+{
+public:
+    // Connects only. `interfaceName` empty: whichever the routing table says.
+    SessionClient(const Endpoint &board, const std::string &interfaceName,
+                  std::chrono::milliseconds patience);
+
+    // kRefused when the board has too many sessions or is in the middle of an upgrade.
+    void LogIn(wire::SessionType service);
+
+    void Send(wire::Bytes bytes);
+    void ReceiveExactly(wire::MutableBytes bytes); // fills all of it
+
+    in_addr LocalAddress() const;
+    const Endpoint &Peer() const { return peer_; }
+
+private:
+    void Connect();
+
+    Endpoint peer_;
+    std::chrono::milliseconds patience_;
+    UniqueFd fd_;
+};
+
+} // namespace ledboard

@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+#include "tool.h"
+
+#include "discover_verb.h"
+#include "info_verb.h"
+#include "interrupt.h"
+
+#include <cmath>
+#include <iostream>
+#include <string_view>
+
+namespace ledboard
+{
+
+namespace
+{
+
+constexpr Verb kVerbs[] = {
+    {"discover", "list the boards on the network", DefineDiscover},
+    {"info", "show everything a board tells about itself", DefineInfo},
+};
+
+constexpr const char *kExitStatuses =
+    "Exit status: 0 done, 1 failed, 2 wrong usage, 3 no such board, 4 time-out, 5 refused by the board,\n"
+    "6 verification failed, 7 done on some of the boards only, 130 interrupted.\n"
+    "\"ledboard VERB --help\" explains a verb.";
+
+std::string CheckTimeout(const std::string &text)
+{
+    double seconds = 0;
+    const bool isNumber = CLI::detail::lexical_cast(text, seconds);
+    return isNumber && seconds >= 0.1 && seconds <= 3600 ? "" : "must be from 0.1 to 3600 seconds";
+}
+
+void AddCommonOptions(CLI::App &command, ToolOptions &options)
+{
+    constexpr const char *kGroup = "Common options";
+    command.add_flag("--json", options.json, "print one JSON document; errors too; never ask")->group(kGroup);
+    command.add_flag("-q,--quiet", options.quiet, "no notes and no progress")->group(kGroup);
+    command.add_flag("-n,--dry-run", options.dryRun, "say what would be done, change nothing on a board")
+        ->group(kGroup);
+    command.add_flag("-y,--yes", options.yes, "do not ask before something is destroyed")->group(kGroup);
+    command.add_option("-j,--jobs", options.jobs, "boards at the same time (4)")
+        ->check(CLI::Range(1U, 256U))
+        ->type_name("N")
+        ->group(kGroup);
+    command.add_option("-t,--timeout", options.timeout, "how long to wait for answers (2)")
+        ->check(CheckTimeout)
+        ->type_name("SECONDS")
+        ->group(kGroup);
+    command.add_option("-i,--interface", options.interface, "use this network interface only (all)")
+        ->type_name("NAME")
+        ->group(kGroup);
+}
+
+// The verb that the command line names; nothing when it is complete without one (--help, --version).
+VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const char *const *argv)
+{
+    std::vector<std::pair<CLI::App *, VerbAction>> actions;
+    app.set_version_flag("--version", "ledboard " LEDBOARD_VERSION);
+    app.footer(kExitStatuses);
+    app.require_subcommand(1);
+    app.fallthrough();
+    AddCommonOptions(app, options);
+    for (const Verb &verb : kVerbs) {
+        CLI::App *command = app.add_subcommand(verb.name, verb.summary);
+        AddCommonOptions(*command, options);
+        actions.emplace_back(command, verb.define(*command));
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &request) {
+        app.exit(request);
+        std::cout.flush();
+        return nullptr;
+    } catch (const CLI::ParseError &error) {
+        throw ToolError(ExitStatus::kUsage, error.what());
+    }
+    for (auto &[command, action] : actions)
+        if (command->parsed())
+            return action;
+    throw ToolError(ExitStatus::kUsage, "a verb is missing");
+}
+
+// --json counts also on a command line that cannot be read otherwise.
+bool AsksForJson(int argc, const char *const *argv)
+{
+    for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i)
+        if (std::string_view(argv[i]) == "--json")
+            return true;
+    return false;
+}
+
+ExitStatus Report(Output &output, const ToolError &error)
+{
+    output.Error(error);
+    return error.Status();
+}
+
+ExitStatus RunVerb(Output &output, const VerbAction &action, const ToolOptions &options)
+{
+    try {
+        ToolContext context = {options, output};
+        const ExitStatus status = action(context);
+        output.Finish();
+        return status;
+    } catch (const ToolError &error) {
+        return Report(output, error);
+    } catch (const std::exception &error) {
+        return Report(output, {ExitStatus::kFailed, error.what()});
+    }
+}
+
+} // namespace
+
+int RunTool(int argc, const char *const *argv)
+{
+    ToolOptions options;
+    VerbAction action;
+    try {
+        WatchInterrupt();
+        CLI::App app("Finds LED display controller boards on the network and looks after them.", "ledboard");
+        action = ReadCommandLine(app, options, argc, argv);
+    } catch (const ToolError &error) {
+        Output output(AsksForJson(argc, argv), false);
+        Report(output, error);
+        output.Note("\"ledboard --help\" and \"ledboard VERB --help\" explain the usage");
+        return static_cast<int>(error.Status());
+    }
+    if (!action)
+        return static_cast<int>(std::cout.good() ? ExitStatus::kDone : ExitStatus::kFailed);
+    Output output(options.json, options.quiet);
+    return static_cast<int>(RunVerb(output, action, options));
+}
+
+} // namespace ledboard

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+// tool_error.h — how the tool ends: one exit status per kind of end, and the exception that carries it.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <stdexcept>
+#include <string>
+
+namespace ledboard
+{
+
+enum class ExitStatus : int {
+    kDone = 0,
+    kFailed = 1,
+    kUsage = 2,
+    kNoSuchBoard = 3,
+    kTimeout = 4,
+    kRefused = 5, // by the board
+    kVerification = 6,
+    kPartly = 7, // done on some of the boards only
+    kInterrupted = 130,
+};
+
+// The word that stands for the status in JSON, such as "no-such-board".
+const char *StatusWord(ExitStatus status);
+
+// Ends a verb, or one board's share of it. The text is a sentence without capital and full stop.
+class ToolError : public std::runtime_error
+{
+public:
+    ToolError(ExitStatus status, const std::string &message) : std::runtime_error(message), status_(status) {}
+    ExitStatus Status() const { return status_; }
+
+private:
+    ExitStatus status_;
+};
+
+// kFailed with the text of `errorNumber` behind the message.
+ToolError SystemError(const std::string &message, int errorNumber);
+
+// {"status": 3, "kind": "no-such-board", "message": "..."}
+nlohmann::json ErrorJson(const ToolError &error);
+
+} // namespace ledboard
