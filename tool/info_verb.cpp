@@ -12,7 +12,8 @@ VerbAction DefineInfo(CLI::App &command)
 {
     const auto names = std::make_shared<std::vector<std::string>>();
     command.add_option("BOARD", *names, "address, identifier, name or MAC of a board; several are possible")
-        ->required();
+        ->required()
+        ->type_name("");
     command.footer(
         "An address is asked directly, so a board is also found behind a router if it listens on a\n"
         "custom port: ADDRESS:PORT. Everything else is looked for on the local network.\n"

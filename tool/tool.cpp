@@ -16,8 +16,8 @@ namespace
 {
 
 constexpr Verb kVerbs[] = {
-    {"discover", "list the boards on the network", DefineDiscover},
-    {"info", "show everything a board tells about itself", DefineInfo},
+    {"discover", "List the boards on the network.", DefineDiscover},
+    {"info", "Show everything that a board tells about itself.", DefineInfo},
 };
 
 constexpr const char *kExitStatuses =
@@ -32,6 +32,12 @@ std::string CheckTimeout(const std::string &text)
     return isNumber && seconds >= 0.1 && seconds <= 3600 ? "" : "must be from 0.1 to 3600 seconds";
 }
 
+std::string CheckJobs(const std::string &text)
+{
+    unsigned jobs = 0;
+    return CLI::detail::lexical_cast(text, jobs) && jobs >= 1 && jobs <= 256 ? "" : "must be from 1 to 256";
+}
+
 void AddCommonOptions(CLI::App &command, ToolOptions &options)
 {
     constexpr const char *kGroup = "Common options";
@@ -40,8 +46,8 @@ void AddCommonOptions(CLI::App &command, ToolOptions &options)
     command.add_flag("-n,--dry-run", options.dryRun, "say what would be done, change nothing on a board")
         ->group(kGroup);
     command.add_flag("-y,--yes", options.yes, "do not ask before something is destroyed")->group(kGroup);
-    command.add_option("-j,--jobs", options.jobs, "boards at the same time (4)")
-        ->check(CLI::Range(1U, 256U))
+    command.add_option("-j,--jobs", options.jobs, "boards at the same time, 1 to 256 (4)")
+        ->check(CheckJobs)
         ->type_name("N")
         ->group(kGroup);
     command.add_option("-t,--timeout", options.timeout, "how long to wait for answers (2)")
@@ -60,10 +66,11 @@ VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const 
     app.set_version_flag("--version", "ledboard " LEDBOARD_VERSION);
     app.footer(kExitStatuses);
     app.require_subcommand(1);
+    app.get_formatter()->label("SUBCOMMAND", "VERB");
     app.fallthrough();
     AddCommonOptions(app, options);
     for (const Verb &verb : kVerbs) {
-        CLI::App *command = app.add_subcommand(verb.name, verb.summary);
+        CLI::App *command = app.add_subcommand(verb.name, verb.summary)->group("Verbs");
         AddCommonOptions(*command, options);
         actions.emplace_back(command, verb.define(*command));
     }
@@ -74,12 +81,15 @@ VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const 
         std::cout.flush();
         return nullptr;
     } catch (const CLI::ParseError &error) {
+        if (app.get_subcommands().empty() &&
+            error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError))
+            throw ToolError(ExitStatus::kUsage, "a verb is missing");
         throw ToolError(ExitStatus::kUsage, error.what());
     }
     for (auto &[command, action] : actions)
         if (command->parsed())
             return action;
-    throw ToolError(ExitStatus::kUsage, "a verb is missing");
+    return nullptr;
 }
 
 // --json counts also on a command line that cannot be read otherwise.
