@@ -12,6 +12,7 @@
 #include "search_services.h"
 #include "server_witch_plexa.h"
 #include "services.h"
+#include "shell.h"
 #include "tcp_services.h"
 #include "tick.h"
 
@@ -315,6 +316,7 @@ void WorkLoop()
         return;
     }
     g_sessions = slots.get();
+    CheckShell();
     ReloadRebootPloy();
     g_deviceContext->LoadConfigFile(g_deviceContext, g_remoteServerFile);
     g_deviceContext->SetMonitor(g_deviceContext, &(*slots)[kSlotRemoteServer]);

@@ -25,6 +25,11 @@ constexpr char kBootScreen[] = "/boot/disp.bin";
 constexpr char kDeviceId[] = "/usr/share/id/config";
 constexpr char kDeviceName[] = "/usr/share/id/name";
 
+constexpr char kFirmware[] = "/tmp/QV_Firmware";
+constexpr char kTemporary[] = "/home/root/temp";
+constexpr char kInfo[] = "/usr/share/info";
+constexpr char kUpgradeState[] = "/usr/share/info/server_upgrade_state";
+
 constexpr char kInterfaces[] = "/etc/network/interfaces";
 
 } // namespace paths

@@ -2,8 +2,10 @@
 #include "shell.h"
 
 #include "diag.h"
+#include "files.h"
 #include "sockets.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -17,6 +19,7 @@ namespace
 {
 
 constexpr char kUnit[] = "src/shell.cpp";
+constexpr char kShell[] = "/bin/sh";
 
 // Attributes and file actions of one child, released with the object.
 class SpawnSetup
@@ -51,7 +54,7 @@ public:
         std::string text = command;
         char *const arguments[] = {shell.data(), option.data(), text.data(), nullptr};
         pid_t child = -1;
-        const int error = posix_spawn(&child, "/bin/sh", &actions_, &attributes_, arguments, environ);
+        const int error = posix_spawn(&child, kShell, &actions_, &attributes_, arguments, environ);
         if (error == 0)
             return child;
         errno = error;
@@ -72,6 +75,27 @@ int WaitFor(pid_t child)
             return -1;
     }
     return status;
+}
+
+// True when the file behind the name, a program or the script that stands in for one, names a shell that will
+// do.
+bool IsWantedShell(const std::string &path)
+{
+    constexpr std::size_t kLongestMark = 8;
+    const FilePointer file = OpenFile(path, "rb");
+    if (!file)
+        return false;
+    std::string window;
+    char block[4096];
+    while (const std::size_t count = std::fread(block, 1, sizeof block, file.get())) {
+        window.append(block, count);
+        for (const char *const mark : {"BusyBox", "busybox", "GNU bash"}) {
+            if (window.find(mark) != std::string::npos)
+                return true;
+        }
+        window.erase(0, window.size() - std::min(window.size(), kLongestMark));
+    }
+    return false;
 }
 
 bool IsPlain(const std::string &name)
@@ -130,4 +154,31 @@ std::string ShellName(const std::string &name)
             quoted += character;
     }
     return quoted + "'";
+}
+
+void ExecShell(const std::string &command)
+{
+    struct sigaction before[NSIG];
+    struct sigaction standard {
+    };
+    standard.sa_handler = SIG_DFL;
+    sigset_t none;
+    sigset_t mask;
+    sigemptyset(&none);
+    for (int number = 1; number < NSIG; ++number)
+        sigaction(number, &standard, &before[number]);
+    pthread_sigmask(SIG_SETMASK, &none, &mask);
+    execl(kShell, kShell, "-c", command.c_str(), nullptr);
+    const int error = errno;
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+    for (int number = 1; number < NSIG; ++number)
+        sigaction(number, &before[number], nullptr);
+    errno = error;
+}
+
+void CheckShell()
+{
+    if (!IsWantedShell(kShell))
+        Diag(kUnit, __func__, __LINE__,
+             "/bin/sh is neither BusyBox nor bash: firmware archives can't be unpacked with it.");
 }

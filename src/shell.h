@@ -17,3 +17,11 @@ std::string ReadShell(const std::string &command, std::size_t limit);
 // A name as it may stand in a command: plain names (letters, digits and "._/-+,:=@%" not led by a dash)
 // unchanged, any other in single quotes.
 std::string ShellName(const std::string &name);
+
+// Replaces the process by "/bin/sh -c command" with an empty signal mask and default signal actions. Comes
+// back only when that failed, with errno and with the signals as they were. Main thread.
+void ExecShell(const std::string &command);
+
+// Logs a line when "/bin/sh" is neither BusyBox nor bash: two of the daemon's commands use what only these
+// two know. Looks at the file, runs nothing.
+void CheckShell();
