@@ -21,7 +21,6 @@
 #include <memory>
 #include <sys/select.h>
 #include <unistd.h>
-#include <vector>
 
 ServerStatus g_serverStatus;
 MonitorSlots *g_sessions = nullptr;
@@ -40,14 +39,15 @@ struct WatchSet {
     MonitorSlots slots; // as they were when the round began
 };
 
-// The list's sessions in order. Only this thread links and unlinks sessions, so the pointers stay good.
-std::vector<SocketSession *> ListedSessions()
+// Visits the list's sessions in order; the one that is visited may be unlinked meanwhile. Only this thread
+// changes the list, so that it reads it without the lock.
+template <typename Visit> void ForEachSession(Visit visit)
 {
-    std::vector<SocketSession *> sessions;
-    const std::lock_guard lock(SessionListMutex());
-    for (llist *node = g_llist->next; node != nullptr; node = node->next)
-        sessions.push_back(static_cast<SocketSession *>(node->data));
-    return sessions;
+    for (llist *node = g_llist->next; node != nullptr;) {
+        SocketSession *const session = static_cast<SocketSession *>(node->data);
+        node = node->next;
+        visit(session);
+    }
 }
 
 void Unlink(SocketSession *session)
@@ -65,10 +65,10 @@ void CloseAndRemove(SocketSession *session)
 // The player keeps its session when the link fails and when the loop ends.
 void CloseAllButPlayer()
 {
-    for (SocketSession *const session : ListedSessions()) {
+    ForEachSession([](SocketSession *session) {
         if (session->subType != wire::kSessionPlayer)
             CloseAndRemove(session);
-    }
+    });
 }
 
 void Watch(WatchSet *watch, int fd)
@@ -97,8 +97,7 @@ void FillWatchSet(WatchSet *watch)
     FD_ZERO(&watch->readable);
     FD_ZERO(&watch->failed);
     watch->highest = -1;
-    for (const SocketSession *const session : ListedSessions())
-        Watch(watch, session->fd);
+    ForEachSession([watch](const SocketSession *session) { Watch(watch, session->fd); });
     watch->slots = CopySlots();
     for (const MonitorSession &slot : watch->slots) {
         if (slot.valid == 1)
@@ -108,30 +107,30 @@ void FillWatchSet(WatchSet *watch)
 
 void MarkFailedSessions(const WatchSet &watch)
 {
-    for (SocketSession *const session : ListedSessions()) {
+    ForEachSession([&watch](SocketSession *session) {
         if (IsSet(session->fd, watch.failed))
             session->connectFlag = 0;
-    }
+    });
 }
 
 void CloseMarkedSessions()
 {
-    for (SocketSession *const session : ListedSessions()) {
+    ForEachSession([](SocketSession *session) {
         if (session->connectFlag != 0)
-            continue;
+            return;
         CloseAndRemove(session);
         Diag(kUnit, "WorkLoop", __LINE__, "find one bad fd, remove from list and close!");
-    }
+    });
 }
 
 void ServeReadableSessions(const WatchSet &watch)
 {
-    for (SocketSession *const session : ListedSessions()) {
+    ForEachSession([&watch](SocketSession *session) {
         if (!IsSet(session->fd, watch.readable) || session->type != 1)
-            continue;
+            return;
         if (TcpServices(session, g_llist) == 0)
             Unlink(session);
-    }
+    });
 }
 
 void LinkIsDown()
@@ -343,10 +342,10 @@ void FreeAllSocketResource()
     }
     if (g_llist == nullptr)
         return;
-    for (SocketSession *const session : ListedSessions()) {
+    ForEachSession([](SocketSession *session) {
         const std::lock_guard lock(SessionListMutex());
         if (session->fd != -1)
             close(session->fd);
         session->fd = -1;
-    }
+    });
 }
