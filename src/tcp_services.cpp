@@ -31,7 +31,6 @@ constexpr char kUnit[] = "src/tcp_services.cpp";
 // Descriptors kept free for files, commands and the services, however many clients knock.
 constexpr int kReservedDescriptors = 64;
 constexpr int kMostListedForLogin = 2;
-constexpr std::uint32_t kFirstUnknownSubType = 5;
 
 // Given away for a moment when accept runs out of descriptors, so that the client can be turned away and the
 // listener does not stay readable for ever.
@@ -51,11 +50,11 @@ UniqueFd AcceptOne(int listenFd, sockaddr_in *peer)
     UniqueFd client(accept4(listenFd, reinterpret_cast<sockaddr *>(peer), &size, SOCK_CLOEXEC));
     if (client.Valid() || (errno != EMFILE && errno != ENFILE))
         return client;
-    DiagErrno(kUnit, "AcceptClient", __LINE__, "accept socket fail");
+    const int error = errno;
     s_spareFd.Reset();
     UniqueFd(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC)).Reset();
     s_spareFd.Reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
-    errno = EAGAIN;
+    errno = error;
     return client;
 }
 
@@ -227,23 +226,26 @@ bool DispatchAll(SocketSession *session)
     return true;
 }
 
-// Receives what there is room for. False when the peer is gone or the buffer is full.
-bool ReceiveInto(SocketSession *session)
+// Receives what there is room for. 1 bytes came, 0 nothing yet, -1 the peer is gone or the buffer is full.
+int ReceiveInto(SocketSession *session)
 {
     const std::size_t room = wire::kSessionBufferSize - static_cast<std::size_t>(session->remain);
+    if (room == 0)
+        return -1;
     const ssize_t count = recv(session->fd, session->buff + session->remain, room, MSG_DONTWAIT);
     if (count == -1 && (errno == EINTR || errno == EAGAIN))
-        return true;
+        return 0;
     if (count < 1)
-        return false;
+        return -1;
     session->remain += static_cast<std::int32_t>(count);
-    return true;
+    return 1;
 }
 
 bool Serve(SocketSession *session, const llist *list)
 {
-    if (!ReceiveInto(session))
-        return false;
+    const int received = ReceiveInto(session);
+    if (received != 1)
+        return received == 0;
     if (session->session != nullptr)
         return DispatchAll(session);
     return !CompletePacket(session) || ManagerConnecting(session, list);
