@@ -7,11 +7,13 @@
 #include "sockets.h"
 #include "usb_monitor.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ifaddrs.h>
+#include <limits>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
@@ -36,7 +38,8 @@ ifreq RequestFor(const char *ifname)
 
 std::int32_t RoomInKiB(long long bytes)
 {
-    return bytes > kSmallestRoom ? static_cast<std::int32_t>(bytes / 1024) : 0;
+    constexpr long long kMost = std::numeric_limits<std::int32_t>::max(); // a disk of 2 TiB and more
+    return bytes > kSmallestRoom ? static_cast<std::int32_t>(std::min(bytes / 1024, kMost)) : 0;
 }
 
 } // namespace

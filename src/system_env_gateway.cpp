@@ -146,6 +146,8 @@ int GetDefaultGateway(const char *ifname, char *text)
     for (wire::Bytes left(*dump); left.size() >= sizeof(nlmsghdr);) {
         nlmsghdr header;
         std::memcpy(&header, left.data(), sizeof header);
+        if (header.nlmsg_len < sizeof header || header.nlmsg_len > left.size())
+            break; // behind the last message the dump was not looked at
         const wire::Bytes message = left.first(header.nlmsg_len);
         left = left.subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), left.size()));
         if (header.nlmsg_type != RTM_NEWROUTE)
