@@ -226,14 +226,18 @@ void WriteCustomPortToFile(int port)
         const FilePointer to = from ? OpenFile(paths::kServerConfigTemporary, "w") : nullptr;
         if (!to)
             return;
-        char line[256];
+        char part[256];
         bool atLineStart = true;
-        while (std::fgets(line, sizeof line, from.get()) != nullptr) {
-            if (atLineStart && std::strncmp(line, kKey, sizeof kKey - 1) == 0)
-                std::fprintf(to.get(), "port=%d\n", port);
-            else
-                std::fputs(line, to.get());
-            atLineStart = std::strchr(line, '\n') != nullptr;
+        bool isPortLine = false;
+        while (std::fgets(part, sizeof part, from.get()) != nullptr) {
+            if (atLineStart) {
+                isPortLine = std::strncmp(part, kKey, sizeof kKey - 1) == 0;
+                if (isPortLine)
+                    std::fprintf(to.get(), "port=%d\n", port);
+            }
+            if (!isPortLine)
+                std::fputs(part, to.get());
+            atLineStart = std::strchr(part, '\n') != nullptr;
         }
         std::fflush(to.get());
         fsync(fileno(to.get()));
