@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: MIT
+#include "fpga_line.h"
+
+#include "fpga_frame.h"
+
+#include <array>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fmt/core.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+
+namespace board
+{
+
+std::string FrameDecoder::Explain(std::uint8_t command, std::uint32_t value)
+{
+    const bool afterOpening = transferOpen_;
+    transferOpen_ = command == 1 && value == 0 && !inBlock_;
+    if (inBlock_ && command == 2 && value == 1) {
+        inBlock_ = false;
+        return "parameter block ends";
+    }
+    if (!inBlock_ && command == 1 && value == 0)
+        return "settings transfer opens (or smart setting closes)";
+    if (!inBlock_ && command == 2 && value <= 1) {
+        inBlock_ = afterOpening && value == 0;
+        if (inBlock_)
+            return "parameter block begins";
+        return value == 1 ? "screen on" : "screen off";
+    }
+    switch (command) {
+    case 3:
+        return fmt::format("screen size {} x {}", value & 0xFFFF, value >> 16);
+    case 9:
+        return fmt::format("luminance {}", value);
+    case 28:
+    case 29:
+    case 30:
+        return fmt::format("brightness {} of 255", value);
+    case 254:
+        return inBlock_ ? fmt::format("maximum luminance {}", value) : fmt::format("brightness {} %", value);
+    default:
+        return fmt::format("parameter {} = {}", command, value);
+    }
+}
+
+void FrameDecoder::Feed(const char *bytes, std::size_t size)
+{
+    pending_.append(bytes, size);
+    std::size_t at = 0;
+    while (const auto frame =
+               wire::Read<wire::FpgaFrame>(wire::BytesAt(pending_.data(), pending_.size()), at)) {
+        if (frame->head != wire::kFpgaMark || frame->tail != wire::kFpgaMark) {
+            ++strayBytes_;
+            ++at;
+            continue;
+        }
+        frames_.push_back({frame->command, frame->value, Explain(frame->command, frame->value),
+                           std::chrono::steady_clock::now()});
+        at += sizeof(wire::FpgaFrame);
+    }
+    pending_.erase(0, at);
+}
+
+void FrameDecoder::Forget()
+{
+    frames_.clear();
+    strayBytes_ = 0;
+}
+
+FpgaLine::FpgaLine(Watcher &watcher, const std::string &folder) : watcher_(watcher), folder_(folder)
+{
+    std::filesystem::create_directories(folder);
+    Checked(mount("devpts", folder.c_str(), "devpts", MS_NOSUID | MS_NOEXEC,
+                  "newinstance,ptmxmode=0666,mode=666"),
+            "mount devpts");
+    master_ = Descriptor(
+        Checked(open((folder + "/ptmx").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK), "open ptmx"));
+    int unlock = 0;
+    Checked(ioctl(master_.Get(), TIOCSPTLCK, &unlock), "unlock the line");
+    unsigned number = 0;
+    Checked(ioctl(master_.Get(), TIOCGPTN, &number), "number of the line");
+    slavePath_ = fmt::format("{}/{}", folder, number);
+    slave_ = Descriptor(Checked(open(slavePath_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), "open the line"));
+    watcher_.Add(master_.Get(), [this] { Receive(); });
+}
+
+FpgaLine::~FpgaLine()
+{
+    watcher_.Remove(master_.Get());
+    slave_.Reset();
+    master_.Reset();
+    umount2(folder_.c_str(), MNT_DETACH);
+    rmdir(folder_.c_str());
+}
+
+void FpgaLine::Receive()
+{
+    std::array<char, 4096> bytes;
+    const ssize_t got = read(master_.Get(), bytes.data(), bytes.size());
+    if (got <= 0)
+        return;
+    const std::lock_guard guard(watcher_.Lock());
+    bytes_.append(bytes.data(), static_cast<std::size_t>(got));
+    decoder_.Feed(bytes.data(), static_cast<std::size_t>(got));
+}
+
+std::vector<Frame> FpgaLine::Frames() const
+{
+    const std::lock_guard guard(watcher_.Lock());
+    return decoder_.Frames();
+}
+
+std::string FpgaLine::Bytes() const
+{
+    const std::lock_guard guard(watcher_.Lock());
+    return bytes_;
+}
+
+std::size_t FpgaLine::StrayBytes() const
+{
+    const std::lock_guard guard(watcher_.Lock());
+    return decoder_.StrayBytes();
+}
+
+termios FpgaLine::Attributes() const
+{
+    termios attributes{};
+    Checked(tcgetattr(slave_.Get(), &attributes), "settings of the line");
+    return attributes;
+}
+
+void FpgaLine::Send(const std::string &bytes)
+{
+    Checked(static_cast<int>(write(master_.Get(), bytes.data(), bytes.size())), "send to the daemon");
+}
+
+void FpgaLine::Forget()
+{
+    const std::lock_guard guard(watcher_.Lock());
+    decoder_.Forget();
+    bytes_.clear();
+}
+
+} // namespace board

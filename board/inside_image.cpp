@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#include "inside_image.h"
+
+asm(".section .rodata\n"
+    "board_inside_image_begin:\n"
+    ".incbin \"" INSIDE_IMAGE "\"\n"
+    "board_inside_image_end:\n"
+    ".previous\n");
+
+extern "C" const char board_inside_image_begin[];
+extern "C" const char board_inside_image_end[];
+
+namespace board
+{
+
+std::string_view InsideImage()
+{
+    return {board_inside_image_begin,
+            static_cast<std::size_t>(board_inside_image_end - board_inside_image_begin)};
+}
+
+} // namespace board

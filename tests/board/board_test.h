@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+// board_test.h — what every test on a virtual board begins with.
+#pragma once
+
+#include "virtual_board.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+// Fixture with one board. Change `options`, then Boot(). When a test fails, the daemon's log is shown; a
+// complaint of a sanitizer inside the daemon fails the test.
+class BoardTest : public testing::Test
+{
+protected:
+    board::VirtualBoard &Boot()
+    {
+        board = std::make_unique<board::VirtualBoard>(options);
+        board->Boot();
+        return *board;
+    }
+
+    void TearDown() override
+    {
+        if (!board)
+            return;
+        EXPECT_EQ(board->SanitizerReport(), "");
+        if (HasFailure())
+            std::fprintf(stderr, "--- log of the daemon:\n%s\n---\n", board->LogText().c_str());
+    }
+
+    board::Options options;
+    std::unique_ptr<board::VirtualBoard> board;
+};

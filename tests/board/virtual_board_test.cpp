@@ -1,0 +1,371 @@
+// SPDX-License-Identifier: MIT
+// The virtual board itself: what the other tests stand on.
+#include "board_test.h"
+
+#include "pc_side.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <netinet/in.h>
+#include <set>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+using namespace std::chrono_literals;
+using board::Descriptor;
+namespace fs = std::filesystem;
+
+static std::string ReadText(const std::string &path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+static sockaddr_in At(const std::string &address, std::uint16_t port)
+{
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    inet_pton(AF_INET, address.c_str(), &result.sin_addr);
+    return result;
+}
+
+static Descriptor ConnectTo(const std::string &address, std::uint16_t port)
+{
+    Descriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in peer = At(address, port);
+    EXPECT_EQ(connect(fd.Get(), reinterpret_cast<const sockaddr *>(&peer), sizeof peer), 0);
+    return fd;
+}
+
+// Whether discovery answers a broadcast, sent as a PC without any knowledge of the board sends it.
+static bool AnswersBroadcast()
+{
+    const Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const int one = 1;
+    setsockopt(fd.Get(), SOL_SOCKET, SO_BROADCAST, &one, sizeof one);
+    const timeval limit{2, 0};
+    setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    const sockaddr_in everybody = At("255.255.255.255", 8878);
+    const char request[30] = "ft";
+    if (sendto(fd.Get(), request, sizeof request, 0, reinterpret_cast<const sockaddr *>(&everybody),
+               sizeof everybody) != static_cast<ssize_t>(sizeof request))
+        return false;
+    char reply[1500];
+    return recv(fd.Get(), reply, sizeof reply, 0) == 409;
+}
+
+class VirtualBoardWithDaemon : public BoardTest
+{
+};
+
+class VirtualBoardAlone : public BoardTest
+{
+protected:
+    void SetUp() override { options.startDaemon = false; }
+};
+
+TEST_F(VirtualBoardWithDaemon, BootsWithinASecondAndListens)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    Boot();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+    EXPECT_TRUE(board->DaemonListens());
+    EXPECT_TRUE(board->ThePlayer().LoggedIn());
+    EXPECT_TRUE(AnswersBroadcast());
+    EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(board->DaemonPid()) + "/cwd").filename(), "root");
+    EXPECT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 2; }));
+    EXPECT_EQ(board->Heartbeats().front().bytes, "server");
+    EXPECT_EQ(board->Commands(), std::vector<std::string>()) << "the carrier was there before the daemon";
+}
+
+TEST_F(VirtualBoardAlone, RootIsTheBoardsOwn)
+{
+    options.files["/usr/share/id/name"] = "north gate";
+    Boot();
+    EXPECT_EQ(board->Run("cat /usr/share/id/name").output, "north gate");
+    EXPECT_FALSE(fs::exists("/usr/share/id/name"));
+    board->WriteFile("/boot/deep/er/file", "x");
+    EXPECT_EQ(board->Run("cd /boot/deep/er && mv file other && cat /var/../boot/deep/er/other").output, "x");
+    EXPECT_FALSE(board->Exists("/boot/deep/er/file"));
+    EXPECT_THROW(board->ReadFile("/boot/deep/er/file"), std::runtime_error);
+    EXPECT_EQ(board->Run("cd /; ls -d home/* tmp/* run/* boot/* 2> /dev/null").output,
+              "boot/deep\nhome/root\n");
+    EXPECT_EQ(board->Run("ps | grep -c '[l]edboardd'").output, "0\n");
+    EXPECT_EQ(board->Run("exit 7").status, 7);
+    EXPECT_EQ(board->Run("kill -9 $$").status, 128 + SIGKILL);
+    EXPECT_EQ(board->Run("sleep 20", 50ms).status, -1);
+    // Too small for a USB disk, and full is full.
+    EXPECT_NE(board->Run("dd if=/dev/zero of=/home/root/big bs=1M count=600").status, 0);
+    EXPECT_EQ(board->Run("rm /home/root/big; sync; echo still here").output, "still here\n");
+}
+
+TEST_F(VirtualBoardAlone, RecordsCommandsAndKeepsThePcFromHarm)
+{
+    Boot();
+    const time_t before = time(nullptr);
+    EXPECT_EQ(board->Run("/bin/sh -c '[ a == a ] && echo \"two  words\"\nexit 3'").status, 3);
+    EXPECT_EQ(board->Run("for i in 1 2 3 4 5 6 7 8; do sh -c \"exit $i\" & done; wait").status, 0);
+    board->Run("sh -c 'date -s \"2001-02-03 04:05:06\"; hwclock -w;'; sh -c -- 'pppd call net'");
+    EXPECT_LE(before, time(nullptr)) << "the clock of the PC";
+
+    const auto commands = board->Commands();
+    ASSERT_EQ(commands.size(), 11U);
+    EXPECT_EQ(commands[0], "[ a == a ] && echo \"two  words\"\nexit 3");
+    EXPECT_EQ(std::set<std::string>(commands.begin() + 1, commands.begin() + 9).size(), 8U);
+    EXPECT_EQ(commands[10], "pppd call net");
+    const std::vector<std::vector<std::string>> calls = {
+        {"date", "-s", "2001-02-03 04:05:06"}, {"hwclock", "-w"}, {"pppd", "call", "net"}};
+    EXPECT_EQ(board->StandInCalls(), calls);
+    EXPECT_EQ(board->Run("pidof pppd > /dev/null && killall pppd").status, 0);
+    EXPECT_TRUE(board->WaitFor([&] { return board->Run("pidof pppd").status != 0; }));
+    board->Forget();
+    EXPECT_TRUE(board->Commands().empty());
+}
+
+TEST_F(VirtualBoardWithDaemon, RebootsFromInsideWithTheSameRoot)
+{
+    Boot();
+    board->WriteFile("/home/root/kept", "kept");
+    board->WriteFile("/tmp/lost", "lost");
+    const pid_t first = board->DaemonPid();
+    const Descriptor session = ConnectTo(board->BoardAddress(), 8870);
+    board->Run("sh -c reboot");
+    ASSERT_TRUE(board->WaitFor([&] { return board->Boots() == 2; }));
+    char byte;
+    EXPECT_LE(recv(session.Get(), &byte, 1, 0), 0) << "the old daemon's connections are gone";
+    EXPECT_NE(board->DaemonPid(), first);
+    EXPECT_TRUE(board->ThePlayer().LoggedIn());
+    EXPECT_TRUE(AnswersBroadcast());
+    EXPECT_EQ(board->ReadFile("/home/root/kept"), "kept");
+    EXPECT_FALSE(board->Exists("/tmp/lost"));
+    EXPECT_EQ(board->StandInCalls(), std::vector<std::vector<std::string>>{{"reboot"}});
+
+    board->Run("poweroff");
+    EXPECT_TRUE(board->WaitFor([&] { return !board->Running(); }));
+    EXPECT_THROW(board->Run("true"), std::runtime_error);
+    EXPECT_EQ(board->ReadFile("/home/root/kept"), "kept");
+    board->Boot();
+    board->Reboot();
+    EXPECT_EQ(board->Boots(), 4U);
+    EXPECT_TRUE(board->DaemonListens());
+}
+
+TEST_F(VirtualBoardWithDaemon, DaemonIsKilledRestartedAndLimited)
+{
+    options.softFileLimit = 300;
+    Boot();
+    const std::string limits = "/proc/" + std::to_string(board->DaemonPid()) + "/limits";
+    EXPECT_NE(ReadText(limits).find("Max open files            300 "), std::string::npos);
+    EXPECT_GT(board->OpenDescriptors(), 5U);
+    EXPECT_TRUE(board->KillDaemon());
+    EXPECT_EQ(board->DaemonExit(), 128 + SIGKILL);
+    EXPECT_EQ(board->DaemonPid(), -1);
+    EXPECT_EQ(board->OpenDescriptors(), 0U);
+    EXPECT_TRUE(board->WaitFor([&] { return !board->ThePlayer().LoggedIn(); }));
+    board->StartDaemon();
+    EXPECT_TRUE(board->ThePlayer().LoggedIn());
+    EXPECT_THROW(board->StartDaemon(), std::runtime_error);
+
+    board->SerialLine(false);
+    board->RestartDaemon();
+    EXPECT_EQ(board->DaemonExit(), 0);
+    EXPECT_TRUE(board->WaitForLog("init basic object fail."));
+}
+
+TEST_F(VirtualBoardWithDaemon, CableTakesTheCarrierAway)
+{
+    Boot();
+    board->Cable(false);
+    EXPECT_TRUE(board->WaitForLog("parse netlink event."));
+    EXPECT_NE(board->Run("ethtool eth0").output.find("Link detected: no"), std::string::npos);
+    EXPECT_FALSE(AnswersBroadcast());
+    board->Cable(true);
+    EXPECT_NE(board->Run("ethtool eth0").output.find("Link detected: yes"), std::string::npos);
+    EXPECT_TRUE(board->WaitForCommand("route delete default"));
+    EXPECT_TRUE(AnswersBroadcast());
+}
+
+TEST_F(VirtualBoardAlone, AddressesByDhcpAndTwoBoardsAtOnce)
+{
+    options.addressing = board::Addressing::Dhcp;
+    options.number = 1;
+    Boot();
+    board::Options others;
+    others.startDaemon = false;
+    others.addressing = board::Addressing::None;
+    board::VirtualBoard second(others);
+    second.Boot();
+    EXPECT_EQ(second.Eth0Address(), std::nullopt);
+    EXPECT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->LeaseAddress(); }, 10s));
+    EXPECT_EQ(board->LeaseAddress(), "10.20.31.50");
+    EXPECT_EQ(board->Run("pidof udhcpc > /dev/null && route -n | grep -c '^0.0.0.0 *10.20.31.1'").output,
+              "1\n");
+    EXPECT_EQ(board->Run("ping -c 1 -W 2 10.20.31.1").status, 0);
+    EXPECT_NE(board->Run("ifconfig eth0").output.find("02:4C:45:44:00:01"), std::string::npos);
+}
+
+TEST_F(VirtualBoardAlone, UsbDiskKeepsItsContent)
+{
+    options.dataMebibytes = 2;
+    Boot();
+    EXPECT_EQ(board->Run("df -m /home/root/plexa_data | tail -n 1 | awk '{print $2}'").output, "2\n");
+    board->UsbDisk(true, 800);
+    EXPECT_EQ(board->Run("echo film > /home/root/usb_dev/a; stat -f -c %b /home/root/usb_dev").output,
+              "204800\n");
+    board->UsbDisk(false);
+    EXPECT_FALSE(board->Exists("/home/root/usb_dev/a"));
+    EXPECT_EQ(board->Run("ls /home/root/usb_dev").output, "");
+    board->UsbDisk(true, 800);
+    EXPECT_EQ(board->Run("cat /home/root/usb_dev/a").output, "film\n");
+    EXPECT_EQ(board->ReadFile("/home/root/usb_dev/a"), "film\n");
+}
+
+TEST_F(VirtualBoardAlone, DecodesTheFpgaLine)
+{
+    Boot();
+    struct Row {
+        const char *bytes;
+        std::uint8_t command;
+        std::uint32_t value;
+        const char *meaning;
+    };
+    const Row rows[] = {
+        {"\\245\\001\\0\\0\\0\\0\\245", 1, 0, "settings transfer opens (or smart setting closes)"},
+        {"\\245\\002\\0\\0\\0\\0\\245", 2, 0, "parameter block begins"},
+        {"\\245\\001\\0\\0\\0\\0\\245", 1, 0, "parameter 1 = 0"},
+        {"\\245\\003\\200\\0\\100\\0\\245", 3, 0x400080, "screen size 128 x 64"},
+        {"\\245\\376\\020\\047\\0\\0\\245", 254, 10000, "maximum luminance 10000"},
+        {"\\245\\002\\001\\0\\0\\0\\245", 2, 1, "parameter block ends"},
+        {"\\0\\012\\245\\245\\376\\062\\0\\0\\0\\245", 254, 50, "brightness 50 %"}, // three stray bytes first
+        {"\\245\\034\\177\\0\\0\\0\\245", 28, 127, "brightness 127 of 255"},
+        {"\\245\\002\\0\\0\\0\\0\\245", 2, 0, "screen off"},
+        {"\\245\\002\\001\\0\\0\\0\\245", 2, 1, "screen on"},
+        {"\\245\\011\\245\\245\\245\\245\\245", 9, 0xA5A5A5A5, "luminance 2779096485"},
+    };
+    board->Run("stty -F /dev/ttyO0 raw");
+    for (const Row &row : rows)
+        board->Run(std::string("printf '") + row.bytes + "' > /dev/ttyO0");
+    ASSERT_TRUE(board->WaitForFrames(std::size(rows)));
+    const auto frames = board->Frames();
+    ASSERT_EQ(frames.size(), std::size(rows));
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(frames[i].command, rows[i].command) << i;
+        EXPECT_EQ(frames[i].value, rows[i].value) << i;
+        EXPECT_EQ(frames[i].meaning, rows[i].meaning) << i;
+    }
+    EXPECT_EQ(board->Fpga().StrayBytes(), 3U);
+    EXPECT_TRUE(board->WaitForFrame(254, 50, 0ms));
+    EXPECT_FALSE(board->WaitForFrame(254, 51, 30ms));
+}
+
+// Plays the daemon's end of the player's session byte by byte.
+TEST_F(VirtualBoardAlone, PlayerLogsInListensAndComesBack)
+{
+    options.player = false;
+    Boot();
+    const Descriptor listener(board->SocketInBoard(AF_INET, SOCK_STREAM));
+    const sockaddr_in here = At("127.0.0.1", 8870);
+    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr *>(&here), sizeof here), 0);
+    ASSERT_EQ(listen(listener.Get(), 1), 0);
+    board->ThePlayer().Connect(true);
+    for (unsigned round = 1; round <= 2; ++round) {
+        const Descriptor session(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        char login[8];
+        ASSERT_EQ(recv(session.Get(), login, sizeof login, MSG_WAITALL), 8);
+        EXPECT_EQ(std::string(login, 8), std::string("\x08\0\0\0\x03\0\0\0", 8));
+        EXPECT_FALSE(board->ThePlayer().LoggedIn());
+        const std::string told("\x08\0\0\0\x01\0\0\0" // accepted
+                               "\x0c\0\0\0\x03\0\0\0\x02\0\0\0"
+                               "\x10\0\0\0\x03\0\0\0\x08\0\0\0\x01\0\0\0",
+                               36);
+        for (const char byte : told)
+            ASSERT_EQ(send(session.Get(), &byte, 1, MSG_NOSIGNAL), 1);
+        ASSERT_TRUE(board->WaitForMessage(8, round));
+        const auto messages = board->PlayerMessages();
+        EXPECT_EQ(messages[messages.size() - 2].name, "SS_CMD_RECV_END");
+        EXPECT_FALSE(messages[messages.size() - 2].value.has_value());
+        EXPECT_EQ(messages.back().value, 1U);
+        char said[16];
+        EXPECT_TRUE(board->SendAsPlayer(11, 1));
+        ASSERT_EQ(recv(session.Get(), said, sizeof said, MSG_WAITALL), 16);
+        EXPECT_EQ(std::string(said, 16), std::string("\x10\0\0\0\x03\0\0\0\x0b\0\0\0\x01\0\0\0", 16));
+    }
+    EXPECT_TRUE(board->WaitFor([&] { return !board->ThePlayer().LoggedIn(); }));
+    EXPECT_FALSE(board->SendAsPlayer(11));
+}
+
+TEST_F(VirtualBoardWithDaemon, SupervisorHearsTheDaemonAgainAfterItsOwnAbsence)
+{
+    Boot();
+    ASSERT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 1; }));
+    board->SupervisorListens(false);
+    board->Forget();
+    board->SupervisorListens(true);
+    ASSERT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 1; }, 10s));
+    EXPECT_EQ(board->Heartbeats().front().connection, 2U);
+}
+
+static std::size_t CountProcesses()
+{
+    std::size_t count = 0;
+    for (const auto &entry : fs::directory_iterator("/proc"))
+        count += std::isdigit(static_cast<unsigned char>(entry.path().filename().string()[0])) != 0 ? 1 : 0;
+    return count;
+}
+
+// A PC side within this one: its board is up when a byte comes through the pipe.
+static pid_t StartNested(int report)
+{
+    const pid_t child = fork();
+    if (child != 0)
+        return child;
+    board::EnterPcSide();
+    board::VirtualBoard nested;
+    nested.Boot();
+    const char up = 1;
+    [[maybe_unused]] const ssize_t told = write(report, &up, 1);
+    for (;;)
+        pause();
+}
+
+// Kills the waiting process outside at different moments, and the process that uses the library.
+TEST(VirtualBoardEnd, NothingIsLeftAfterAKill)
+{
+    struct Row {
+        int generation; // who is killed: 0 the process that was started, 2 the one that uses the library
+        int after;      // milliseconds; -1: when the board is up
+    };
+    const std::size_t processes = CountProcesses();
+    const std::string mounts = ReadText("/proc/self/mounts");
+    const auto interfaces = [] { return std::ranges::count(ReadText("/proc/net/dev"), ':'); };
+    const auto interfacesBefore = interfaces();
+    for (const Row &row : {Row{0, 0}, Row{0, 3}, Row{0, 15}, Row{0, 40}, Row{0, -1}, Row{2, -1}}) {
+        int pipe[2];
+        ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+        const Descriptor reader(pipe[0]), writer(pipe[1]);
+        const pid_t outer = StartNested(writer.Get());
+        char up = 0;
+        if (row.after < 0)
+            ASSERT_EQ(read(reader.Get(), &up, 1), 1);
+        else
+            usleep(static_cast<useconds_t>(row.after * 1000));
+        std::string victim = std::to_string(outer);
+        for (int generation = 0; generation < row.generation; ++generation)
+            victim = std::to_string(std::stoi(ReadText("/proc/" + victim + "/task/" + victim + "/children")));
+        ASSERT_EQ(kill(std::stoi(victim), SIGKILL), 0);
+        int status = 0;
+        ASSERT_EQ(waitpid(outer, &status, 0), outer);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "the end is passed on";
+        const auto end = std::chrono::steady_clock::now() + 3s;
+        while (CountProcesses() != processes && std::chrono::steady_clock::now() < end)
+            usleep(1000);
+        EXPECT_EQ(CountProcesses(), processes) << row.generation << " " << row.after;
+    }
+    EXPECT_EQ(ReadText("/proc/self/mounts"), mounts);
+    EXPECT_EQ(interfaces(), interfacesBefore);
+    EXPECT_TRUE(fs::is_empty(board::kPcFolder));
+}
