@@ -47,6 +47,13 @@ public:
 
     void SetStandardOutput(int fd) { posix_spawn_file_actions_adddup2(&actions_, fd, STDOUT_FILENO); }
 
+    void SetOwnGroup()
+    {
+        posix_spawnattr_setpgroup(&attributes_, 0);
+        posix_spawnattr_setflags(&attributes_,
+                                 POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    }
+
     std::optional<pid_t> Start(const std::string &command)
     {
         std::string shell = "sh";
@@ -111,6 +118,36 @@ int RunShell(const std::string &command)
     SpawnSetup setup;
     const std::optional<pid_t> child = setup.Start(command);
     return child ? WaitFor(*child) : -1;
+}
+
+int ShellGroup::Run(const std::string &command)
+{
+    SpawnSetup setup;
+    setup.SetOwnGroup();
+    std::optional<pid_t> child;
+    {
+        const std::lock_guard lock(mutex_);
+        child = setup.Start(command);
+        if (!child)
+            return -1;
+        group_ = *child;
+    }
+    // Until the child is reaped its number cannot become another process's: End may use it so long.
+    siginfo_t ended;
+    while (waitid(P_PID, static_cast<id_t>(*child), &ended, WEXITED | WNOWAIT) == -1 && errno == EINTR) {
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        group_ = -1;
+    }
+    return WaitFor(*child);
+}
+
+void ShellGroup::End()
+{
+    const std::lock_guard lock(mutex_);
+    if (group_ != -1)
+        kill(-group_, SIGKILL);
 }
 
 std::string ReadShell(const std::string &command, std::size_t limit)

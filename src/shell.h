@@ -4,7 +4,9 @@
 // Children get an empty signal mask, default signal actions and no descriptor but the standard ones.
 #pragma once
 
+#include <mutex>
 #include <string>
+#include <sys/types.h>
 
 // Runs `command` with "/bin/sh -c" and waits for it. The wait status as waitpid gives it, -1 when no shell
 // could be started (logged). Blocks the calling thread for as long as the command runs.
@@ -13,6 +15,18 @@ int RunShell(const std::string &command);
 // Runs `command` and returns what it wrote to standard output, at most `limit` bytes; the rest is read and
 // dropped. Empty when no shell could be started (logged).
 std::string ReadShell(const std::string &command, std::size_t limit);
+
+// Runs one command at a time in a process group of its own, so that another thread can end it.
+class ShellGroup
+{
+public:
+    int Run(const std::string &command); // as RunShell; one thread
+    void End(); // any thread: kills the command that runs, its children included; nothing when none runs
+
+private:
+    std::mutex mutex_;
+    pid_t group_ = -1;
+};
 
 // A name as it may stand in a command: plain names (letters, digits and "._/-+,:=@%" not led by a dash)
 // unchanged, any other in single quotes.
