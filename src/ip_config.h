@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// ip_config.h — the board's addressing: fixed or dynamic, the custom port, and changes to them. Main thread.
+// ip_config.h — the board's addressing: fixed or dynamic, the custom port, and changes to them
+// (docs/protocols.md, "Discovery"). Main thread.
 #pragma once
 
 #include "discovery_records.h"
@@ -8,7 +9,8 @@
 // row: it is acknowledged and nothing is changed. A NULL request gives 0.
 int UpdateSystemIP(const wire::UpdateLocalIP *request);
 
-// Restarts the DHCP client on eth0.
+// Has the DHCP client on eth0 restarted and returns at once: the client stays in the foreground for as long
+// as it looks for a server. At most one restart waits behind the one that runs.
 void RestartDhcpClient();
 
 int GetFixedStatus(); // 0 dynamic, 1 fixed address; any thread

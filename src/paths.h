@@ -31,5 +31,7 @@ constexpr char kInfo[] = "/usr/share/info";
 constexpr char kUpgradeState[] = "/usr/share/info/server_upgrade_state";
 
 constexpr char kInterfaces[] = "/etc/network/interfaces";
+constexpr char kInterfacesDynamic[] = "/etc/network/interfaces_dynamic";
+constexpr char kInterfacesStatic[] = "/etc/network/interfaces_static";
 
 } // namespace paths
