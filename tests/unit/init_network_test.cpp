@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: MIT
+#include "init_network_arp.h"
+#include "init_network_claim.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+namespace
+{
+
+using Deed = LinkLocalClaim::Deed;
+using Moment = LinkLocalClaim::Moment;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr MacAddress kOther = {2, 0, 0, 0, 0, 99};
+
+MacAddress Mac(unsigned number)
+{
+    return {2, 'L', 'E', 'D', static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)};
+}
+
+// Ticks until something is to be done: 'p' probe, 'c' claim, 'a' announce, '-' nothing within `limit`.
+char Next(LinkLocalClaim *claim, Moment *now, seconds limit = seconds(5))
+{
+    for (const Moment end = *now + limit; *now <= end; *now += seconds(1)) {
+        const Deed deed = claim->Tick(*now);
+        if (deed != Deed::kNothing)
+            return "-pcag"[static_cast<int>(deed)];
+    }
+    return '-';
+}
+
+// Ticks through the whole claim; false when it went another way.
+bool ClaimAddress(LinkLocalClaim *claim, Moment *now, seconds firstWait = seconds(5))
+{
+    std::string deeds(1, Next(claim, now, firstWait));
+    while (deeds.back() != '-')
+        deeds += Next(claim, now);
+    return deeds == "pppcaa-" || deeds == "pppca-";
+}
+
+ArpNews FromOther(std::uint32_t senderAddress, std::uint32_t targetAddress, bool isRequest = true)
+{
+    return {kOther, senderAddress, targetAddress, isRequest};
+}
+
+TEST(LinkLocalClaim, ProbesClaimsAndAnnouncesInTime)
+{
+    std::set<std::uint32_t> addresses;
+    std::set<long> firstWaits;
+    std::set<long> pauses;
+    for (unsigned number = 0; number < 200; ++number) {
+        const Moment start{seconds(1000 + number * 7)};
+        LinkLocalClaim claim;
+        LinkLocalClaim again;
+        claim.Start(Mac(number), start);
+        again.Start(Mac(number), start + seconds(77777));
+        EXPECT_EQ(claim.Address(), again.Address()) << "the same board, the same address";
+        EXPECT_GE(claim.Address(), 0xA9FE0100U);
+        EXPECT_LE(claim.Address(), 0xA9FEFEFFU);
+        addresses.insert(claim.Address());
+
+        Moment now = start;
+        Moment last = start;
+        std::string deeds;
+        std::vector<long> gaps;
+        for (int count = 0; count < 6; ++count) {
+            deeds += Next(&claim, &now);
+            gaps.push_back(std::chrono::duration_cast<seconds>(now - last).count());
+            last = now;
+        }
+        EXPECT_EQ(deeds, "pppca-");
+        EXPECT_EQ(gaps[3], 2) << "claimed two seconds after the last probe";
+        EXPECT_EQ(gaps[4], 2) << "announced again two seconds later";
+        firstWaits.insert(gaps[0]);
+        pauses.insert({gaps[1], gaps[2]});
+    }
+    EXPECT_GT(addresses.size(), 190U);
+    EXPECT_EQ(firstWaits, (std::set<long>{0, 1}));
+    EXPECT_EQ(pauses, (std::set<long>{1, 2}));
+}
+
+TEST(LinkLocalClaim, MeasuresTimeAndNotTicks)
+{
+    LinkLocalClaim claim;
+    Moment now{seconds(5)};
+    claim.Start(Mac(1), now);
+    int deeds = 0;
+    for (; now < Moment{seconds(8)}; now += milliseconds(10))
+        deeds += claim.Tick(now) == Deed::kNothing ? 0 : 1;
+    EXPECT_LE(deeds, 4);
+    EXPECT_FALSE(claim.Holds());
+    now += seconds(600); // a loop that stood still skips nothing either
+    EXPECT_EQ(claim.Tick(now), Deed::kProbe);
+    EXPECT_EQ(claim.Tick(now), Deed::kNothing);
+}
+
+TEST(LinkLocalClaim, JudgesPackets)
+{
+    enum Verdict { kIgnored, kNextCandidate, kDefended };
+    constexpr std::uint32_t kMine = 1; // stands for the claim's address
+    const struct {
+        const char *name;
+        ArpNews news;
+        Verdict probing;
+        Verdict holding;
+    } rows[] = {
+        {"request of its owner", FromOther(kMine, 7), kNextCandidate, kDefended},
+        {"reply of its owner", FromOther(kMine, 7, false), kNextCandidate, kDefended},
+        {"announcement of its owner", FromOther(kMine, kMine), kNextCandidate, kDefended},
+        {"another's probe for it", FromOther(0, kMine), kNextCandidate, kIgnored},
+        {"reply without an address", FromOther(0, kMine, false), kIgnored, kIgnored},
+        {"question for it", FromOther(7, kMine), kIgnored, kIgnored},
+        {"another address", FromOther(7, 8), kIgnored, kIgnored},
+        {"our probe looped back", {Mac(3), 0, kMine, true}, kIgnored, kIgnored},
+        {"our announcement looped back", {Mac(3), kMine, kMine, true}, kIgnored, kIgnored},
+    };
+    for (const auto &row : rows) {
+        for (const bool holding : {false, true}) {
+            LinkLocalClaim claim;
+            Moment now{seconds(100)};
+            claim.Start(Mac(3), now);
+            ASSERT_EQ(Next(&claim, &now), 'p');
+            if (holding) {
+                while (Next(&claim, &now) != '-') {
+                }
+            }
+            const std::uint32_t address = claim.Address();
+            ArpNews news = row.news;
+            if (news.senderAddress == kMine)
+                news.senderAddress = address;
+            if (news.targetAddress == kMine)
+                news.targetAddress = address;
+            const Verdict verdict = holding ? row.holding : row.probing;
+            EXPECT_EQ(claim.Hear(news, now), verdict == kDefended ? Deed::kAnnounce : Deed::kNothing)
+                << row.name << holding;
+            EXPECT_EQ(claim.Address() != address, verdict == kNextCandidate) << row.name << holding;
+            EXPECT_EQ(claim.Holds(), holding) << row.name;
+        }
+    }
+}
+
+TEST(LinkLocalClaim, DefendsOnceInTenSecondsThenMoves)
+{
+    LinkLocalClaim claim;
+    Moment now{seconds(100)};
+    claim.Start(Mac(4), now);
+    ASSERT_TRUE(ClaimAddress(&claim, &now));
+    const std::uint32_t first = claim.Address();
+    const ArpNews conflict = FromOther(first, first);
+    EXPECT_EQ(claim.Hear(conflict, now), Deed::kAnnounce);
+    EXPECT_EQ(claim.Hear(conflict, now + seconds(10)), Deed::kAnnounce);
+    EXPECT_EQ(claim.Hear(conflict, now + milliseconds(19900)), Deed::kGiveUp);
+    EXPECT_NE(claim.Address(), first);
+    EXPECT_FALSE(claim.Holds());
+    now += seconds(20);
+    EXPECT_TRUE(ClaimAddress(&claim, &now)) << "the next candidate is probed for like the first";
+
+    const std::uint32_t second = claim.Address();
+    claim.Restart(now); // the address was taken from the interface: the same is put back
+    EXPECT_TRUE(ClaimAddress(&claim, &now));
+    EXPECT_EQ(claim.Address(), second);
+    claim.Stop();
+    EXPECT_EQ(claim.Hear(FromOther(second, second), now), Deed::kNothing);
+    EXPECT_EQ(Next(&claim, &now), '-');
+    claim.Start(Mac(4), now);
+    EXPECT_EQ(claim.Address(), second) << "the last address is tried first";
+}
+
+TEST(LinkLocalClaim, TriesOnceAMinuteAfterTenConflicts)
+{
+    LinkLocalClaim claim;
+    Moment now{seconds(100)};
+    claim.Start(Mac(5), now);
+    for (int conflict = 1; conflict <= 12; ++conflict) {
+        const Moment before = now;
+        ASSERT_EQ(Next(&claim, &now, seconds(90)), 'p') << conflict;
+        if (conflict > 10)
+            EXPECT_GE(now - before, seconds(60)) << conflict;
+        else
+            EXPECT_LE(now - before, seconds(1)) << conflict;
+        claim.Hear(FromOther(claim.Address(), 7), now);
+    }
+    // Conflicts during the wait change the candidate and not the time.
+    const Moment before = now;
+    for (int second = 0; second < 50; ++second) {
+        now += seconds(1);
+        claim.Hear(FromOther(claim.Address(), 7), now);
+    }
+    ASSERT_EQ(Next(&claim, &now), '-');
+    ASSERT_TRUE(ClaimAddress(&claim, &now, seconds(15)));
+    EXPECT_LT(now - before, seconds(80));
+    // Held for a minute, it counts as won: the next move is a quick one again.
+    now += seconds(60);
+    const ArpNews conflict = FromOther(claim.Address(), 7);
+    EXPECT_EQ(claim.Hear(conflict, now), Deed::kAnnounce);
+    EXPECT_EQ(claim.Hear(conflict, now), Deed::kGiveUp);
+    EXPECT_EQ(Next(&claim, &now), 'p');
+}
+
+TEST(ArpPacket, OnlyIpv4OnEthernetIsHeard)
+{
+    const std::string good("\0\1\x8\0\6\4\0\2\x2\x4c\x45\x44\0\7\xa9\xfe\x10\x20\2\0\0\0\0\1\x0a\1\2\3", 28);
+    const struct {
+        const char *name;
+        std::string packet;
+        bool heard;
+    } rows[] = {
+        {"as it is", good, true},
+        {"padded to Ethernet's least", good + std::string(18, '\0'), true},
+        {"empty", "", false},
+        {"one byte short", good.substr(0, 27), false},
+        {"token ring", std::string(good).replace(1, 1, 1, '\6'), false},
+        {"IPv6", std::string(good).replace(2, 2, "\x86\xdd"), false},
+        {"long hardware address", std::string(good).replace(4, 1, 1, '\x8'), false},
+        {"long protocol address", std::string(good).replace(5, 1, 1, '\x10'), false},
+        {"operation 0", std::string(good).replace(7, 1, 1, '\0'), false},
+        {"reverse request", std::string(good).replace(7, 1, 1, '\3'), false},
+        {"operation 256", std::string(good).replace(6, 2, std::string("\1\0", 2)), false},
+    };
+    for (const auto &row : rows) {
+        const auto news = DecodeArp(wire::BytesAt(row.packet.data(), row.packet.size()));
+        ASSERT_EQ(news.has_value(), row.heard) << row.name;
+        if (!news)
+            continue;
+        EXPECT_EQ(news->sender, (MacAddress{2, 0x4c, 0x45, 0x44, 0, 7}));
+        EXPECT_EQ(news->senderAddress, 0xA9FE1020U);
+        EXPECT_EQ(news->targetAddress, 0x0A010203U);
+        EXPECT_FALSE(news->isRequest);
+    }
+}
+
+} // namespace
