@@ -5,6 +5,7 @@
 #include "shell.h"
 #include "sockets.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
@@ -25,18 +26,16 @@ constexpr std::size_t kBurst = 65536; // holds a burst of link messages
 constexpr std::size_t kEthtoolOutput = 65536;
 
 // What one message says; nothing when it leaves the result as it was.
-std::optional<int> JudgeLinkMessage(const nlmsghdr &header, wire::Bytes message)
+std::optional<int> JudgeLinkMessage(const LinkMessage &message)
 {
-    ifinfomsg link{};
-    if (header.nlmsg_type != RTM_NEWLINK) {
+    if (message.type != RTM_NEWLINK) {
         if (Eth0IsConnected() == 0)
             SetPppGatway();
         return std::nullopt;
     }
-    if (message.size() < sizeof header + sizeof link)
+    if (!message.lowerUp)
         return std::nullopt;
-    std::memcpy(&link, message.data() + sizeof header, sizeof link);
-    if ((link.ifi_flags & IFF_LOWER_UP) == 0) {
+    if (!*message.lowerUp) {
         SetPppGatway();
         return 0;
     }
@@ -53,6 +52,24 @@ std::optional<int> JudgeLinkMessage(const nlmsghdr &header, wire::Bytes message)
 }
 
 } // namespace
+
+std::optional<LinkMessage> TakeLinkMessage(wire::Bytes *left)
+{
+    nlmsghdr header;
+    if (left->size() < sizeof header)
+        return std::nullopt;
+    std::memcpy(&header, left->data(), sizeof header);
+    if (header.nlmsg_len < sizeof header || header.nlmsg_len > left->size())
+        return std::nullopt;
+    LinkMessage message{.type = header.nlmsg_type, .lowerUp = std::nullopt};
+    ifinfomsg link;
+    if (message.type == RTM_NEWLINK && header.nlmsg_len >= sizeof header + sizeof link) {
+        std::memcpy(&link, left->data() + sizeof header, sizeof link);
+        message.lowerUp = (link.ifi_flags & IFF_LOWER_UP) != 0;
+    }
+    *left = left->subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), left->size()));
+    return message;
+}
 
 int BuildNetlinkSocket()
 {
@@ -81,19 +98,14 @@ int ParseNetlinkEvent(int fd)
     }
     std::string buffer(kBurst, '\0');
     const ssize_t count = recv(fd, buffer.data(), buffer.size(), 0);
-    nlmsghdr header{};
-    if (count < static_cast<ssize_t>(sizeof header))
+    if (count < static_cast<ssize_t>(sizeof(nlmsghdr)))
         return -1;
     int result = -1;
     wire::Bytes left = wire::BytesAt(buffer.data(), static_cast<std::size_t>(count));
-    while (left.size() >= sizeof header) {
-        std::memcpy(&header, left.data(), sizeof header);
-        if (header.nlmsg_len < sizeof header || header.nlmsg_len > left.size())
-            return result;
-        if (header.nlmsg_type == NLMSG_DONE || header.nlmsg_type == NLMSG_ERROR)
+    while (const auto message = TakeLinkMessage(&left)) {
+        if (message->type == NLMSG_DONE || message->type == NLMSG_ERROR)
             return -1;
-        result = JudgeLinkMessage(header, left.first(header.nlmsg_len)).value_or(result);
-        left = left.subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), left.size()));
+        result = JudgeLinkMessage(*message).value_or(result);
     }
     return result;
 }

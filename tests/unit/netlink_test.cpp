@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: MIT
+#include "netlink.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <linux/rtnetlink.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr std::uint32_t kLowerUp = 0x10000;
+constexpr std::size_t kWhole = 32;
+
+// A message of `length` bytes by its own account, of which `size` are there.
+std::string Message(std::uint16_t type, std::uint32_t flags, std::uint32_t length = kWhole,
+                    std::size_t size = kWhole)
+{
+    std::string bytes(size < kWhole ? kWhole : size, '\0');
+    std::memcpy(bytes.data(), &length, sizeof length);
+    std::memcpy(bytes.data() + 4, &type, sizeof type);
+    std::memcpy(bytes.data() + 24, &flags, sizeof flags); // behind the header: family, type, index, flags
+    bytes.resize(size);
+    return bytes;
+}
+
+std::string Repeated(const std::string &text, int times)
+{
+    std::string all;
+    while (times-- > 0)
+        all += text;
+    return all;
+}
+
+// Splits like the daemon does: 'u' up, 'd' down, '?' a link message that does not say, 'o' another type.
+std::string Walk(const std::string &bytes)
+{
+    std::string seen;
+    wire::Bytes left = wire::BytesAt(bytes.data(), bytes.size());
+    while (const auto message = TakeLinkMessage(&left))
+        seen += message->type != RTM_NEWLINK ? 'o' : !message->lowerUp ? '?' : *message->lowerUp ? 'u' : 'd';
+    return seen;
+}
+
+TEST(LinkMessages, AreTakenOneByOneAndTheLastDecides)
+{
+    const std::string up = Message(RTM_NEWLINK, kLowerUp | 1);
+    const std::string down = Message(RTM_NEWLINK, 1);
+    const std::string other = Message(RTM_NEWADDR, kLowerUp);
+    const struct {
+        const char *name;
+        std::string bytes;
+        std::string walk;
+        int result;
+    } rows[] = {
+        {"up", up, "u", 1},
+        {"down", down, "d", 0},
+        {"down, then up", down + up, "du", 1},
+        {"up, then down", up + down, "ud", 0},
+        {"others change nothing", up + other, "uo", 1},
+        {"other alone", other, "o", -1},
+        {"odd length is rounded up", Message(RTM_NEWLINK, kLowerUp, 33, 36) + down, "ud", 0},
+        {"odd length at the end", Message(RTM_NEWLINK, kLowerUp, 33, 33), "u", 1},
+        {"too short to say", Message(RTM_NEWLINK, kLowerUp, 28, 28), "?", -1},
+        {"rest shorter than a header", up + down.substr(0, 15), "u", 1},
+        {"second cut off", up + down.substr(0, 31), "u", 1},
+        {"length below a header", up + Message(RTM_NEWLINK, 0, 15) + down, "u", 1},
+        {"length 0 first", Message(RTM_NEWLINK, kLowerUp, 0), "", -1},
+        {"length beyond the end first", Message(RTM_NEWLINK, kLowerUp, 33), "", -1},
+        {"largest length", Message(RTM_NEWLINK, kLowerUp, 0xFFFFFFFF), "", -1},
+        {"15 bytes", up.substr(0, 15), "", -1},
+        {"done ends it", up + Message(NLMSG_DONE, 0) + up, "uou", -1},
+        {"error ends it", up + Message(NLMSG_ERROR, 0) + up, "uou", -1},
+        {"burst", Repeated(down, 40) + up, Repeated("d", 40) + "u", 1},
+    };
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends), 0);
+    for (const auto &row : rows) {
+        EXPECT_EQ(Walk(row.bytes), row.walk) << row.name;
+        ASSERT_EQ(send(ends[1], row.bytes.data(), row.bytes.size(), 0),
+                  static_cast<ssize_t>(row.bytes.size()));
+        EXPECT_EQ(ParseNetlinkEvent(ends[0]), row.result) << row.name;
+    }
+    EXPECT_EQ(Walk(Repeated(up, 2000)), Repeated("u", 2000));
+    EXPECT_EQ(ParseNetlinkEvent(ends[0]), -1) << "nothing there";
+    EXPECT_EQ(ParseNetlinkEvent(-1), -1);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+} // namespace
