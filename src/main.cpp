@@ -48,7 +48,7 @@ int main()
     }
     g_serial = serial;
     g_version = new KVersionThread;
-    g_recvProgram = new KWorkThread;
+    g_recvProgram = new KWorkThread(nullptr, -1);
     g_deviceContext = new DeviceContext{};
     g_3GInfo = new KThirdGeneration;
     InitDeviceContext(g_deviceContext);

@@ -13,3 +13,6 @@ void PaintSlantLine(bool on);
 // Handles the message at the start of the player session's buffer. 1 always, 0 when the session has no
 // buffer. Main thread.
 int DisposePlexaMessage(SocketSession *session);
+
+// Writes out what is pending and reboots the board. Blocks until the command has returned; any thread.
+void Reboot();

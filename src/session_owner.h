@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+// session_owner.h — whoever owns an upload service and wants to hear of its end.
+#pragma once
+
+#include <QObject>
+
+class KSession : public QObject
+{
+    Q_OBJECT
+
+public:
+    using QObject::QObject;
+
+public slots:
+    virtual void Destroyes(void *p, int t) = 0;
+};
