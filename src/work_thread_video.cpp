@@ -34,9 +34,8 @@ QString NameOf(const char *bytes)
 bool IsFolderByBareName(const char *name)
 {
     // QUIRK bare-name-stat: the entry is looked up in the working directory, not in its own folder, so that a
-    // folder is only known as one when "/" has one of that name; the full path would be expected.
-    struct stat status {
-    };
+    // folder is only known as one when that holds one of the same name; the full path would be expected.
+    struct stat status = {};
     return stat(name, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
