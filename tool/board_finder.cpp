@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <iterator>
 #include <random>
+#include <utility>
 
 namespace ledboard
 {
@@ -121,14 +122,14 @@ void BoardFinder::TakeSearchReply(const Datagram &datagram, const wire::DeviceRe
                    std::nullopt};
     if (!Wanted(board))
         return;
-    Endpoint askedAt = {{INADDR_BROADCAST}, wire::kDiscoveryPort};
+    std::optional<Endpoint> askedAt;
     for (const BoardSelector &selector : selectors_)
         if (selector.address && MatchBoard(selector, board) != Match::kNone)
-            askedAt = *selector.address;
+            askedAt = selector.address;
     const std::string key = BoardKey(board);
     const auto known = found_.find(key);
     if (known == found_.end()) {
-        found_.emplace(key, Found{std::move(board), askedAt, Clock::now()});
+        found_.emplace(key, Found{std::move(board), askedAt, Clock::now(), false});
         waitingForMode_.push_back(key);
         return;
     }
@@ -159,7 +160,7 @@ void BoardFinder::AskWaitingForMode()
         return;
     nextModeBurst_ = Clock::now() + kModePause;
     for (std::size_t asked = 0; asked < kModeBurst && !waitingForMode_.empty();) {
-        const Found &found = found_.at(waitingForMode_.back());
+        Found &found = found_.at(waitingForMode_.back());
         waitingForMode_.pop_back();
         if (found.board.addressing)
             continue;
@@ -168,13 +169,17 @@ void BoardFinder::AskWaitingForMode()
     }
 }
 
-void BoardFinder::AskForMode(const Found &found)
+// Directly where the board was asked directly; by broadcast where it was not, or where that leads nowhere.
+void BoardFinder::AskForMode(Found &found)
 {
     const wire::StatusRequest request = MakeStatusRequest(found.board.record, cookie_);
-    if (found.askedAt.address.s_addr == INADDR_BROADCAST)
-        socket_.BroadcastOn(found.board.interface, wire::BytesOf(request), found.askedAt.port);
-    else
-        socket_.SendTo(found.askedAt, wire::BytesOf(request));
+    const bool first = !std::exchange(found.askedForMode, true);
+    if (found.askedAt) {
+        const int sent = socket_.SendTo(*found.askedAt, wire::BytesOf(request));
+        if (found.askedAt->port != wire::kDiscoveryPort || (first && sent == 1))
+            return;
+    }
+    socket_.BroadcastOn(found.board.interface, wire::BytesOf(request), wire::kDiscoveryPort);
 }
 
 // Two boards with one identifier and one address: nobody can tell which of them answered.

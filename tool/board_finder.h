@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,13 +31,14 @@ public:
 private:
     struct Found {
         Board board;
-        Endpoint askedAt;        // where to ask on: the address that was asked, or 255.255.255.255
-        Clock::time_point heard; // first answer
+        std::optional<Endpoint> askedAt; // the address of the direct question that it answers
+        Clock::time_point heard;         // first answer
+        bool askedForMode;
     };
     using FoundMap = std::map<std::string, Found>;
 
     void AskForBoards(bool firstTime);
-    void AskForMode(const Found &found);
+    void AskForMode(Found &found);
     void TakeAnswers();
     void TakeSearchReply(const Datagram &datagram, const wire::DeviceRecord &record);
     void TakeStatusReply(const Datagram &datagram, const StatusAnswer &answer);

@@ -54,7 +54,7 @@ VerbAction DefineDiscover(CLI::App &command)
         "boards whose address does not fit to this PC's network. No board at all is no error.\n"
         "MODE \"fixed, port N\": the board also listens on its custom port N. \"?\": it did not say.\n"
         "USB ROOM \"-\": no USB disk that the board would use.\n"
-        "Nothing on a board is changed.");
+        "Nothing on a board is changed.\n");
     return Discover;
 }
 

@@ -17,7 +17,7 @@ VerbAction DefineInfo(CLI::App &command)
     command.footer(
         "An address is asked directly, so a board is also found behind a router if it listens on a\n"
         "custom port: ADDRESS:PORT. Everything else is looked for on the local network.\n"
-        "Nothing on a board is changed.");
+        "Nothing on a board is changed.\n");
     return [names](ToolContext &context) {
         const BoardTask task = {
             BoardJson, [](const Board &board, const nlohmann::json &) { return DescribeBoard(board); }};

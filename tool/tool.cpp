@@ -23,7 +23,7 @@ constexpr Verb kVerbs[] = {
 constexpr const char *kExitStatuses =
     "Exit status: 0 done, 1 failed, 2 wrong usage, 3 no such board, 4 time-out, 5 refused by the board,\n"
     "6 verification failed, 7 done on some of the boards only, 130 interrupted.\n"
-    "\"ledboard VERB --help\" explains a verb.";
+    "\"ledboard VERB --help\" explains a verb.\n";
 
 std::string CheckTimeout(const std::string &text)
 {
@@ -62,6 +62,7 @@ void AddCommonOptions(CLI::App &command, ToolOptions &options)
 // The verb that the command line names; nothing when it is complete without one (--help, --version).
 VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const char *const *argv)
 {
+    constexpr int kRequiredMissing = static_cast<int>(CLI::ExitCodes::RequiredError);
     std::vector<std::pair<CLI::App *, VerbAction>> actions;
     app.set_version_flag("--version", "ledboard " LEDBOARD_VERSION);
     app.footer(kExitStatuses);
@@ -81,9 +82,10 @@ VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const 
         std::cout.flush();
         return nullptr;
     } catch (const CLI::ParseError &error) {
-        if (app.get_subcommands().empty() &&
-            error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError))
-            throw ToolError(ExitStatus::kUsage, "a verb is missing");
+        if (app.get_subcommands().empty() && error.get_exit_code() == kRequiredMissing)
+            throw ToolError(ExitStatus::kUsage, app.remaining().empty()
+                                                    ? "a verb is missing"
+                                                    : "there is no verb '" + app.remaining().front() + "'");
         throw ToolError(ExitStatus::kUsage, error.what());
     }
     for (auto &[command, action] : actions)

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+// A session against a listener of the test's own, which can say what a real board says only when it is full,
+// upgrading or broken.
+#include "session_client.h"
+
+#include "keep_alive.h"
+#include "tool_error.h"
+
+#include "example_board.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace ledboard
+{
+
+namespace
+{
+
+using std::chrono::milliseconds;
+
+// A socket of `type` on a free port of 127.0.0.1.
+class LocalSocket
+{
+public:
+    explicit LocalSocket(int type) : fd_(socket(AF_INET, type | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr = Address("127.0.0.1");
+        socklen_t size = sizeof address;
+        EXPECT_EQ(bind(fd_.Get(), reinterpret_cast<sockaddr *>(&address), size), 0);
+        EXPECT_EQ(getsockname(fd_.Get(), reinterpret_cast<sockaddr *>(&address), &size), 0);
+        if (type == SOCK_STREAM) {
+            EXPECT_EQ(listen(fd_.Get(), 4), 0);
+        }
+        where_ = {address.sin_addr, ntohs(address.sin_port)};
+    }
+    int Fd() const { return fd_.Get(); }
+    const Endpoint &Where() const { return where_; }
+
+private:
+    UniqueFd fd_;
+    Endpoint where_;
+};
+
+// Logs in to a board that answers so; gives the status word, and the login's bytes.
+std::string LogInResult(const std::string &answer, std::string *login = nullptr)
+{
+    const LocalSocket board(SOCK_STREAM);
+    std::jthread thread([&] {
+        const UniqueFd client(accept(board.Fd(), nullptr, nullptr));
+        char bytes[64];
+        const ssize_t size = recv(client.Get(), bytes, sizeof bytes, 0);
+        if (login != nullptr && size > 0)
+            login->assign(bytes, static_cast<std::size_t>(size));
+        for (const char byte : answer) // one at a time: the client must put it together
+            send(client.Get(), &byte, 1, MSG_NOSIGNAL);
+        if (answer.empty())
+            recv(client.Get(), bytes, sizeof bytes, 0); // silent until the client leaves
+    });
+    try {
+        SessionClient session(board.Where(), "", milliseconds(300));
+        session.LogIn(wire::kSessionFirmware);
+        return "accepted";
+    } catch (const ToolError &error) {
+        return StatusWord(error.Status());
+    }
+}
+
+} // namespace
+
+TEST(SessionClient, LoginAnswers)
+{
+    const auto reply = [](char status) {
+        return std::string("\x08\0\0\0", 4) + status + std::string(3, '\0');
+    };
+    std::string login;
+    EXPECT_EQ(LogInResult(reply(1), &login), "accepted");
+    EXPECT_EQ(login, std::string("\x08\0\0\0\x02\0\0\0", 8));
+    EXPECT_EQ(LogInResult(reply(4)), "accepted");
+    EXPECT_EQ(LogInResult(reply(0)), "refused");
+    EXPECT_EQ(LogInResult(reply(2)), "refused");
+    EXPECT_EQ(LogInResult(reply(9)), "refused");
+    EXPECT_EQ(LogInResult(std::string("\x09\0\0\0\x01\0\0\0", 8)), "failed");
+    EXPECT_EQ(LogInResult("HTTP"), "failed"); // and closes
+    EXPECT_EQ(LogInResult(""), "time-out");
+}
+
+TEST(SessionClient, NobodyThere)
+{
+    Endpoint closed;
+    {
+        const LocalSocket board(SOCK_STREAM);
+        closed = board.Where();
+    }
+    EXPECT_THROW(SessionClient(closed, "", milliseconds(300)), ToolError);
+}
+
+TEST(SessionClient, GoesToTheCustomPortOfABoardAskedThere)
+{
+    Board board = ExampleBoard();
+    EXPECT_EQ(SessionEndpoint(board), (Endpoint{Address("192.168.1.7"), 8870}));
+    board.source.port = 12000;
+    EXPECT_EQ(SessionEndpoint(board), (Endpoint{Address("192.168.1.7"), 12000}));
+}
+
+TEST(KeepAlive, SearchesAgainAndAgainFromTheSessionsAddress)
+{
+    const LocalSocket board(SOCK_DGRAM);
+    const auto began = Clock::now();
+    const KeepAlive keepAlive(Address("127.0.0.5"), board.Where(), milliseconds(50));
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_TRUE(WaitFor(board.Fd(), POLLIN, Clock::now() + std::chrono::seconds(5)));
+        char datagram[64];
+        sockaddr_in from = {};
+        socklen_t size = sizeof from;
+        EXPECT_EQ(
+            recvfrom(board.Fd(), datagram, sizeof datagram, 0, reinterpret_cast<sockaddr *>(&from), &size),
+            30);
+        EXPECT_EQ(FormatAddress(from.sin_addr), "127.0.0.5");
+    }
+    EXPECT_GE(Clock::now() - began, milliseconds(3 * 50)); // not all at once
+}
+
+} // namespace ledboard
