@@ -1,0 +1,276 @@
+// SPDX-License-Identifier: MIT
+#include "device_context.h"
+#include "device_context_config.h"
+#include "remote_framing.h"
+#include "test_files.h"
+#include "version_thread.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <cstring>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace
+{
+
+std::string Le32(std::uint32_t value)
+{
+    std::string text;
+    for (int shift = 0; shift < 32; shift += 8)
+        text += static_cast<char>(value >> shift & 0xFF);
+    return text;
+}
+
+// An outer packet of command 13 around an inner one, both with the length that they have.
+std::string Inner(std::uint32_t command, const std::string &data, std::size_t tail = 14)
+{
+    const std::string inner = Le32(static_cast<std::uint32_t>(8 + tail + data.size())) + Le32(command) +
+                              std::string(tail, 'i') + data;
+    return Le32(static_cast<std::uint32_t>(22 + inner.size())) + Le32(13) + std::string(14, 'o') + inner;
+}
+
+wire::Bytes BytesOfText(const std::string &text)
+{
+    return wire::BytesAt(text.data(), text.size());
+}
+
+// A listener on a free port of the loopback.
+class Listener
+{
+public:
+    Listener() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        const timeval limit{5, 0};
+        setsockopt(fd_.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        EXPECT_EQ(bind(fd_.Get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(fd_.Get(), 4), 0);
+        getsockname(fd_.Get(), reinterpret_cast<sockaddr *>(&address), &size);
+        port = ntohs(address.sin_port);
+    }
+    int Accept() const { return accept(fd_.Get(), nullptr, nullptr); }
+    int port = 0;
+
+private:
+    UniqueFd fd_;
+};
+
+std::string ReceiveAll(int fd)
+{
+    std::string received;
+    char block[512];
+    for (ssize_t count; (count = recv(fd, block, sizeof block, 0)) > 0;)
+        received.append(block, static_cast<std::size_t>(count));
+    return received;
+}
+
+} // namespace
+
+TEST(RemoteConfig, Reading)
+{
+    struct Row {
+        const char *text;
+        const char *ip;
+        const char *domain;
+        int port;
+        const char *username;
+    };
+    const Row rows[] = {
+        {"ip=10.0.0.9\nport=7000\nusername=user\n", "10.0.0.9", "", 7000, "user"},
+        {"username=user\nport=7000\ndomain=host.example", "", "host.example", 7000, "user"},
+        {"port=-25536\n", "", "", -25536, ""},
+        {"# ours\nip=10.0.0.9\n", "", "", 0, ""},                    // the first unknown line ends it
+        {"port=1\nIP=10.0.0.9\nusername=user\n", "", "", 1, ""},     // keys are as they are
+        {"ip=123456789012345678901\nport=12345678901\nusername=u\n", // limits of the values
+         "12345678901234567890", "", 1234567890, "u"},
+        {"port=7000x\nusername=\n\nip=10.0.0.9\n", "", "", 7000, ""}, // an empty line is unknown
+        {"", "", "", 0, ""},
+    };
+    for (const Row &row : rows) {
+        WriteTestFile("/tmp/config", row.text);
+        const RemoteConfig config = ReadRemoteConfig(OpenFile("/tmp/config", "r").get());
+        EXPECT_EQ(config.ip, row.ip) << row.text;
+        EXPECT_EQ(config.domain, row.domain) << row.text;
+        EXPECT_EQ(config.port, row.port) << row.text;
+        EXPECT_EQ(config.username, row.username) << row.text;
+    }
+}
+
+TEST(RemoteConfig, WritingTruncatesThePort)
+{
+    struct Row {
+        std::int16_t domainFlag;
+        std::string addr;
+        std::int32_t port;
+        std::string username;
+        std::string text;
+    };
+    const Row rows[] = {
+        {0, "10.0.0.9", 7000, "user", "ip=10.0.0.9\nport=7000\nusername=user\n"},
+        {1, "host.example", 70000, "", "domain=host.example\nport=4464\nusername=\n"},
+        {1, std::string(256, 'd'), 40000, std::string(20, 'u'),
+         "domain=" + std::string(256, 'd') + "\nport=-25536\nusername=" + std::string(20, 'u') + "\n"},
+    };
+    for (const Row &row : rows) {
+        wire::AddrParam server{};
+        server.domainFlag = row.domainFlag;
+        server.port = row.port;
+        std::memcpy(server.addr, row.addr.data(), row.addr.size());
+        std::memcpy(server.username, row.username.data(), row.username.size());
+        EXPECT_EQ(RemoteConfigText(server), row.text);
+    }
+}
+
+TEST(RemoteFraming, CompleteIncompleteBroken)
+{
+    const auto complete = RemoteFrame::kComplete;
+    const auto broken = RemoteFrame::kBroken;
+    const auto incomplete = RemoteFrame::kIncomplete;
+    const struct {
+        std::string held;
+        RemoteFrame::Result result;
+    } rows[] = {
+        {"", incomplete},
+        {"\x08\0\0", incomplete},
+        {Le32(0), broken},
+        {Le32(7) + Le32(99), broken},
+        {Le32(9217), broken},
+        {Le32(0xFFFFFFFF), broken},
+        {Le32(9216) + std::string(9211, 'x'), incomplete},
+        {Le32(9216) + Le32(99) + std::string(9208, 'x'), complete},
+        {Le32(8) + Le32(99), complete},
+        {Le32(11) + Le32(10) + "abc", broken},
+        {Le32(12) + Le32(10) + Le32(0), complete},
+        {Inner(14, "", 0), complete},
+        {Le32(29) + Le32(13) + std::string(21, 0), broken},
+        {Inner(32, "", 13), broken},
+        {Inner(32, "", 14), complete},
+        {Inner(24, "", 0), broken},
+        {Inner(38, "", 0), complete},
+        {Inner(99, "", 0), complete},
+    };
+    for (std::size_t index = 0; index < std::size(rows); ++index) {
+        const RemoteFrame frame = NextRemoteFrame(BytesOfText(rows[index].held));
+        EXPECT_EQ(frame.result, rows[index].result) << index;
+        EXPECT_EQ(frame.packet.size(), frame.result == complete ? rows[index].held.size() : 0) << index;
+    }
+}
+
+TEST(RemoteFraming, NamesAndChunksStayInsideThePacket)
+{
+    const std::string longName(300, 'n');
+    const std::pair<std::string, std::string> names[] = {
+        {Inner(24, ""), ""},
+        {Inner(24, "a"), "a"},
+        {Inner(24, std::string("a\0b", 3)), "a"},
+        {Inner(24, longName), longName.substr(0, 255)},
+    };
+    for (const auto &[packet, name] : names)
+        EXPECT_EQ(RequestName(RequestData(BytesOfText(packet))), name);
+
+    const struct {
+        std::string packet;
+        std::optional<std::size_t> size;
+    } chunks[] = {
+        {Inner(32, ""), std::nullopt},
+        {Inner(32, Le32(0) + "unus"), 0},
+        {Inner(32, Le32(3) + "unusabc"), 3},
+        {Inner(32, Le32(2) + "unusabc"), 2},
+        {Inner(32, Le32(4) + "unusabc"), std::nullopt},
+        {Inner(32, Le32(0xFFFFFFFF) + "unusabc"), std::nullopt},
+    };
+    for (const auto &row : chunks) {
+        const auto data = ChunkData(BytesOfText(row.packet));
+        ASSERT_EQ(data.has_value(), row.size.has_value());
+        EXPECT_EQ(data.value_or(wire::Bytes{}).size(), row.size.value_or(0));
+    }
+
+    std::string removal = Inner(28, std::string("a\0b\0", 4));
+    EXPECT_EQ(RemovalNames(BytesOfText(removal)).size(), 4U);
+    for (const auto &[inner, size] : {std::pair{24U, 2U}, {21U, 0U}, {0U, 0U}, {0xFFFFFFFFU, 4U}}) {
+        removal.replace(22, 4, Le32(inner));
+        EXPECT_EQ(RemovalNames(BytesOfText(removal)).size(), size);
+    }
+}
+
+TEST(RemoteConnection, OnlyTheNewestLogsInAndOnlyWithAMonitor)
+{
+    RemoveTestFile("/home/root/plexa_data/remote_server");
+    auto *const context = new DeviceContext{};
+    InitDeviceContext(context);
+    const Listener old;
+    const Listener newer;
+    MonitorSession slot;
+    context->SetAddrParam(context, "127.0.0.1", 0, old.port, "first");
+    context->ConnectToServer(context); // waits for the loop's SetMonitor, which never comes for it
+    context->SetAddrParam(context, "127.0.0.1", 0, newer.port, "second");
+    context->ConnectToServer(context);
+    context->SetMonitor(context, &slot);
+    const UniqueFd peer(newer.Accept());
+    std::string login(43, 0);
+    EXPECT_EQ(recv(peer.Get(), login.data(), login.size(), MSG_WAITALL), 43);
+    EXPECT_EQ(login, "\3" + Le32(42) + Le32(2) + "second" + std::string(28, 0));
+    while (CopyMonitor(slot).valid == 0)
+        usleep(1000);
+    EXPECT_EQ(CopyMonitor(slot).fd, context->GetSocketFD(context));
+
+    // Without a monitor the login is made all the same, and the socket is closed.
+    context->SetMonitor(context, nullptr);
+    EXPECT_EQ(context->GetSocketFD(context), -1);
+    EXPECT_EQ(slot.valid, 0);
+    EXPECT_EQ(ReceiveAll(peer.Get()), "");
+    context->DisconnectFromServer(context); // forgets that the last connection brought no answer
+    context->SetAddrParam(context, "127.0.0.1", 0, newer.port, "third");
+    context->ConnectToServer(context);
+    const UniqueFd again(newer.Accept());
+    EXPECT_EQ(ReceiveAll(again.Get()).size(), 43U);
+    EXPECT_EQ(context->GetSocketFD(context), -1);
+    DestroyDeviceContext(context);
+}
+
+TEST(FirmwareListener, ServesOneClientAfterAnother)
+{
+    static KVersionThread service; // its thread does not end
+    int port;
+    {
+        const Listener freePort;
+        port = freePort.port;
+    }
+    service.SetAddress(static_cast<int>(htonl(INADDR_LOOPBACK)), port);
+    ASSERT_EQ(service.Init(), 1);
+    ASSERT_EQ(service.Init(), 1);
+    service.Start();
+    const std::string magic("\x76\x71\0\0", 4);
+    const std::string ask = magic + Le32(25) + std::string(17, 0);
+    const struct {
+        std::string sent;
+        std::size_t received;
+    } rows[] = {
+        {ask, 25},
+        {magic + Le32(1125) + std::string(17, 0), 0},       // longer than its buffer
+        {"\x77" + ask.substr(1), 0},                        // another magic
+        {magic + Le32(24) + std::string(16, 0), 0},         // a version request of 25 bytes only
+        {ask + ask, 0},                                     // more than one packet at a time
+        {magic + Le32(13) + std::string(1, 1) + "data", 0}, // data without an archive
+        {magic + Le32(30) + std::string(1, 0) + "\3" + std::string(2, 0), 25}, // closed early, but a command
+        {ask, 25},
+    };
+    for (std::size_t index = 0; index < std::size(rows); ++index) {
+        const UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        while (connect(client.Get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+            usleep(1000); // between two clients nobody listens
+        send(client.Get(), rows[index].sent.data(), rows[index].sent.size(), MSG_NOSIGNAL);
+        shutdown(client.Get(), SHUT_WR);
+        EXPECT_EQ(ReceiveAll(client.Get()).size(), rows[index].received) << index;
+    }
+}
