@@ -8,6 +8,22 @@ namespace
 
 llist *s_list = nullptr;
 
+// The first session of this sub-type in list order; the list is locked.
+FoundSession::Result FindLocked(std::int32_t subType, SocketSession **session)
+{
+    for (llist *node = s_list == nullptr ? nullptr : s_list->next; node != nullptr; node = node->next) {
+        auto *const candidate = static_cast<SocketSession *>(node->data);
+        if (candidate == nullptr)
+            return FoundSession::kEmptyNode;
+        // A session that is not logged in yet carries sub-type 0 as well, but is nobody's service session.
+        if (candidate->subType != subType || candidate->session == nullptr || candidate->fd < 0)
+            continue;
+        *session = candidate;
+        return FoundSession::kFound;
+    }
+    return FoundSession::kNone;
+}
+
 } // namespace
 
 std::mutex &SessionListMutex()
@@ -64,21 +80,24 @@ FoundSession FindSession(std::int32_t subType)
 {
     const std::lock_guard lock(SessionListMutex());
     FoundSession found;
-    if (s_list == nullptr)
-        return found;
-    for (llist *node = s_list->next; node != nullptr; node = node->next) {
-        const SocketSession *const session = static_cast<SocketSession *>(node->data);
-        if (session == nullptr) {
-            found.result = FoundSession::kEmptyNode;
-            return found;
-        }
-        // A session that is not logged in yet carries sub-type 0 as well, but is nobody's service session.
-        if (session->subType != subType || session->session == nullptr || session->fd < 0)
-            continue;
-        found.result = FoundSession::kFound;
+    SocketSession *session = nullptr;
+    found.result = FindLocked(subType, &session);
+    if (found.result == FoundSession::kFound) {
         found.fd = session->fd;
         found.socket = UniqueFd(fcntl(session->fd, F_DUPFD_CLOEXEC, 0));
-        return found;
     }
     return found;
+}
+
+FoundSession::Result DropSession(std::int32_t subType)
+{
+    const std::lock_guard lock(SessionListMutex());
+    SocketSession *session = nullptr;
+    const FoundSession::Result result = FindLocked(subType, &session);
+    if (result == FoundSession::kFound) {
+        UniqueFd(session->fd).Reset();
+        session->fd = -1;
+        session->connectFlag = 0;
+    }
+    return result;
 }

@@ -51,3 +51,7 @@ struct FoundSession {
     UniqueFd socket;       // a duplicate to send on
 };
 FoundSession FindSession(std::int32_t subType); // any thread; the first one in list order
+
+// Closes the socket of the first session of this sub-type; the work loop releases the session in its next
+// round. Main thread.
+FoundSession::Result DropSession(std::int32_t subType);

@@ -46,25 +46,51 @@ bool IsFolder(const std::string &path)
     return true;
 }
 
-bool ReplaceFile(const std::string &path, const std::string &content)
+FileReplacement::FileReplacement(std::string path)
+    : path_(std::move(path)), file_(OpenFile(path_ + ".new", "wb"))
 {
-    const std::string neighbour = path + ".new";
-    FilePointer file = OpenFile(neighbour, "wb");
-    if (!file)
-        return false;
-    bool stored = std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
-                  std::fflush(file.get()) == 0 && fsync(fileno(file.get())) == 0;
+}
+
+FileReplacement::~FileReplacement()
+{
+    if (file_)
+        unlink((path_ + ".new").c_str());
+}
+
+bool FileReplacement::Commit()
+{
+    bool stored = std::fflush(file_.get()) == 0 && std::ferror(file_.get()) == 0 &&
+                  fsync(fileno(file_.get())) == 0;
     int error = errno;
-    if (std::fclose(file.release()) != 0 && stored) {
+    if (std::fclose(file_.release()) != 0 && stored) {
         stored = false;
         error = errno;
     }
-    if (stored && std::rename(neighbour.c_str(), path.c_str()) == 0) {
-        SyncFolderOf(path);
+    const std::string neighbour = path_ + ".new";
+    if (stored && std::rename(neighbour.c_str(), path_.c_str()) == 0) {
+        SyncFolderOf(path_);
         return true;
     }
     error = stored ? errno : error;
     unlink(neighbour.c_str());
     errno = error;
     return false;
+}
+
+bool SyncFile(const std::string &path)
+{
+    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.Valid() || fsync(fd.Get()) == -1)
+        return false;
+    SyncFolderOf(path);
+    return true;
+}
+
+bool ReplaceFile(const std::string &path, const std::string &content)
+{
+    FileReplacement replacement(path);
+    if (replacement.Stream() == nullptr)
+        return false;
+    std::fwrite(content.data(), 1, content.size(), replacement.Stream());
+    return replacement.Commit();
 }

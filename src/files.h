@@ -21,6 +21,26 @@ std::optional<std::string> ReadFileStart(const std::string &path, std::size_t li
 
 bool IsFolder(const std::string &path); // it can be opened as a folder
 
+// A file that takes the place of another once it is whole: what is written goes to a neighbour, which Commit
+// syncs and renames. Without Commit the old file stays as it was.
+class FileReplacement
+{
+public:
+    explicit FileReplacement(std::string path);
+    ~FileReplacement();
+    FileReplacement(const FileReplacement &) = delete;
+    FileReplacement &operator=(const FileReplacement &) = delete;
+
+    std::FILE *Stream() const { return file_.get(); } // NULL (errno) when it cannot be written
+    bool Commit();                                    // false with errno when that failed
+
+private:
+    std::string path_;
+    FilePointer file_;
+};
+
+bool SyncFile(const std::string &path); // the file and its name are on the disk; false with errno
+
 // Replaces the file by `content` so that a power cut leaves either the old or the new one: written to a
 // neighbour, synced, renamed. False with errno when that failed; the old file is then untouched.
 bool ReplaceFile(const std::string &path, const std::string &content);

@@ -54,6 +54,7 @@ int main()
     InitDeviceContext(g_deviceContext);
     InitDeviceInfo();
     StartHeartbeat();
+    g_serial->Serve();
     WorkLoop();
     return 0;
 }

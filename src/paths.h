@@ -12,6 +12,12 @@ constexpr char kServerConfig[] = "/home/root/plexa_data/server_config";
 constexpr char kServerConfigTemporary[] = "/home/root/plexa_data/server_config_tmp";
 constexpr char kRemoteServer[] = "/home/root/plexa_data/remote_server";
 constexpr char kRebootPloy[] = "/home/root/plexa_data/reboot_ploy";
+constexpr char kSetting[] = "/home/root/plexa_data/setting.ss";
+constexpr char kPlayerSetting[] = "/home/root/setting.ss";
+constexpr char kStagedSetting[] = "setting.ss.bak"; // relative to where the daemon was started
+constexpr char kSerialIni[] = "/home/root/plexa/serial.ini";
+constexpr char kLuminanceFile[] = "/home/root/plexa_data/luminance_file";
+constexpr char kUsbLuminanceFile[] = "/home/root/usb_dev/tarvo/luminance_file";
 constexpr char kPlexaVersion[] = "/home/root/plexa/version";
 
 constexpr char kUsbDisk[] = "/home/root/usb_dev";

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+#include "serial_signals.h"
+
+#include "diag.h"
+#include "files.h"
+#include "paths.h"
+#include "serial_thread.h"
+#include "services.h"
+#include "sockets.h"
+#include "threads.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr char kUnit[] = "src/serial_thread";
+constexpr std::size_t kLongestLine = 98;
+
+// One byte for each signal, from the handler to the thread.
+UniqueFd s_reading;
+UniqueFd s_writing;
+
+// The decimal number that stands at a fixed place of the line.
+unsigned NumberAt(const std::string &line, std::size_t place)
+{
+    // QUIRK ini-fixed-place: the number is read where it stands behind a key at the start of the line; a
+    // search for the equals sign would be expected.
+    return place < line.size() ? static_cast<unsigned>(std::strtoll(line.c_str() + place, nullptr, 10)) : 0;
+}
+
+void ApplyLine(const std::string &line)
+{
+    constexpr std::size_t kScreenSizePlace = 12;
+    constexpr std::size_t kLuminancePlace = 11;
+    std::printf("g_serial_thread write serial, %s.\n", line.c_str());
+    if (line.find("kScreenSize") != std::string::npos)
+        g_serial->WriteSerial(wire::kIdScreenSize, NumberAt(line, kScreenSizePlace));
+    if (line.find("kLuminance") != std::string::npos)
+        g_serial->WriteSerial(wire::kIdMaxLuminance, NumberAt(line, kLuminancePlace));
+}
+
+void ApplySerialIni()
+{
+    const FilePointer file = OpenFile(paths::kSerialIni, "rb");
+    std::array<char, kLongestLine + 1> buffer{};
+    while (file && std::fgets(buffer.data(), static_cast<int>(buffer.size()), file.get()) != nullptr) {
+        std::string line(buffer.data());
+        // QUIRK ini-last-character: the last character goes, whether it is the line's end or not; only the
+        // line's end would be expected to go.
+        if (!line.empty())
+            line.pop_back();
+        ApplyLine(line);
+    }
+}
+
+void ActOnSignal(int signal)
+{
+    std::fprintf(stderr, "-------------------------%s be call--------------------------\n", "sig_handle");
+    if (signal == SIGUSR1)
+        ApplySerialIni();
+}
+
+void ServeSignals()
+{
+    std::uint8_t signal = 0;
+    for (;;) {
+        const ssize_t count = read(s_reading.Get(), &signal, sizeof signal);
+        if (count == sizeof signal)
+            ActOnSignal(signal);
+        else if (count != -1 || errno != EINTR)
+            return;
+    }
+}
+
+bool Catch(int signal)
+{
+    struct sigaction action {
+    };
+    action.sa_handler = sig_handle;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    return sigaction(signal, &action, nullptr) == 0;
+}
+
+} // namespace
+
+void sig_handle(int signal)
+{
+    const int error = errno;
+    const auto byte = static_cast<std::uint8_t>(signal);
+    // A full pipe drops the signal: as many are waiting to be acted on already.
+    [[maybe_unused]] const ssize_t written = write(s_writing.Get(), &byte, sizeof byte);
+    errno = error;
+}
+
+bool InstallSignals()
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) == -1) {
+        DiagErrno(kUnit, __func__, __LINE__, "pipe: ");
+        return false;
+    }
+    s_reading.Reset(ends[0]);
+    s_writing.Reset(ends[1]);
+    if (SetNonBlocking(s_writing.Get()) && Catch(SIGUSR1))
+        return true;
+    DiagErrno(kUnit, __func__, __LINE__, "sigaction: ");
+    return false;
+}
+
+void StartSignalThread()
+{
+    const SignalsBlocked blocked;
+    try {
+        std::thread(ServeSignals).detach();
+    } catch (const std::system_error &error) {
+        Diag(kUnit, __func__, __LINE__, "signal thread: %s", error.what());
+    }
+}
