@@ -59,8 +59,8 @@ FileReplacement::~FileReplacement()
 
 bool FileReplacement::Commit()
 {
-    bool stored = std::fflush(file_.get()) == 0 && std::ferror(file_.get()) == 0 &&
-                  fsync(fileno(file_.get())) == 0;
+    bool stored =
+        std::fflush(file_.get()) == 0 && std::ferror(file_.get()) == 0 && fsync(fileno(file_.get())) == 0;
     int error = errno;
     if (std::fclose(file_.release()) != 0 && stored) {
         stored = false;

@@ -38,8 +38,8 @@ std::int32_t Divide(std::uint32_t dividend, std::uint32_t divisor)
 {
     if (divisor == 0)
         divisor = 1;
-    const std::int64_t quotient = static_cast<std::int64_t>(static_cast<std::int32_t>(dividend)) /
-                                  static_cast<std::int32_t>(divisor);
+    const std::int64_t quotient =
+        static_cast<std::int64_t>(static_cast<std::int32_t>(dividend)) / static_cast<std::int32_t>(divisor);
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(quotient));
 }
 
@@ -172,8 +172,7 @@ int VirtualCalRefreshRate(int t, int w, int h, int s, int n, int m)
 
 int W2HCalRefreshRate(int t, int w, int h, int s, int n, int m, int k)
 {
-    const std::int32_t line =
-        Divide(Unsigned(k) * Unsigned(t) * Unsigned(w) * Unsigned(h), DivisorOf(s));
+    const std::int32_t line = Divide(Unsigned(k) * Unsigned(t) * Unsigned(w) * Unsigned(h), DivisorOf(s));
     return RefreshRate(line, m, n, kOverhead, s, 1.0F);
 }
 

@@ -2,9 +2,9 @@
 // luminance.h — the largest luminance at which the panel still refreshes 100 times a second
 // (docs/protocols.md, "Files"). Pure computing but for ReadPanel; any thread.
 //
-// The letters: t minimum pulse width, w width, h rows of a scan, s scan divisor (0 counts as 1), n bit planes,
-// m width of the first plane, g gap, k multiplier, f index of the clock. Arithmetic wraps at 32 bits; floats
-// are single precision and are cut off towards zero. A divisor that wrapped to 0 counts as 1.
+// The letters: t minimum pulse width, w width, h rows of a scan, s scan divisor (0 counts as 1), n bit
+// planes, m width of the first plane, g gap, k multiplier, f index of the clock. Arithmetic wraps at 32 bits;
+// floats are single precision and are cut off towards zero. A divisor that wrapped to 0 counts as 1.
 #pragma once
 
 #include <cstdint>

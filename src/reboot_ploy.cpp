@@ -155,7 +155,8 @@ void ReloadRebootPloy()
     const std::int32_t seconds = SecondsToReboot(ploy, now, *days);
     const QTime due(ploy.hour, ploy.minute, ploy.second);
     StartTimer(seconds);
-    qDebug() << "dateTime:" << now << ", ployTime:" << due << ", curTime:" << now.time() << ", days:" << *days;
+    qDebug() << "dateTime:" << now << ", ployTime:" << due << ", curTime:" << now.time()
+             << ", days:" << *days;
     qDebug() << "start reboot timer"
              << ", s_rebootSeconds:" << seconds << " seconds.";
 }

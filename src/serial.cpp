@@ -146,9 +146,9 @@ bool KSerial::Reopen()
         return false;
     lastTry_ = now;
     const std::string path = name;
-    const bool open =
-        Open(path.c_str()) && (!configured_ || SetCommConfig(config_.baud, config_.dataBits, config_.parity,
-                                                             config_.stopBits) == 0);
+    const bool open = Open(path.c_str()) &&
+                      (!configured_ ||
+                       SetCommConfig(config_.baud, config_.dataBits, config_.parity, config_.stopBits) == 0);
     if (open)
         return true;
     Close();

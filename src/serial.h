@@ -15,7 +15,7 @@ public:
     bool Open(const char *path);
     // Raw mode. Unknown speeds give 38400, unknown data bits 5, unknown parities none; 2 stop bits or 1.
     int SetCommConfig(int baud, int dataBits, char parity, int stopBits); // 0 done, -1 not a terminal
-    int Read(char *buf, int len); // bytes read, -1 closed or failed
+    int Read(char *buf, int len);                                         // bytes read, -1 closed or failed
     // One write of all bytes: the count taken, -1 closed or failed. A device that is gone (EIO, ENXIO) is
     // opened and configured again by a later call, at most once a second.
     int Write(char *buf, int len);

@@ -3,8 +3,9 @@
 // "FPGA").
 //
 // One lock guards the packet, the files under way, the caches, the settings files and the serial line, so
-// that the service thread (port 8879), the main thread (sessions, player, reboot schedule) and the thread that
-// acts on signals never mix. The public functions take it themselves; nothing is sent to a peer under it.
+// that the service thread (port 8879), the main thread (sessions, player, reboot schedule) and the thread
+// that acts on signals never mix. The public functions take it themselves; nothing is sent to a peer under
+// it.
 #pragma once
 
 #include "files.h"
@@ -76,10 +77,10 @@ private:
     void Accept();
     static bool PrepareClient(int fd);
     void CloseListener();
-    void WorkThread(int fd);   // serves a client to its end
-    int Read(int fd);          // the packet's length byte, 0 when that is 0, -1 the client is gone
+    void WorkThread(int fd); // serves a client to its end
+    int Read(int fd);        // the packet's length byte, 0 when that is 0, -1 the client is gone
     int ReadBody(int fd, std::size_t length); // as Read
-    int DisposePacket(int fd); // non-zero to go on, 0 to end the connection
+    int DisposePacket(int fd);                // non-zero to go on, 0 to end the connection
 
     int Handle(Entrance entrance, wire::Bytes bytes, SettingAnswer *answer); // as DisposePacket(int)
     void ClientLeft(Entrance entrance);
@@ -89,7 +90,7 @@ private:
     int HandleCommand(Entrance entrance, SettingAnswer *answer);
     int HandleFrame();
     int HandleData();
-    int SendBytesToFpga(wire::Bytes bytes);               // 7 sent, anything else not (logged)
+    int SendBytesToFpga(wire::Bytes bytes);                    // 7 sent, anything else not (logged)
     int SendFrame(std::uint32_t command, std::uint32_t value); // likewise
     int SendLoggedFrame(std::uint32_t command, std::uint32_t value, const char *label, const char *format);
     int SendSettings(); // as WriteSettingToSerial
@@ -126,6 +127,6 @@ private:
     unsigned brightnessPercent = 100;
 };
 
-// Rewrites the boot copy from the working copy; `computed`: with the highest luminance worked out afresh, else
-// with the one that the working copy holds. Any thread, without the service's lock.
+// Rewrites the boot copy from the working copy; `computed`: with the highest luminance worked out afresh,
+// else with the one that the working copy holds. Any thread, without the service's lock.
 void CopySettingToBoot(bool computed);

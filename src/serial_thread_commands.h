@@ -32,8 +32,8 @@ private:
     static const TransferKind kLuminanceTransfer;
     static const TransferKind kBootScreenTransfer;
 
-    wire::Bytes Argument() const;      // what the packet brought behind the code
-    const char *ArgumentText() const;  // ends at a zero, the packet is cleared behind what it brought
+    wire::Bytes Argument() const;       // what the packet brought behind the code
+    const char *ArgumentText() const;   // ends at a zero, the packet is cleared behind what it brought
     std::uint32_t ArgumentWord() const; // 0 for what it did not bring
     void Acknowledge();
 

@@ -71,7 +71,8 @@ void LuminanceStored(SettingAnswer *answer)
 {
     std::printf("g_luminance_flush_flag: %d\n", g_luminance_flush_flag);
     if (g_luminance_flush_flag == 0) {
-        const std::string command = std::string("cp ") + paths::kUsbLuminanceFile + " " + paths::kLuminanceFile;
+        const std::string command =
+            std::string("cp ") + paths::kUsbLuminanceFile + " " + paths::kLuminanceFile;
         RunAndSync(command.c_str(), paths::kLuminanceFile);
         std::printf("buff: %s\n", command.c_str());
     }
@@ -240,10 +241,10 @@ int KSerialThread::Commands::ReceiveEnd(const TransferKind &kind, Transfer *tran
     transfer->file.reset();
     if (stored)
         kind.stored(answer_);
-    wire::ChunkResult result{.command = {.header = {.length = sizeof(wire::ChunkResult) - 1,
-                                                    .type = wire::kPacketCommand},
-                                         .code = code_},
-                             .status = stored ? 1U : 0U};
+    wire::ChunkResult result{
+        .command = {.header = {.length = sizeof(wire::ChunkResult) - 1, .type = wire::kPacketCommand},
+                    .code = code_},
+        .status = stored ? 1U : 0U};
     answer_->Reply(result);
     return 1;
 }

@@ -7,5 +7,5 @@
 
 void ChangeScreenSize(std::uint32_t value); // width in the low, height in the high 16 bits
 void ChangeBrightness(std::uint32_t value); // percent
-void UpdateSettingFile();                   // takes the player's settings file over when it says something new
-void ScreenOnOff(std::uint32_t value);      // 0 on, anything else off
+void UpdateSettingFile();              // takes the player's settings file over when it says something new
+void ScreenOnOff(std::uint32_t value); // 0 on, anything else off

@@ -28,8 +28,8 @@ struct SettingAnswer {
     }
 };
 
-// How long a peer may take. A client of the service's own port must take some bytes again and again, a session
-// of the main port must be done altogether in time.
+// How long a peer may take. A client of the service's own port must take some bytes again and again, a
+// session of the main port must be done altogether in time.
 struct SendPatience {
     std::chrono::milliseconds limit;
     bool renewed; // the limit starts again whenever bytes went out
