@@ -5,6 +5,7 @@
 #include "diag.h"
 #include "files.h"
 #include "paths.h"
+#include "setting_records.h"
 #include "shell.h"
 #include "system_env.h"
 
@@ -19,18 +20,10 @@ namespace
 
 constexpr char kUnit[] = "src/search_services.c";
 
-constexpr int kDefaultScreenSide = 128; // pixels
-constexpr std::uint32_t kModelTag = 22;
+constexpr int kDefaultScreenSide = 128;       // pixels
 constexpr std::size_t kSizeRecordOffset = 32; // fourth record of the settings file
 constexpr std::uint32_t kSmallestData =
     40; // the file holds that record only when its data is longer than this
-
-// One entry of the settings file; its header reads as one too.
-struct SettingRecord {
-    wire::U32 tag;
-    wire::U32 value;
-};
-static_assert(sizeof(SettingRecord) == 8);
 
 // The device type that an identifier stands for, nothing when it is not a known one.
 std::optional<std::int32_t> DeviceTypeOf(const char *id)
@@ -166,10 +159,10 @@ void getScreenSize(int *width, int *height)
     *width = kDefaultScreenSide;
     *height = kDefaultScreenSide;
     const auto start =
-        ReadFileStart(paths::kBootSetting, kSizeRecordOffset + sizeof(SettingRecord)).value_or("");
+        ReadFileStart(paths::kBootSetting, kSizeRecordOffset + sizeof(wire::SettingRecord)).value_or("");
     const wire::Bytes bytes = wire::BytesAt(start.data(), start.size());
-    const auto header = wire::Read<SettingRecord>(bytes);
-    const auto size = wire::Read<SettingRecord>(bytes, kSizeRecordOffset);
+    const auto header = wire::Read<wire::SettingRecord>(bytes);
+    const auto size = wire::Read<wire::SettingRecord>(bytes, kSizeRecordOffset);
     if (header && size && header->value > kSmallestData) {
         *width = static_cast<int>(size->value & 0xFFFF);
         *height = static_cast<int>(size->value >> 16);
@@ -187,9 +180,9 @@ int getModelType()
 {
     int type = 1;
     const FilePointer file = OpenFile(paths::kBootSetting, "rb");
-    SettingRecord record;
+    wire::SettingRecord record;
     while (file && std::fread(&record, 1, sizeof record, file.get()) == sizeof record) {
-        if (record.tag == kModelTag)
+        if (record.id == wire::kIdModelType)
             type = record.value == 0 ? 1 : 0;
     }
     return type;

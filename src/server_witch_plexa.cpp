@@ -8,6 +8,7 @@
 #include "paths.h"
 #include "player_records.h"
 #include "search_services.h"
+#include "server_witch_plexa_settings.h"
 #include "shell.h"
 #include "system_env.h"
 
@@ -56,6 +57,9 @@ void UpdateUSBState(std::uint32_t state)
 void HandleMessage(std::uint32_t code)
 {
     switch (code) {
+    case wire::SS_CMD_UPDATE_SETTING_FILE:
+        UpdateSettingFile();
+        break;
     case wire::SS_CMD_REBOOT:
         Reboot();
         break;
@@ -67,6 +71,15 @@ void HandleMessage(std::uint32_t code)
 void HandleMessage(std::uint32_t code, std::uint32_t value)
 {
     switch (code) {
+    case wire::SS_CMD_SCREEN_SIZE:
+        ChangeScreenSize(value);
+        break;
+    case wire::SS_CMD_BRIGHTNESS:
+        ChangeBrightness(value);
+        break;
+    case wire::SS_CMD_SCREEN_ON_OFF:
+        ScreenOnOff(value);
+        break;
     case wire::SS_CMD_USB_STATE:
         UpdateUSBState(value);
         break;

@@ -11,6 +11,6 @@ class KSession : public QObject
 public:
     using QObject::QObject;
 
-public slots:
+public Q_SLOTS:
     virtual void Destroyes(void *p, int t) = 0;
 };

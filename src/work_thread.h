@@ -80,12 +80,12 @@ public:
     void SetModelType() {}
     void SetDeviceID() {}
 
-signals:
+Q_SIGNALS:
     void Destroyes(void *p, int t);
     void Finished();
     void InitTcp(int ip);
 
-public slots:
+public Q_SLOTS:
     void DisplayError(QAbstractSocket::SocketError) {}
     void Finish() {}
     void UdpRecved() {}
