@@ -247,7 +247,7 @@ TEST_F(UploadService, InterfaceOfTheThread)
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     {
         KWorkThread thread(&owner, ends[0]);
-        emit thread.Destroyes(&ends, 7);
+        Q_EMIT thread.Destroyes(&ends, 7);
     }
     EXPECT_EQ(owner.pointer, &ends);
     EXPECT_EQ(owner.type, 7);
