@@ -37,6 +37,7 @@ std::vector<Outcome> Resolve(const std::vector<BoardSelector> &selectors, const 
         }
     }
     std::vector<Outcome> outcomes;
+    outcomes.reserve(selectors.size());
     for (auto &[key, outcome] : resolved)
         outcomes.push_back(std::move(outcome));
     std::move(unresolved.begin(), unresolved.end(), std::back_inserter(outcomes));
