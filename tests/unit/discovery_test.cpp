@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+// Where a reply goes, and what is obeyed whose identifier it carries.
+#include "device_context.h"
+#include "search_services.h"
+#include "services.h"
+#include "sockets.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <string>
+#include <sys/socket.h>
+
+namespace
+{
+
+constexpr std::uint16_t kBoardPort = 18878;
+
+std::string s_calls; // operations of the remote-server client, as they are called
+
+// The board's socket and a PC's, both on the loopback interface.
+class Discovery : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        g_device.setID("C3-0123456789");
+        boardFd_ = UniqueFd(InitUdpSocket("0.0.0.0", kBoardPort));
+        pcFd_ = UniqueFd(InitUdpSocket("0.0.0.0", 0));
+        ASSERT_TRUE(boardFd_.Valid() && pcFd_.Valid());
+    }
+
+    // Lets the board handle one datagram from 127.0.0.1. The handler's result.
+    int Ask(const std::string &request, int (*handler)(int))
+    {
+        sockaddr_in board{};
+        board.sin_family = AF_INET;
+        board.sin_port = htons(kBoardPort);
+        board.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(sendto(pcFd_.Get(), request.data(), request.size(), 0,
+                         reinterpret_cast<const sockaddr *>(&board), sizeof board),
+                  static_cast<ssize_t>(request.size()));
+        return handler(boardFd_.Get());
+    }
+
+    // The reply, and the address it was sent to; empty when there is none.
+    std::string Reply(std::uint32_t *destination = nullptr)
+    {
+        pollfd waiting{.fd = pcFd_.Get(), .events = POLLIN, .revents = 0};
+        if (poll(&waiting, 1, 200) != 1)
+            return {};
+        char bytes[1500];
+        alignas(cmsghdr) char control[256];
+        iovec part{.iov_base = bytes, .iov_len = sizeof bytes};
+        msghdr message{};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        const ssize_t count = recvmsg(pcFd_.Get(), &message, 0);
+        in_pktinfo information{};
+        std::memcpy(&information, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof information);
+        if (destination != nullptr)
+            *destination = ntohl(information.ipi_addr.s_addr);
+        return {bytes, static_cast<std::size_t>(count)};
+    }
+
+private:
+    UniqueFd boardFd_;
+    UniqueFd pcFd_;
+};
+
+} // namespace
+
+TEST_F(Discovery, ReplyAddressComparesDifferentByteOrders)
+{
+    constexpr std::uint32_t kEverybody = 0xFFFFFFFF;
+    constexpr std::uint32_t kSender = 0x7F000001; // 127.0.0.1
+    struct Row {
+        std::uint32_t address, mask; // as the record holds them
+        std::uint32_t replyTo;
+    };
+    const Row rows[] = {
+        {0x0100007F, 0xFF000000, kEverybody}, // 127.0.0.1 after start: the same subnet, and yet
+        {0x0100007F, 0xFFFFFFFF, kEverybody},
+        {0x0100007F, 0x00FFFF00, kSender}, // what reads the same in both orders
+        {0x7F0000FE, 0xFFFFFF00, kSender}, // after a change to a fixed address
+        {0x0A000001, 0xFFFFFF00, kEverybody},
+        {0x0A000001, 0, kSender},
+    };
+    for (const Row &row : rows) {
+        g_device.setIp(static_cast<std::int32_t>(row.address));
+        g_device.setMask(static_cast<std::int32_t>(row.mask));
+        std::uint32_t destination = 0;
+        EXPECT_EQ(Ask(std::string(30, 'q'), DisposeUdpPacket), 1);
+        EXPECT_EQ(Reply(&destination).size(), 409U);
+        EXPECT_EQ(destination, row.replyTo) << std::hex << row.address << "/" << row.mask;
+        // The custom port always answers the sender.
+        EXPECT_EQ(Ask(std::string(30, 'q'), DisposeUdpPacketInFixed), 1);
+        EXPECT_EQ(Reply(&destination).size(), 409U);
+        EXPECT_EQ(destination, kSender);
+    }
+}
+
+TEST_F(Discovery, SetsTheRemoteServerWhateverTheIdentifier)
+{
+    DeviceContext context{};
+    InitDeviceContext(&context);
+    context.DisconnectFromServer = [](DeviceContext *) { s_calls += "disconnect "; };
+    context.SetAddrParam = [](DeviceContext *, const char *addr, int flag, int port, const char *user) {
+        s_calls += std::to_string(std::strlen(addr)) + addr[0] + " " + std::to_string(flag) + " " +
+                   std::to_string(port) + " " + user + " ";
+    };
+    context.ConnectToServer = [](DeviceContext *) { s_calls += "connect"; };
+    DeviceContext *const before = g_deviceContext;
+    g_deviceContext = &context;
+
+    // Texts that fill their fields do not run on into what lies behind.
+    std::string request(15 + 4, 'h');
+    request += "of another one";
+    request += std::string("\x01\0", 2) + std::string(256, 'a') + std::string("\x10\x27\0\0", 4) +
+               std::string(20, 'u');
+    ASSERT_EQ(request.size(), 315U);
+    s_calls.clear();
+    EXPECT_EQ(Ask(request, DisposeUdpPacketInFixed), 0); // not on the custom port
+    EXPECT_EQ(s_calls, "");
+    EXPECT_EQ(Ask(request, DisposeUdpPacket), 1);
+    EXPECT_EQ(s_calls, "disconnect 256a 1 10000 " + std::string(20, 'u') + " connect");
+    const std::string header = std::string("hhhh\x22\0", 6) + std::string(9, 'h');
+    EXPECT_EQ(Reply(), header + std::string("\x04\0\0\0C3-0123456789\0\x01", 19));
+    g_deviceContext = before;
+}
