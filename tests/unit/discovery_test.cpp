@@ -32,6 +32,8 @@ protected:
         ASSERT_TRUE(boardFd_.Valid() && pcFd_.Valid());
     }
 
+    void TearDown() override { g_device.setID(""); }
+
     // Lets the board handle one datagram from 127.0.0.1. The handler's result.
     int Ask(const std::string &request, int (*handler)(int))
     {
