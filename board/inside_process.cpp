@@ -121,6 +121,12 @@ bool InsideTree::Running() const
     return channel_.IsOpen();
 }
 
+pid_t InsideTree::InitPid() const
+{
+    const std::lock_guard guard(lock_);
+    return init_;
+}
+
 // Whoever still waits for a process of the board learns that it is gone.
 void InsideTree::Close()
 {

@@ -62,7 +62,7 @@ public:
     void Boot(const std::string &root, int networkSpace); // throws std::runtime_error
     void Stop();                                          // every process of the board ends
     bool Running() const;
-    pid_t InitPid() const { return init_; }
+    pid_t InitPid() const;
 
     // Throws std::runtime_error when the board is down or the process cannot be started.
     std::shared_ptr<InsideProcess> Start(const ProcessRequest &request);

@@ -74,8 +74,8 @@ static void MakePrivate()
     RaiseLoopback();
 }
 
-// A signal from the terminal reaches every process of the foreground group by itself; only what was sent to
-// this one process is passed on.
+// A key of the terminal reaches every process of the foreground group by itself; everything else was sent to
+// this one process only and is passed on.
 static int OpenForwardedSignals()
 {
     sigset_t set;
@@ -99,7 +99,8 @@ static int WaitFor(pid_t child, int signals, int lifeline)
         signalfd_siginfo info;
         while (read(signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
             const int number = static_cast<int>(info.ssi_signo);
-            if (number != SIGCHLD && info.ssi_code <= 0)
+            const bool fromKeyboard = (number == SIGINT || number == SIGQUIT) && info.ssi_code > 0;
+            if (number != SIGCHLD && !fromKeyboard)
                 kill(child, number);
         }
         int status = 0;

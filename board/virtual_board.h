@@ -60,7 +60,8 @@ public:
     void Stop();   // power off: no process is left, the root stays
     void Reboot(); // as a reset button; returns when the board is up again
     bool Running() const;
-    unsigned Boots() const; // 1 after Boot; counts every reboot
+    unsigned Boots() const;                           // 1 after Boot; counts every reboot
+    pid_t InitPid() const { return tree_.InitPid(); } // of process 1 inside, as the PC side sees it; -1: off
 
     // --- the daemon ---
     void StartDaemon(); // returns when it listens or has ended
@@ -114,6 +115,7 @@ public:
                  unsigned mebibytes = 1024); // a file system on /home/root/usb_dev; keeps its content
     bool UsbDiskIn() const;
     Player &ThePlayer() { return player_; }
+    const Player &ThePlayer() const { return player_; }
     void PlayerConnected(bool on); // true waits for the login
     bool SendAsPlayer(std::uint32_t code, std::optional<std::uint32_t> value = {});
     void SupervisorListens(bool on) { supervisor_.Listen(on); }
