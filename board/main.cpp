@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <filesystem>
@@ -126,7 +127,9 @@ static void AddBoardOptions(CLI::App &app, Settings &settings)
         ->capture_default_str();
     app.add_option("--prefix", settings.prefix, "words before it, such as \"qemu-arm-static -L SYSROOT\"")
         ->group(group);
-    app.add_option("--env", settings.environment, "NAME=VALUE for the daemon")->group(group);
+    app.add_option("--env", settings.environment, "NAME=VALUE for the daemon")
+        ->group(group)
+        ->allow_extra_args(false);
     app.add_option("--file", settings.files, "BOARD-PATH=FILE: lay a file into the board's root")
         ->group(group);
     app.add_option("--file-limit", settings.board.softFileLimit, "soft limit of open files for the daemon")
@@ -298,6 +301,16 @@ static void AddRequests(CLI::App &app, Settings &settings)
     }
 }
 
+// Everything behind the first "--" is a command and none of our business.
+static int TakeCommand(int argc, char **argv, Words &command)
+{
+    char **const end = argv + argc;
+    char **const marker = std::find(argv, end, std::string_view("--"));
+    if (marker != end)
+        command.assign(marker + 1, end);
+    return static_cast<int>(marker - argv);
+}
+
 static int Run(int argc, char **argv)
 {
     Settings settings;
@@ -316,9 +329,17 @@ static int Run(int argc, char **argv)
     for (CLI::App *one : {shell, exec, root})
         AddBoardOptions(*one, settings);
     for (CLI::App *one : {exec, root, run})
-        one->add_option("command", settings.command, "program and arguments")->required();
+        one->final_callback([&settings] {
+            if (settings.command.empty())
+                throw CLI::RequiredError("-- COMMAND");
+        });
     AddRequests(app, settings);
-    CLI11_PARSE(app, argc, argv);
+    argc = TakeCommand(argc, argv, settings.command);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
 
     if (run->parsed())
         return board::RunInRunningBoard(settings.command);
