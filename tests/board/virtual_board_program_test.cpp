@@ -55,7 +55,7 @@ TEST(VirtualBoardProgram, SteersARunningBoard)
         echo status $?
         virtual-board cable out; virtual-board run -- ethtool eth0 | grep Link
         virtual-board cable sideways; virtual-board cable in
-        virtual-board run -- sh -c "sh -c \"hwclock -w\""
+        virtual-board run -- sh -c "hwclock -w"
         virtual-board commands | grep hwclock; virtual-board calls --json
         virtual-board kill; virtual-board state | grep daemon; virtual-board restart
         virtual-board reboot; virtual-board state | grep -o "booted.*"
