@@ -51,7 +51,8 @@ public:
         attribute.rta_len = static_cast<std::uint16_t>(RTA_LENGTH(size));
         attribute.rta_type = type;
         std::memcpy(bytes_.data() + used_, &attribute, sizeof attribute);
-        std::memcpy(bytes_.data() + used_ + RTA_LENGTH(0), data, size);
+        if (size > 0)
+            std::memcpy(bytes_.data() + used_ + RTA_LENGTH(0), data, size);
         used_ += RTA_ALIGN(RTA_LENGTH(size));
     }
     void Put(std::uint16_t type, const std::string &text) { Put(type, text.c_str(), text.size() + 1); }
