@@ -32,6 +32,8 @@ public:
     void Send(wire::Bytes bytes);
     void ReceiveExactly(wire::MutableBytes bytes); // fills all of it
 
+    void SetPatience(std::chrono::milliseconds patience) { patience_ = patience; }
+
     in_addr LocalAddress() const;
     const Endpoint &Peer() const { return peer_; }
 

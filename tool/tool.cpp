@@ -4,6 +4,7 @@
 #include "discover_verb.h"
 #include "info_verb.h"
 #include "interrupt.h"
+#include "upload_verb.h"
 
 #include <cmath>
 #include <iostream>
@@ -18,6 +19,7 @@ namespace
 constexpr Verb kVerbs[] = {
     {"discover", "List the boards on the network.", DefineDiscover},
     {"info", "Show everything that a board tells about itself.", DefineInfo},
+    {"upload", "Send a display program to boards.", DefineUpload},
 };
 
 constexpr const char *kExitStatuses =

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// upload_verb.h — `ledboard upload BOARD... FOLDER`: replaces the display program of a board.
+#pragma once
+
+#include "verb.h"
+
+namespace ledboard
+{
+
+VerbAction DefineUpload(CLI::App &command);
+
+} // namespace ledboard
