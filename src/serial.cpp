@@ -93,11 +93,8 @@ bool KSerial::Open(const char *path)
     return fd >= 0;
 }
 
-int KSerial::SetCommConfig(int baud, int dataBits, char parity, int stopBits)
+termios KSerial::LineSettings(termios settings, int baud, int dataBits, char parity, int stopBits)
 {
-    termios settings{};
-    if (tcgetattr(fd, &settings) == -1)
-        return -1;
     cfmakeraw(&settings);
     settings.c_cflag &= ~static_cast<tcflag_t>(CSIZE);
     settings.c_cflag |= CLOCAL | CREAD;
@@ -108,6 +105,15 @@ int KSerial::SetCommConfig(int baud, int dataBits, char parity, int stopBits)
     SetStopBits(&settings, stopBits);
     settings.c_cc[VTIME] = 0;
     settings.c_cc[VMIN] = 1;
+    return settings;
+}
+
+int KSerial::SetCommConfig(int baud, int dataBits, char parity, int stopBits)
+{
+    termios current{};
+    if (tcgetattr(fd, &current) == -1)
+        return -1;
+    const termios settings = LineSettings(current, baud, dataBits, parity, stopBits);
     tcflush(fd, TCIFLUSH);
     if (tcsetattr(fd, TCSANOW, &settings) == -1)
         return -1;

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <string>
+#include <termios.h>
 
 class KSerial
 {
@@ -13,7 +14,9 @@ public:
 
     // True when the device is open; false also for a NULL path, which changes nothing.
     bool Open(const char *path);
-    // Raw mode. Unknown speeds give 38400, unknown data bits 5, unknown parities none; 2 stop bits or 1.
+    // What SetCommConfig makes of a line's settings: raw mode. Unknown speeds give 38400, unknown data bits
+    // 5, unknown parities none; 2 stop bits or 1.
+    static termios LineSettings(termios settings, int baud, int dataBits, char parity, int stopBits);
     int SetCommConfig(int baud, int dataBits, char parity, int stopBits); // 0 done, -1 not a terminal
     int Read(char *buf, int len);                                         // bytes read, -1 closed or failed
     // One write of all bytes: the count taken, -1 closed or failed. A device that is gone (EIO, ENXIO) is

@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+#include "crc32.h"
+#include "search_services.h"
+#include "serial.h"
+#include "serial_thread.h"
+#include "setting_file.h"
+#include "test_files.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr char kWorkingCopy[] = "/home/root/plexa_data/setting.ss";
+constexpr char kBootCopy[] = "/boot/setting.ss";
+
+std::string Record(char id, char value)
+{
+    return {id, 0, 0, 0, value, 0, 0, 0};
+}
+
+// A pseudo-terminal whose slave the serial port opens.
+class Line
+{
+public:
+    Line() : master_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
+    {
+        grantpt(master_);
+        unlockpt(master_);
+        path_ = ptsname(master_);
+    }
+    ~Line() { HangUp(); }
+    const char *Path() const { return path_.c_str(); }
+    void HangUp()
+    {
+        if (master_ >= 0)
+            close(master_);
+        master_ = -1;
+    }
+
+private:
+    int master_;
+    std::string path_;
+};
+
+} // namespace
+
+TEST(SettingFile, BootCopyFollowsTheWorkingCopy)
+{
+    struct Row {
+        std::optional<std::string> working;
+        std::string boot;
+    };
+    const std::string header = Record(0x6D, 24);
+    const Row rows[] = {
+        {header + Record(9, 40) + Record(11, 1) + Record(14, 7), // no maximum in it: 1
+         header + Record(9, 1) + Record(11, 0) + Record(14, 7)},
+        {header + Record(-2, 80) + Record(9, 40) + Record(9, 41) + "cut",
+         header + Record(-2, 80) + Record(9, 80) + Record(9, 80)},
+        {std::nullopt, "old"},
+        {"", "old"},
+        {"seven b", "old"},
+    };
+    for (const Row &row : rows) {
+        SetTestFile(kWorkingCopy, row.working);
+        WriteTestFile(kBootCopy, "old");
+        CopySettingToBoot(false);
+        EXPECT_EQ(ReadTestFile(kBootCopy), row.boot) << "row " << &row - rows;
+    }
+}
+
+TEST(SettingFile, OneParameterIsPatchedInPlace)
+{
+    const std::string header = Record(0x6D, 16);
+    WriteTestFile(kWorkingCopy, header + Record(5, 1) + Record(9, 3) + Record(5, 2) + "tail");
+    KSerialThread service;
+    service.RTSaveSerialPara(5, 0x01020304);
+    service.RTSaveSerialPara(77, 1); // not in the file
+    const std::string patched{5, 0, 0, 0, 4, 3, 2, 1};
+    EXPECT_EQ(ReadTestFile(kWorkingCopy), header + patched + Record(9, 3) + Record(5, 2) + "tail");
+    EXPECT_EQ(ReadTestFile(kBootCopy), header + patched + Record(9, 0) + Record(5, 2));
+    EXPECT_EQ(service.GetScreenSize(), 0U);
+}
+
+TEST(SettingFile, CachesAreKeptInRange)
+{
+    struct Row {
+        unsigned maximum, luminance, expected;
+    };
+    for (const Row &row : {Row{500, 400, 500}, {0, 400, 1}, {1001, 400, 1}, {1000, 2000, 1000}}) {
+        const wire::SettingRecord records[] = {{.id = 254, .value = row.maximum},
+                                               {.id = 9, .value = row.luminance}};
+        WriteTestFile(kWorkingCopy, std::string(reinterpret_cast<const char *>(records), sizeof records));
+        EXPECT_EQ(KSerialThread().GetLuminance(), row.expected);
+    }
+    RemoveTestFile(kWorkingCopy);
+    EXPECT_EQ(KSerialThread().GetLuminance(), 1U);
+}
+
+TEST(Serial, LineSettings)
+{
+    struct Row {
+        int baud, dataBits;
+        char parity;
+        int stopBits;
+        speed_t speed;
+        tcflag_t control; // CSIZE, CSTOPB, PARENB, and PARODD, which only 'E' clears
+        bool checked;     // INPCK
+    };
+    const Row rows[] = {
+        {115200, 8, 'n', 1, B115200, CS8 | PARODD, false},
+        {1200, 6, 'N', 1, B38400, CS5 | PARODD, false},
+        {9600, 7, 'E', 2, B9600, CS7 | PARENB | CSTOPB, true},
+        {2400, 8, 'o', 1, B2400, CS8 | PARENB | PARODD, true},
+        {57600, 8, 'S', 2, B57600, CS8 | CSTOPB | PARODD, false},
+    };
+    for (const Row &row : rows) {
+        termios before{};
+        before.c_cflag = CS6 | CSTOPB | PARODD;
+        before.c_lflag = ICANON | ECHO | ISIG;
+        const termios settings =
+            KSerial::LineSettings(before, row.baud, row.dataBits, row.parity, row.stopBits);
+        EXPECT_EQ(cfgetospeed(&settings), row.speed);
+        EXPECT_EQ(settings.c_cflag & (CSIZE | PARENB | PARODD | CSTOPB), row.control)
+            << "row " << &row - rows;
+        EXPECT_EQ((settings.c_iflag & INPCK) != 0, row.checked);
+        EXPECT_EQ(settings.c_lflag & (ICANON | ECHO | ISIG), 0U);
+        EXPECT_EQ(settings.c_cc[VMIN], 1);
+    }
+}
+
+TEST(Serial, ClosedAndLostLines)
+{
+    char byte = 'x';
+    KSerial port;
+    EXPECT_EQ(port.Write(&byte, 1), -1);
+    EXPECT_EQ(port.Read(&byte, 1), -1);
+    EXPECT_FALSE(port.Open(nullptr));
+    EXPECT_FALSE(port.Open("/dev/no such line"));
+    EXPECT_FALSE(port.IsLost());
+    EXPECT_EQ(port.SetCommConfig(115200, 8, 'n', 1), -1);
+
+    Line line;
+    ASSERT_TRUE(port.Open(line.Path()));
+    EXPECT_EQ(port.Write(&byte, 1), 1);
+    line.HangUp();
+    EXPECT_EQ(port.Write(&byte, 1), -1);
+    EXPECT_TRUE(port.IsLost());
+    EXPECT_EQ(port.Close(), -1);
+    EXPECT_FALSE(port.IsLost()) << "closed on purpose: it is not opened again";
+}
+
+TEST(Crc32, StandardValues)
+{
+    WriteTestFile("/tmp/check", "123456789");
+    const int fd = open("/tmp/check", O_RDONLY | O_CLOEXEC);
+    std::uint32_t crc = 0;
+    std::uint32_t length = 0;
+    EXPECT_EQ(crc32(fd, &crc, &length), 0);
+    EXPECT_EQ(crc, 0xCBF43926U);
+    EXPECT_EQ(length, 9U);
+    close(fd);
+    EXPECT_EQ(crc32(-1, &crc, &length), 1);
+    EXPECT_EQ(crc, 0xCBF43926U);
+    crc = 1;
+    EXPECT_EQ(crc32("", 0U, &crc), 1);
+    EXPECT_EQ(crc, 1U);
+}
