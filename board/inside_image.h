@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// inside_image.h — the program of inside/, carried in the library so that nothing has to be found on disk.
+// inside_image.h — the programs of inside/, carried in the library so that nothing has to be found on disk.
 #pragma once
 
 #include <string_view>
@@ -7,6 +7,7 @@
 namespace board
 {
 
-std::string_view InsideImage();
+std::string_view InsideImage();          // init, recorder and stand-ins
+std::string_view FramebufferShimImage(); // preloaded into the daemon
 
 } // namespace board

@@ -28,6 +28,7 @@ struct Settings {
     std::string folder; // files to lay into the root
     Words files;
     Words environment;
+    std::string screen;
     unsigned usbMebibytes = 0;
     Words command;
     Words request; // to a board that runs already
@@ -88,6 +89,17 @@ static std::string FileContent(const std::string &path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// "WIDTHxHEIGHT" or "WIDTHxHEIGHTxBITS".
+static board::ScreenMode ParseScreen(const std::string &text)
+{
+    board::ScreenMode mode;
+    const int fields = std::sscanf(text.c_str(), "%ux%ux%u", &mode.width, &mode.height, &mode.bitsPerPixel);
+    const bool depthFits = mode.bitsPerPixel % 8 == 0 && mode.bitsPerPixel >= 8 && mode.bitsPerPixel <= 32;
+    if (fields < 2 || mode.width - 1 >= 8192 || mode.height - 1 >= 8192 || !depthFits)
+        throw std::runtime_error("--screen wants WIDTHxHEIGHT or WIDTHxHEIGHTxBITS, not " + text);
+    return mode;
+}
+
 static Options BoardOptions(const Settings &settings)
 {
     Options options = settings.board;
@@ -106,6 +118,8 @@ static Options BoardOptions(const Settings &settings)
     }
     options.environment.insert(options.environment.end(), settings.environment.begin(),
                                settings.environment.end());
+    if (!settings.screen.empty())
+        options.screen = ParseScreen(settings.screen);
     if (settings.dhcp)
         options.addressing = board::Addressing::Dhcp;
     else if (settings.dhcpSilent)
@@ -135,6 +149,9 @@ static void AddBoardOptions(CLI::App &app, Settings &settings)
     app.add_option("--file-limit", settings.board.softFileLimit, "soft limit of open files for the daemon")
         ->group(group);
     app.add_option("--usb", settings.usbMebibytes, "a USB disk of so many MiB is plugged in at start")
+        ->group(group);
+    app.add_option("--screen", settings.screen,
+                   "WIDTHxHEIGHT or WIDTHxHEIGHTxBITS of /dev/fb0; without: none")
         ->group(group);
     app.add_option("--data", settings.board.dataMebibytes, "size of /home/root/plexa_data in MiB")
         ->group(group);
@@ -238,6 +255,8 @@ static int RunInRoot(Settings settings)
 static int Ask(const Settings &settings)
 {
     Words words = settings.request;
+    if (words.front() == "picture")
+        words.back() = fs::absolute(words.back()); // the board's own folder is another one
     std::size_t shown = 0;
     for (;;) {
         if (settings.follow) {
@@ -274,6 +293,7 @@ static constexpr Request kRequests[] = {
     {"messages", "what the player was told", nullptr, true},
     {"commands", "command lines the daemon gave to the shell", nullptr, true},
     {"calls", "calls of reboot, hwclock, date -s and pppd, which are stand-ins", nullptr, true},
+    {"picture", "write what the screen shows to a portable pixmap file", "FILE", false},
     {"forget", "empty all of these records", nullptr, false},
     {"cable", "pull the Ethernet cable or plug it in", "in|out", false},
     {"usb", "plug a USB disk in or pull it out; the player tells the daemon", "in|out [MIB]", false},

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fmt/core.h>
+#include <fstream>
 #include <functional>
 #include <linux/capability.h>
 #include <map>
@@ -93,6 +94,19 @@ static Answer Usb(VirtualBoard &board, const Words &words)
     });
 }
 
+static Answer Picture(VirtualBoard &board, const Words &words)
+{
+    const auto picture = board.Picture();
+    if (!picture)
+        return Failure("the board has no screen; boot it with --screen");
+    if (words.size() < 2)
+        return Failure("picture wants a file");
+    std::ofstream file(words[1], std::ios::binary);
+    if (!(file << picture->Ppm()).flush())
+        return Failure("cannot write " + words[1]);
+    return Done(fmt::format("{} x {} pixels in {}", picture->width, picture->height, words[1]));
+}
+
 using Verb = std::function<Answer(VirtualBoard &, const Words &)>;
 
 static Answer Do(const std::function<void()> &action, const char *done)
@@ -107,6 +121,7 @@ static const std::map<std::string, Verb> &Actions()
         {"cable", [](auto &board,
                      auto &words) { return Switch(words, "in", "out", [&](bool in) { board.Cable(in); }); }},
         {"usb", Usb},
+        {"picture", Picture},
         {"kill", [](auto &board, auto &) { return Do([&] { board.KillDaemon(); }, "the daemon is killed"); }},
         {"restart",
          [](auto &board, auto &) { return Do([&] { board.RestartDaemon(); }, "the daemon is started"); }},

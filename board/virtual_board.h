@@ -22,6 +22,7 @@
 #include "board_network.h"
 #include "board_root.h"
 #include "fpga_line.h"
+#include "framebuffer.h"
 #include "inside_process.h"
 #include "journal.h"
 #include "options.h"
@@ -114,6 +115,7 @@ public:
     void UsbDisk(bool in,
                  unsigned mebibytes = 1024); // a file system on /home/root/usb_dev; keeps its content
     bool UsbDiskIn() const;
+    std::optional<ScreenPicture> Picture() const { return ReadFramebuffer(root_); } // none: no screen
     Player &ThePlayer() { return player_; }
     const Player &ThePlayer() const { return player_; }
     void PlayerConnected(bool on); // true waits for the login

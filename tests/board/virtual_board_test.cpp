@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <linux/fb.h>
 #include <netinet/in.h>
 #include <set>
 #include <sys/socket.h>
@@ -261,6 +263,52 @@ TEST_F(VirtualBoardAlone, DecodesTheFpgaLine)
     EXPECT_EQ(board->Fpga().StrayBytes(), 3U);
     EXPECT_TRUE(board->WaitForFrame(254, 50, 0ms));
     EXPECT_FALSE(board->WaitForFrame(254, 51, 30ms));
+}
+
+// Draws one pixel as a program on the board does, through the shim that is preloaded there.
+static int DrawInBoard(int (*request)(int, unsigned long, ...), const std::string &root)
+{
+    fb_var_screeninfo mode{};
+    fb_fix_screeninfo fixed{};
+    const int fd = chroot(root.c_str()) == 0 ? open("/dev/fb0", O_RDWR) : -1;
+    if (request(fd, FBIOGET_VSCREENINFO, &mode) != 0 || mode.xres != 16 || mode.yres != 8 ||
+        mode.bits_per_pixel != 8)
+        return 1;
+    mode.bits_per_pixel = 32;
+    if (request(fd, FBIOPUT_VSCREENINFO, &mode) == 0 || errno != EINVAL)
+        return 2;
+    mode.bits_per_pixel = 16;
+    mode.red = {11, 5, 0};
+    mode.green = {5, 6, 0};
+    mode.blue = {0, 5, 0};
+    if (request(fd, FBIOPUT_VSCREENINFO, &mode) != 0 || request(fd, FBIOGET_FSCREENINFO, &fixed) != 0)
+        return 3;
+    const std::uint16_t colour = 0x1F << 11 | 0x15 << 5;
+    if (fixed.line_length != 32 || pwrite(fd, &colour, sizeof colour, 2 * 32 + 3 * 2) != 2)
+        return 4;
+    const int other = open("/dev/null", O_RDWR);
+    return request(other, FBIOGET_VSCREENINFO, &mode) == -1 && errno == ENOTTY ? 0 : 5;
+}
+
+TEST_F(VirtualBoardAlone, ScreenAnswersFramebufferRequests)
+{
+    options.screen = board::ScreenMode{.width = 16, .height = 8, .bitsPerPixel = 8, .refuses32 = true};
+    Boot();
+    void *shim = dlopen((board->RootFolder() + board::kShimPath).c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(shim, nullptr) << dlerror();
+    const auto request = reinterpret_cast<int (*)(int, unsigned long, ...)>(dlsym(shim, "ioctl"));
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(DrawInBoard(request, board->RootFolder()));
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    const auto picture = board->Picture();
+    ASSERT_TRUE(picture.has_value());
+    EXPECT_EQ(picture->bitsPerPixel, 16U);
+    EXPECT_EQ(picture->Pixel(3, 2), 0xFF5500U);
+    EXPECT_EQ(picture->Pixel(2, 3), 0U);
+    EXPECT_EQ(picture->Ppm().substr(0, 12), "P6\n16 8\n255\n");
 }
 
 // Plays the daemon's end of the player's session byte by byte.
