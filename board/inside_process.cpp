@@ -211,19 +211,19 @@ void InsideTree::Receive()
     const auto found = processes_.find(report.id);
     if (found == processes_.end())
         return;
-    InsideProcess &process = *found->second;
-    const std::lock_guard one(process.lock_);
+    const std::shared_ptr<InsideProcess> process = found->second; // the last one, when nobody waits for it
+    const std::lock_guard one(process->lock_);
     if (report.kind == inside::kStarted) {
-        process.started_ = true;
-        process.pid_ = PidOf(descriptor.Get());
-        process.descriptor_ = std::move(descriptor);
+        process->started_ = true;
+        process->pid_ = PidOf(descriptor.Get());
+        process->descriptor_ = std::move(descriptor);
         return;
     }
-    process.ended_ = true;
+    process->ended_ = true;
     if (report.kind == inside::kEnded)
-        process.status_ = report.value;
+        process->status_ = report.value;
     else
-        process.error_ = report.value;
+        process->error_ = report.value;
     processes_.erase(found);
 }
 
