@@ -21,13 +21,15 @@ struct LedboardResult {
 class LedboardRun
 {
 public:
-    // `output` takes standard output in the place of the result, when it is not empty.
-    explicit LedboardRun(const std::vector<std::string> &arguments, const std::string &output = "")
+    // `output` takes standard output in the place of the result, when it is not empty. `name` is another of
+    // our programs.
+    explicit LedboardRun(const std::vector<std::string> &arguments, const std::string &output = "",
+                         const std::string &name = "ledboard")
         : out_(output.empty() ? memfd_create("out", MFD_CLOEXEC)
                               : open(output.c_str(), O_WRONLY | O_CLOEXEC)),
           err_(memfd_create("err", MFD_CLOEXEC))
     {
-        std::string program = std::string(std::getenv("LEDBOARD_BIN_DIR")) + "/ledboard";
+        std::string program = std::string(std::getenv("LEDBOARD_BIN_DIR")) + "/" + name;
         std::vector<std::string> words = arguments;
         std::vector<char *> argv = {program.data()};
         for (std::string &word : words)

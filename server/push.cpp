@@ -1,0 +1,355 @@
+// SPDX-License-Identifier: MIT
+#include "push.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+namespace server
+{
+
+namespace
+{
+
+// Data is sent in chunks of one size, for ever: a board's table of a half received file counts them. Two of
+// them with their headers fill the board's buffer, so that one is on its way while the other is stored.
+constexpr std::size_t kChunkSize = 4556;
+constexpr std::size_t kWindow = wire::kRemoteBufferSize;
+constexpr std::size_t kChunkPacket = sizeof(wire::RemoteChunkRequest) + kChunkSize;
+static_assert(2 * kChunkPacket == kWindow);
+
+constexpr std::size_t kDigestsInFlight = kWindow / sizeof(wire::RemoteNamePacket);
+constexpr std::size_t kMostNames = 1'000'000; // in a board's listing
+
+class PushFailure : public std::runtime_error
+{
+public:
+    PushFailure(std::string result, const std::string &message)
+        : std::runtime_error(message), result_(std::move(result))
+    {
+    }
+    const std::string &Result() const { return result_; }
+
+private:
+    std::string result_;
+};
+
+} // namespace
+
+nlohmann::json PushReport::Json() const
+{
+    nlohmann::json json = {{"id", id},       {"result", result},   {"unchanged", unchanged},
+                           {"sent", sent},   {"resumed", resumed}, {"removed", removed},
+                           {"bytes", bytes}, {"seconds", seconds}};
+    if (!message.empty())
+        json["message"] = message;
+    return json;
+}
+
+Push::Push(Boards &boards, std::string id, std::shared_ptr<SourceFolder> source, Observer observer)
+    : boards_(boards), source_(std::move(source)), observer_(std::move(observer))
+{
+    report_.id = std::move(id);
+}
+
+void Push::Cancel()
+{
+    cancelled_ = true;
+    boards_.Notify();
+}
+
+asio::awaitable<PushReport> Push::Run()
+{
+    const auto begin = std::chrono::steady_clock::now();
+    while (!co_await TryOnce()) {
+    }
+    report_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    if (BoardEntry *const entry = boards_.Find(report_.id))
+        entry->push.clear();
+    co_return report_;
+}
+
+// False when the board was lost on the way: try again.
+asio::awaitable<bool> Push::TryOnce()
+{
+    try {
+        co_await WaitForBoard();
+        co_await AllSteps();
+    } catch (const LinkLost &) {
+        co_return false;
+    } catch (const BadPacket &error) {
+        link_->Close();
+        report_.result = "failed";
+        report_.message = error.what();
+    } catch (const PushFailure &error) {
+        report_.result = error.Result();
+        report_.message = error.what();
+    } catch (const std::exception &error) {
+        report_.result = "failed";
+        report_.message = error.what();
+    }
+    if (report_.result != "done" && report_.result != "refused" && link_ != nullptr)
+        co_await Abort();
+    co_return true;
+}
+
+// Unlocks the board without a finish and leaves no reply behind that the next push would take for its own.
+asio::awaitable<void> Push::Abort()
+{
+    link_->Send(MakeRequest(report_.id, wire::kRemoteUnlock));
+    link_->Send(MakeRequest(report_.id, wire::kRemoteListVideos));
+    try {
+        for (std::vector<std::string> names; names.size() <= kMostNames;) {
+            const Reply reply = co_await link_->NextReply();
+            if (reply.code == wire::kRemoteVideosReply && TakeNames(reply, &names))
+                co_return;
+        }
+        link_->Close();
+    } catch (const LinkLost &) {
+        co_return; // which ends the lock as well
+    }
+}
+
+asio::awaitable<void> Push::WaitForBoard()
+{
+    for (;;) {
+        if (cancelled_)
+            throw PushFailure("cancelled", "cancelled");
+        const BoardEntry *const entry = boards_.Find(report_.id);
+        if (entry != nullptr && entry->link != nullptr && !entry->link->Closed() && entry->link != link_) {
+            link_ = entry->link;
+            co_return;
+        }
+        Show("waiting");
+        co_await boards_.Change();
+    }
+}
+
+asio::awaitable<void> Push::AllSteps()
+{
+    co_await LockDevice();
+    const std::vector<std::string> onBoard = co_await ListFiles();
+    co_await RemoveGone(onBoard);
+    const std::vector<Task> tasks = co_await CompareFiles(onBoard);
+    progress_.done = progress_.total = 0;
+    for (const Task &task : tasks) {
+        progress_.total += source_->Files().at(task.name).size;
+        progress_.done += task.offset;
+    }
+    for (const Task &task : tasks)
+        co_await SendFile(task);
+    co_await Finish();
+}
+
+asio::awaitable<void> Push::LockDevice()
+{
+    Show("locking");
+    link_->Send(MakeRequest(report_.id, wire::kRemoteLock));
+    const Reply reply = co_await Expect(wire::kRemoteLockReply);
+    if (ReplyWord(reply) != wire::kRemoteSuccess)
+        throw PushFailure("refused", "another user has locked the board");
+}
+
+asio::awaitable<std::vector<std::string>> Push::ListFiles()
+{
+    Show("listing");
+    link_->Send(MakeRequest(report_.id, wire::kRemoteListFiles));
+    std::vector<std::string> names;
+    for (bool last = false; !last;) {
+        const Reply reply = co_await Expect(wire::kRemoteFilesReply);
+        last = TakeNames(reply, &names);
+        if (names.size() > kMostNames)
+            throw BadPacket("a listing without an end");
+    }
+    co_return names;
+}
+
+asio::awaitable<void> Push::RemoveGone(std::vector<std::string> names)
+{
+    std::erase_if(names, [this](const std::string &name) { return source_->Files().contains(name); });
+    if (names.empty())
+        co_return;
+    Show("removing");
+    for (std::string &request : MakeRemovals(report_.id, names)) {
+        link_->Send(std::move(request));
+        co_await Expect(wire::kRemoteRemoveReply);
+    }
+    report_.removed += names.size();
+}
+
+// What has to be sent: files that the board does not have, or has otherwise, or has only a part of.
+asio::awaitable<std::vector<Push::Task>> Push::CompareFiles(std::vector<std::string> names)
+{
+    Show("comparing");
+    std::erase_if(names, [this](const std::string &name) { return !source_->Files().contains(name); });
+    const std::map<std::string, std::string> digests = co_await AskDigests(names);
+    std::vector<Task> tasks;
+    report_.unchanged = 0;
+    for (const auto &[name, file] : source_->Files()) {
+        const auto onBoard = digests.find(name);
+        if (onBoard == digests.end()) {
+            tasks.push_back({.name = name, .offset = 0});
+            continue;
+        }
+        Show("comparing", name);
+        const FileFacts facts = co_await source_->Facts(name, file.size);
+        if (onBoard->second == facts.digest && name != inTransit_) {
+            report_.unchanged += sentNames_.contains(name) ? 0 : 1;
+            continue;
+        }
+        Task task = co_await PlanFile(name);
+        tasks.push_back(std::move(task));
+    }
+    co_return tasks;
+}
+
+asio::awaitable<std::map<std::string, std::string>> Push::AskDigests(std::vector<std::string> names)
+{
+    std::map<std::string, std::string> digests;
+    std::size_t asked = 0;
+    for (std::size_t answered = 0; answered < names.size(); ++answered) {
+        for (; asked < names.size() && asked - answered < kDigestsInFlight; ++asked)
+            SendNamed(wire::kRemoteGetMd5, names[asked]);
+        const Reply reply = co_await Expect(wire::kRemoteMd5Reply);
+        digests[names[answered]] = ReplyDigest(reply);
+    }
+    co_return digests;
+}
+
+// Where sending of a file that the board has otherwise begins: behind the part that is there, if the table
+// and the digest agree on it.
+asio::awaitable<Push::Task> Push::PlanFile(std::string name)
+{
+    std::string onBoard;
+    const std::uint64_t chunks = co_await ReadTable(name, &onBoard);
+    const std::uint64_t size = source_->Files().at(name).size;
+    if (chunks == 0 || chunks > (size + kChunkSize - 1) / kChunkSize)
+        co_return Task{.name = name, .offset = 0};
+    const std::uint64_t offset = std::min(chunks * kChunkSize, size);
+    const FileFacts facts = co_await source_->Facts(name, offset);
+    co_return Task{.name = name, .offset = facts.digest == onBoard ? offset : 0};
+}
+
+// The chunks that the board's table claims. A board without one does not answer, so the digest is asked for
+// at the same time: its answer coming first means that there is none.
+asio::awaitable<std::uint64_t> Push::ReadTable(std::string name, std::string *digest)
+{
+    SendNamed(wire::kRemoteGetTable, name);
+    SendNamed(wire::kRemoteGetMd5, name);
+    Reply reply = co_await link_->NextReply();
+    std::uint64_t chunks = 0;
+    const bool hasTable = reply.code == wire::kRemoteTableReply;
+    std::size_t piece = hasTable ? ReplyTableLength(reply) : 0;
+    if (hasTable)
+        reply = co_await Expect(wire::kRemoteMd5Reply);
+    *digest = ReplyDigest(reply);
+    while (piece != 0) {
+        chunks += piece;
+        SendNamed(wire::kRemoteGetTable, name);
+        const Reply more = co_await Expect(wire::kRemoteTableReply);
+        piece = ReplyTableLength(more);
+    }
+    co_return chunks;
+}
+
+asio::awaitable<void> Push::SendFile(Task task)
+{
+    for (int attempt = 1;; ++attempt) {
+        inTransit_ = task.name;
+        co_await OpenFile(task);
+        co_await SendData(task);
+        Show("verifying", task.name);
+        const bool verified = co_await VerifyFile(task);
+        if (verified)
+            break;
+        if (attempt == 2)
+            throw PushFailure("verification", "the board has " + task.name + " otherwise than it was sent");
+        progress_.done -= source_->Files().at(task.name).size;
+        task.offset = 0;
+    }
+    inTransit_.clear();
+    sentNames_.insert(task.name);
+    report_.sent = sentNames_.size();
+    report_.resumed += task.offset > 0 ? 1 : 0;
+}
+
+asio::awaitable<void> Push::OpenFile(Task task)
+{
+    SendNamed(task.offset > 0 ? wire::kRemoteResume : wire::kRemoteCreate, task.name);
+    const Reply reply = co_await Expect(wire::kRemoteOpenReply);
+    if (ReplyWord(reply) != wire::kRemoteSuccess)
+        throw PushFailure("failed", "the board cannot open " + task.name);
+}
+
+asio::awaitable<void> Push::SendData(Task task)
+{
+    const SourceFile &file = source_->Files().at(task.name);
+    const SourceReader reader(file);
+    std::deque<std::size_t> inFlight;
+    for (std::uint64_t offset = task.offset; offset < file.size || !inFlight.empty();) {
+        while (offset < file.size && (inFlight.size() + 1) * kChunkPacket <= kWindow) {
+            std::string data = reader.Read(offset, std::min<std::uint64_t>(kChunkSize, file.size - offset));
+            if (data.empty())
+                throw PushFailure("failed", task.name + " became shorter");
+            link_->Send(MakeChunk(report_.id, data));
+            inFlight.push_back(data.size());
+            offset += data.size();
+        }
+        const Reply reply = co_await Expect(wire::kRemoteDataReply);
+        if (ReplyWord(reply) != wire::kRemoteSuccess)
+            throw PushFailure("failed", "the board cannot store " + task.name);
+        progress_.done += inFlight.front();
+        report_.bytes += inFlight.front();
+        inFlight.pop_front();
+        Show("sending", task.name);
+    }
+}
+
+// Closes the file. The CRC of the board covers what came since it was opened: all of a new file, but only the
+// rest of a resumed one, whose digest is asked for instead.
+asio::awaitable<bool> Push::VerifyFile(Task task)
+{
+    const std::uint64_t size = source_->Files().at(task.name).size;
+    SendNamed(wire::kRemoteClose, task.name);
+    const Reply closed = co_await Expect(wire::kRemoteCloseReply);
+    const FileFacts facts = co_await source_->Facts(task.name, size);
+    if (task.offset == 0)
+        co_return ReplyWord(closed) == facts.crc;
+    SendNamed(wire::kRemoteGetMd5, task.name);
+    const Reply reply = co_await Expect(wire::kRemoteMd5Reply);
+    co_return ReplyDigest(reply) == facts.digest;
+}
+
+asio::awaitable<void> Push::Finish()
+{
+    link_->Send(MakeRequest(report_.id, wire::kRemoteFinish));
+    co_await Expect(wire::kRemoteFinishReply);
+    link_->Send(MakeRequest(report_.id, wire::kRemoteUnlock));
+    Show("done");
+}
+
+asio::awaitable<Reply> Push::Expect(wire::RemoteReply code)
+{
+    if (cancelled_)
+        throw PushFailure("cancelled", "cancelled");
+    Reply reply = co_await link_->NextReply();
+    if (reply.code != static_cast<std::uint32_t>(code))
+        throw BadPacket("reply " + std::to_string(reply.code) + " in the place of " + std::to_string(code));
+    co_return reply;
+}
+
+void Push::SendNamed(wire::RemoteRequest request, const std::string &name)
+{
+    link_->Send(MakeNameRequest(report_.id, request, name));
+}
+
+void Push::Show(const std::string &state, const std::string &file)
+{
+    progress_.state = state;
+    progress_.file = file;
+    if (BoardEntry *const entry = boards_.Find(report_.id))
+        entry->push = file.empty() ? state : state + " " + file;
+    observer_(report_.id, progress_);
+}
+
+} // namespace server

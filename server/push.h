@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+// push.h — brings one board's program folder to what the source folder is. Event loop only.
+#pragma once
+
+#include "boards.h"
+#include "source_folder.h"
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+
+namespace server
+{
+
+struct PushProgress {
+    std::string state; // "waiting", "comparing", "sending", …
+    std::string file;
+    std::uint64_t done = 0; // bytes of what differs
+    std::uint64_t total = 0;
+};
+
+struct PushReport {
+    std::string id;
+    std::string result = "done"; // or "refused", "verification", "failed", "cancelled"
+    std::string message;
+    std::uint64_t unchanged = 0; // files
+    std::uint64_t sent = 0;
+    std::uint64_t resumed = 0;
+    std::uint64_t removed = 0;
+    std::uint64_t bytes = 0; // sent
+    double seconds = 0;
+    nlohmann::json Json() const;
+};
+
+class Push
+{
+public:
+    using Observer = std::function<void(const std::string &id, const PushProgress &progress)>;
+
+    Push(Boards &boards, std::string id, std::shared_ptr<SourceFolder> source, Observer observer);
+
+    // Starts over whenever the board has come back, until all is done or cannot be. Never throws.
+    asio::awaitable<PushReport> Run();
+
+    void Cancel(); // takes effect at the next reply of the board
+
+private:
+    struct Task {
+        std::string name;
+        std::uint64_t offset = 0; // where sending begins
+    };
+
+    asio::awaitable<bool> TryOnce();
+    asio::awaitable<void> Abort();
+    asio::awaitable<void> WaitForBoard();
+    asio::awaitable<void> AllSteps();
+    asio::awaitable<void> LockDevice();
+    asio::awaitable<std::vector<std::string>> ListFiles();
+    asio::awaitable<void> RemoveGone(std::vector<std::string> names);
+    asio::awaitable<std::vector<Task>> CompareFiles(std::vector<std::string> names);
+    asio::awaitable<std::map<std::string, std::string>> AskDigests(std::vector<std::string> names);
+    asio::awaitable<Task> PlanFile(std::string name);
+    asio::awaitable<std::uint64_t> ReadTable(std::string name, std::string *digest);
+    asio::awaitable<void> SendFile(Task task);
+    asio::awaitable<void> OpenFile(Task task);
+    asio::awaitable<void> SendData(Task task);
+    asio::awaitable<bool> VerifyFile(Task task);
+    asio::awaitable<void> Finish();
+
+    asio::awaitable<Reply> Expect(wire::RemoteReply code);
+    void SendNamed(wire::RemoteRequest request, const std::string &name);
+    void Show(const std::string &state, const std::string &file = "");
+
+    Boards &boards_;
+    std::shared_ptr<SourceFolder> source_;
+    Observer observer_;
+    std::shared_ptr<BoardLink> link_;
+    PushReport report_;
+    PushProgress progress_;
+    std::string inTransit_; // the file that a lost connection may have left half sent
+    std::set<std::string> sentNames_;
+    bool cancelled_ = false;
+};
+
+} // namespace server

@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: MIT
+// ledboard-server with virtual boards, and with boards that the test plays.
+#include "board_test.h"
+#include "ledboard_run.h"
+#include "peer.h"
+
+#include <nlohmann/json.hpp>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+constexpr char kControl[] = "/run/test-server.sock";
+constexpr char kFolder[] = "/home/root/plexa_data/factory/";
+
+// Bytes that do not repeat, so that a chunk in a wrong place shows.
+std::string Film(std::size_t size, unsigned seed)
+{
+    std::string bytes(size, '\0');
+    std::uint32_t state = seed;
+    for (char &byte : bytes) {
+        state = state * 1664525 + 1013904223;
+        byte = static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
+class Server : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        fs::remove_all(source_);
+        fs::create_directories(source_);
+        server_ = std::make_unique<LedboardRun>(std::vector<std::string>{"run", "--listen", "0.0.0.0:7001",
+                                                                         "--control", kControl, "--user",
+                                                                         "operator"},
+                                                "", "ledboard-server");
+        Peer probe;
+        for (int tries = 0; tries < 500 && !probe.Connected(); ++tries) {
+            probe = Peer::Connect("127.0.0.1", 7001);
+            usleep(10000);
+        }
+        ASSERT_TRUE(probe.Connected());
+    }
+
+    void TearDown() override
+    {
+        boards_.clear();
+        kill(server_->Pid(), SIGTERM);
+        const LedboardResult result = server_->Wait();
+        EXPECT_EQ(result.status, 0);
+        if (HasFailure())
+            std::fprintf(stderr, "--- the server's log:\n%s---\n", result.err.c_str());
+    }
+
+    board::VirtualBoard &AddBoard(unsigned number, board::Options options = {})
+    {
+        options.number = number;
+        options.files["/usr/share/id/config"] = "K3-000000000" + std::to_string(number);
+        options.files["/home/root/plexa_data/remote_server"] =
+            "ip=10.20." + std::to_string(30 + number) + ".1\nport=7001\nusername=operator\n";
+        options.folders.push_back(kFolder);
+        boards_.push_back(std::make_unique<board::VirtualBoard>(options));
+        boards_.back()->Boot();
+        return *boards_.back();
+    }
+
+    void Source(const std::string &name, const std::string &content) const
+    {
+        fs::create_directories(fs::path(source_ + name).parent_path());
+        std::ofstream(source_ + name, std::ios::binary) << content;
+    }
+
+    static LedboardResult Ask(std::vector<std::string> words)
+    {
+        words.insert(words.end(), {"--control", kControl, "--json"});
+        return LedboardRun(words, "", "ledboard-server").Wait();
+    }
+
+    static nlohmann::json LastLine(const std::string &text)
+    {
+        const std::string lines = text.substr(0, text.size() - 1);
+        return nlohmann::json::parse(lines.substr(lines.rfind('\n') + 1));
+    }
+
+    static std::size_t Connected()
+    {
+        std::size_t count = 0;
+        const nlohmann::json answer = nlohmann::json::parse(Ask({"boards"}).out);
+        for (const auto &entry : answer["boards"])
+            count += entry["connected"] == true && !entry["device"].is_null() ? 1 : 0;
+        return count;
+    }
+
+    LedboardResult Push(const std::string &to) const { return Ask({"push", source_, "--to", to, "--quiet"}); }
+
+    // A board played by the test, logged in.
+    static Peer FakeBoard(const std::string &user = "operator")
+    {
+        Peer peer = Peer::Connect("127.0.0.1", 7001);
+        EXPECT_TRUE(
+            peer.Send("\3" + Le32(42) + Le32(2) + user + Zeros(20 - user.size()) + "K1-FAKE" + Zeros(7)));
+        return peer;
+    }
+
+    static std::string FakeReply(std::uint32_t code, const std::string &data)
+    {
+        return Le32(static_cast<std::uint32_t>(44 + data.size())) + Le32(13) + Zeros(14) +
+               Le32(static_cast<std::uint32_t>(22 + data.size())) + Le32(code) + Zeros(14) + data;
+    }
+
+    std::string source_ = "/run/source/";
+    std::unique_ptr<LedboardRun> server_;
+    std::vector<std::unique_ptr<board::VirtualBoard>> boards_;
+};
+
+} // namespace
+
+TEST_F(Server, PushesOnlyWhatDiffersAndRemovesWhatIsGone)
+{
+    const std::map<std::string, std::string> program = {{"same.txt", "same"},
+                                                        {"differs.txt", "new"},
+                                                        {"empty", ""},
+                                                        {"sub/it's a film.mp4", Film(700'001, 1)},
+                                                        {"sub/chunk.mp4", Film(4556, 2)},
+                                                        {"sub/chunks.mp4", Film(2 * 4556, 3)}};
+    for (const auto &[name, content] : program)
+        Source(name, content);
+    board::Options options;
+    options.files[std::string(kFolder) + "same.txt"] = "same";
+    options.files[std::string(kFolder) + "differs.txt"] = "old";
+    options.files[std::string(kFolder) + "gone.mp4"] = "gone";
+    options.files[std::string(kFolder) + "deep/gone, too"] = "gone";
+    board::VirtualBoard &board = AddBoard(0, options);
+    ASSERT_TRUE(board.WaitFor([] { return Connected() == 1; }));
+
+    LedboardResult result = Push("K3-0000000000");
+    ASSERT_EQ(result.status, 0) << result.out << result.err;
+    nlohmann::json report = LastLine(result.out)["results"][0];
+    EXPECT_EQ(report["result"], "done");
+    EXPECT_EQ(report["unchanged"], 1);
+    EXPECT_EQ(report["sent"], 5);
+    EXPECT_EQ(report["removed"], 2);
+    EXPECT_EQ(report["resumed"], 0);
+    for (const auto &[name, content] : program)
+        EXPECT_TRUE(board.ReadFile(kFolder + name) == content) << name;
+    EXPECT_FALSE(board.Exists(std::string(kFolder) + "gone.mp4"));
+    EXPECT_FALSE(board.Exists(std::string(kFolder) + "deep/gone, too"));
+    EXPECT_EQ(board.Run("find /home/root/plexa_data/factory -name '*.bak'").output, "");
+    EXPECT_TRUE(board.WaitForMessage(2));
+    EXPECT_EQ(board.PlayerMessages().size(), 2U) << "begun and ended, not left unfinished";
+
+    result = Push("all");
+    report = LastLine(result.out)["results"][0];
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(report["unchanged"], 6);
+    EXPECT_EQ(report["bytes"], 0);
+    EXPECT_EQ(Push("K3-0000000009").status, 3);
+    EXPECT_EQ(Ask({"push", "/run/nowhere", "--to", "all"}).status, 1);
+    const nlohmann::json entry = nlohmann::json::parse(Ask({"boards"}).out)["boards"][0];
+    EXPECT_EQ(entry["user"], "operator");
+    EXPECT_EQ(entry["device"]["address"], "10.20.30.2");
+}
+
+TEST_F(Server, BoardLostHalfWayIsResumed)
+{
+    const std::string film = Film(30'000'000, 4);
+    Source("film.mp4", film);
+    board::VirtualBoard &first = AddBoard(0);
+    board::VirtualBoard &second = AddBoard(1);
+    ASSERT_TRUE(first.WaitFor([] { return Connected() == 2; }));
+    const LedboardRun push({"push", source_, "--to", "all", "--control", kControl, "--json", "--quiet"}, "",
+                           "ledboard-server");
+    const std::string table = std::string(kFolder) + "film.mp4.tarvo.bak";
+    ASSERT_TRUE(second.WaitFor([&] { return second.TryReadFile(table).value_or("").size() > 500; }, 20s));
+    second.KillDaemon();
+    const std::size_t had = second.ReadFile(table).size() * 4556;
+    second.StartDaemon();
+    const LedboardResult result = push.Wait();
+    ASSERT_EQ(result.status, 0) << result.out << result.err;
+    const nlohmann::json results = LastLine(result.out)["results"];
+    ASSERT_EQ(results.size(), 2U);
+    EXPECT_EQ(results[0]["resumed"], 0);
+    EXPECT_EQ(results[0]["bytes"], film.size());
+    EXPECT_EQ(results[1]["resumed"], 1);
+    EXPECT_LT(results[1]["bytes"], film.size() + 500 * 4556) << "the part that was there is not sent again";
+    EXPECT_GE(results[1]["bytes"], film.size() - had);
+    for (board::VirtualBoard *const board : {&first, &second})
+        EXPECT_TRUE(board->ReadFile(std::string(kFolder) + "film.mp4") == film);
+
+    // What is there of another film is begun again; a full disk is told.
+    second.WriteFile(std::string(kFolder) + "film.mp4", film.substr(0, 4556) + "x");
+    second.WriteFile(table, "1");
+    const nlohmann::json again = LastLine(Push("K3-0000000001").out)["results"][0];
+    EXPECT_EQ(again["result"], "done");
+    EXPECT_EQ(again["bytes"], film.size());
+}
+
+TEST_F(Server, BoardsThatAreOdd)
+{
+    Source("a", "content");
+    const std::string name = "a" + Zeros(254);
+    EXPECT_EQ(FakeBoard("stranger").Take(12), Le32(12) + Le32(10) + Le32(1));
+    EXPECT_EQ(Push("K1-FAKE").status, 3);
+    for (const std::string &rubbish : {std::string("GET / HTTP/1.0\r\n\r\n"), "\3" + Le32(0),
+                                       "\3" + Le32(9217), "\3" + Le32(42) + Le32(3) + Zeros(34)}) {
+        const Peer peer = Peer::Connect("127.0.0.1", 7001);
+        ASSERT_TRUE(peer.Send(rubbish));
+        EXPECT_TRUE(peer.Ended());
+    }
+
+    // Replies to the requests in their order, and how the push ends.
+    const std::string lock = FakeReply(15, Le32(1));
+    const std::string begun =
+        lock + FakeReply(21, Zeros(1)) + FakeReply(30, name + Le32(1)) + FakeReply(33, Zeros(4) + Le32(1));
+    const std::string wrongCrc = FakeReply(29, name + Le32(7));
+    const struct {
+        std::string replies;
+        int status;
+        const char *message;
+    } rows[] = {
+        {FakeReply(15, Le32(2)), 5, "another user has locked the board"},
+        {FakeReply(21, Zeros(1)), 1, "reply 21 in the place of 15"},
+        {lock + FakeReply(21, "half a name"), 1, "a listing with half a name"},
+        {lock + FakeReply(21, Zeros(1)) + FakeReply(30, name + Le32(2)) + FakeReply(37, Zeros(1)), 1,
+         "the board cannot open a"},
+        {begun + wrongCrc + FakeReply(30, name + Le32(1)) + FakeReply(33, Zeros(4) + Le32(1)) + wrongCrc +
+             FakeReply(37, Zeros(1)),
+         6, "the board has a otherwise than it was sent"},
+    };
+    for (const auto &row : rows) {
+        const Peer peer = FakeBoard();
+        EXPECT_EQ(peer.Take(12), Le32(12) + Le32(10) + Le32(0));
+        ASSERT_TRUE(peer.Send(row.replies));
+        const LedboardResult result = Push("K1-FAKE");
+        EXPECT_EQ(result.status, row.status) << result.out << result.err;
+        EXPECT_EQ(LastLine(result.out)["results"][0].value("message", ""), row.message);
+    }
+}
