@@ -1,0 +1,333 @@
+// SPDX-License-Identifier: MIT
+// TCP sessions: login, framing, and when a session ends.
+#include "peer.h"
+#include "udp_peer.h"
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+enum : std::uint32_t { kUpload = 0, kSettings = 1, kFirmware = 2, kPlayer = 3, kModem = 4 };
+
+// Asks the firmware service for the versions; it answers with 25 bytes.
+std::string AskVersion()
+{
+    return Le32(33) + Zeros(4) + "\x76\x71" + Zeros(2) + Le32(25) + Zeros(2) + "xyz" + Le32(1) + Zeros(8);
+}
+constexpr std::size_t kVersionReply = 25;
+
+std::string Login(std::uint32_t subType)
+{
+    return Le32(8) + Le32(subType);
+}
+
+std::string LoginReply(char status)
+{
+    return Le32(8) + status + Zeros(3);
+}
+
+class Sessions : public BoardTest
+{
+protected:
+    void SetUp() override { options.player = false; }
+    Peer Connect() const { return Peer::Connect(board->BoardAddress(), 8870); }
+    Peer LogIn(std::uint32_t subType) const
+    {
+        Peer peer = Connect();
+        EXPECT_TRUE(peer.Send(Login(subType)));
+        EXPECT_EQ(peer.Take(8), LoginReply(subType == kModem ? 4 : 1));
+        return peer;
+    }
+    void ExpectCount(const std::string &line, std::size_t count)
+    {
+        EXPECT_TRUE(board->WaitForLog(line, count));
+        EXPECT_FALSE(board->WaitForLog(line, count + 1, 0ms));
+    }
+};
+
+class SessionTimeout : public Sessions
+{
+};
+
+class SessionLink : public Sessions
+{
+};
+
+} // namespace
+
+TEST_F(Sessions, LoginTable)
+{
+    Boot();
+    const Unharmed unharmed(*board);
+    struct Row {
+        unsigned others; // modem sessions that are there already
+        std::uint32_t subType;
+        char status;
+        bool kept;
+    };
+    const Row rows[] = {
+        {0, kUpload, 1, true},     {0, kSettings, 1, true},  {0, kFirmware, 1, true},  {0, kPlayer, 1, true},
+        {0, kModem, 4, true},      {1, kUpload, 1, true},    {1, kFirmware, 1, true},  {1, 5, 1, true},
+        {2, kUpload, 0, false},    {2, kSettings, 0, false}, {2, kFirmware, 0, false}, {2, 5, 0, false},
+        {2, 0xFFFFFFFF, 0, false}, {0, 0xFFFFFFFF, 1, true}, {2, kPlayer, 1, true},    {2, kModem, 4, true},
+    };
+    for (const Row &row : rows) {
+        {
+            std::vector<Peer> others;
+            for (unsigned other = 0; other < row.others; ++other)
+                others.push_back(LogIn(kModem));
+            const Peer peer = Connect();
+            EXPECT_TRUE(peer.Send(Login(row.subType) + "what follows is ignored"));
+            EXPECT_EQ(peer.Take(8), LoginReply(row.status)) << row.others << " " << row.subType;
+            EXPECT_EQ(row.kept ? peer.Silent(30) : peer.Ended(), true) << row.others << " " << row.subType;
+            if (row.subType == 5 && row.kept) { // nothing is bound: the next packet is a login again
+                EXPECT_TRUE(peer.Send(Login(0x7FFFFFFF)));
+                EXPECT_EQ(peer.Take(8), LoginReply(1));
+                EXPECT_TRUE(peer.Send(Login(kModem)));
+                EXPECT_EQ(peer.Take(8), LoginReply(4));
+            }
+        }
+        unharmed.Check("login " + std::to_string(row.subType));
+    }
+}
+
+TEST_F(Sessions, SecondFirmwareClientIsToldOfTheUpgrade)
+{
+    Boot();
+    const Peer first = LogIn(kFirmware);
+    for (const unsigned others : {0U, 2U}) {
+        std::vector<Peer> sessions;
+        for (unsigned other = 0; other < others; ++other)
+            sessions.push_back(LogIn(kModem));
+        const Peer second = Connect();
+        EXPECT_TRUE(second.Send(Login(kFirmware)));
+        EXPECT_EQ(second.Take(8), LoginReply(2));
+        EXPECT_TRUE(second.Ended());
+    }
+    ExpectCount("firmware session opened.", 1);
+    ExpectCount("firmware session closed.", 0); // the refused one was never logged in
+    EXPECT_TRUE(first.Send(AskVersion()));
+    EXPECT_EQ(first.Take(kVersionReply).size(), kVersionReply);
+}
+
+// A stray probe must not start an upload, which would remove the boot picture.
+TEST_F(Sessions, WhatIsNoLoginIsClosedWithoutAnAnswer)
+{
+    options.files["/boot/disp.bin"] = "picture";
+    Boot();
+    const Unharmed unharmed(*board);
+    for (const std::uint32_t length : {0U, 1U, 4U, 7U}) {
+        const Peer peer = Connect();
+        EXPECT_TRUE(peer.Send(Le32(length) + Le32(kUpload)));
+        EXPECT_TRUE(peer.Ended()) << length;
+        const Peer half = Connect();
+        EXPECT_TRUE(half.Send(Le32(length)));
+        EXPECT_EQ(length <= 4 ? half.Ended() : half.Silent(50), true) << length;
+    }
+    const Peer waiting = Connect();
+    EXPECT_TRUE(waiting.Send("GET / HTTP/1.0\r\n\r\n")); // a length of half a gigabyte
+    EXPECT_TRUE(waiting.Silent(50));
+    EXPECT_TRUE(waiting.Send(std::string(9215, 'x'))); // and the buffer is full
+    EXPECT_TRUE(waiting.Ended());
+    EXPECT_EQ(board->ReadFile("/boot/disp.bin"), "picture");
+    unharmed.Check("no login");
+}
+
+TEST_F(Sessions, WhatComesBehindTheLoginIsLost)
+{
+    Boot();
+    const Peer peer = Connect();
+    EXPECT_TRUE(peer.Send(Login(kFirmware) + AskVersion()));
+    EXPECT_EQ(peer.Take(8), LoginReply(1));
+    EXPECT_TRUE(peer.Silent(50));
+    EXPECT_TRUE(peer.Send(AskVersion())); // begins at the start of the buffer
+    EXPECT_EQ(peer.Take(kVersionReply).size(), kVersionReply);
+    EXPECT_TRUE(peer.Silent(50));
+}
+
+TEST_F(Sessions, LongestLoginAndOneByteMore)
+{
+    Boot();
+    for (const std::uint32_t length : {9216U, 9217U}) {
+        const Peer peer = Connect();
+        EXPECT_TRUE(peer.Send(Le32(length) + Le32(kModem) + Zeros(9216 - 9)));
+        EXPECT_TRUE(peer.Silent(50)) << "one byte is missing";
+        EXPECT_TRUE(peer.Send("x"));
+        if (length == 9216) {
+            EXPECT_EQ(peer.Take(8), LoginReply(4));
+            continue;
+        }
+        EXPECT_TRUE(peer.Silent(50));
+        EXPECT_TRUE(peer.Send("x")); // the buffer is full
+        EXPECT_TRUE(peer.Ended());
+    }
+}
+
+TEST_F(Sessions, PacketsInAnyPieces)
+{
+    Boot();
+    const Unharmed unharmed(*board);
+    const std::string packet = AskVersion();
+    {
+        const Peer peer = LogIn(kFirmware);
+        const int on = 1;
+        setsockopt(peer.Get(), IPPROTO_TCP, 1 /* no delay */, &on, sizeof on);
+        EXPECT_TRUE(peer.Send(packet));
+        const std::string reply = peer.Take(kVersionReply);
+        // Three packets, cut at every place of the first; each piece is served before the next is sent.
+        for (std::size_t cut = 1; cut < packet.size(); ++cut) {
+            EXPECT_TRUE(peer.Send(packet.substr(0, cut)));
+            EXPECT_TRUE(peer.Silent(2));
+            EXPECT_TRUE(peer.Send(packet.substr(cut) + packet + packet));
+            EXPECT_EQ(peer.Take(3 * kVersionReply), reply + reply + reply) << cut;
+        }
+        for (const char byte : packet)
+            EXPECT_TRUE(peer.Send(std::string(1, byte)));
+        EXPECT_EQ(peer.Take(kVersionReply), reply);
+
+        // Far more than the buffer holds, in one go.
+        std::string many;
+        std::string replies;
+        for (int count = 0; count < 1000; ++count) {
+            many += packet;
+            replies += reply;
+        }
+        EXPECT_TRUE(peer.Send(many));
+        EXPECT_EQ(peer.Take(replies.size()), replies);
+        EXPECT_TRUE(peer.Silent(50));
+    }
+    unharmed.Check("packets in pieces");
+}
+
+// The settings service says when it is given a packet that is too short for it.
+TEST_F(Sessions, ShortLengthWordsAreTakenAsGiven)
+{
+    const std::string dropped = "packet does not fit its frame, dropped.";
+    Boot();
+    const Unharmed unharmed(*board);
+    {
+        const Peer peer = LogIn(kSettings);
+        // Each takes as many bytes as it says, and the rest of its word begins the next packet.
+        EXPECT_TRUE(peer.Send("\x03" + Zeros(3) + "\x01" + Zeros(2) + std::string(252, 'x') + // 3, 256
+                              "\x02" + Zeros(3) + "\x01" + Zeros(1)));                        // 2, 0x10000
+        ExpectCount(dropped, 2);
+        EXPECT_TRUE(peer.Silent(50));
+    }
+    unharmed.Check("length 3");
+    {
+        const Peer peer = LogIn(kSettings);
+        board->Forget();
+        std::size_t sent = 0;
+        for (std::size_t read = 1; read <= 4; ++read) { // dispatched once per read, and the bytes stay
+            EXPECT_TRUE(peer.Send(Zeros(read == 1 ? 4 : 1000)));
+            sent += read == 1 ? 4 : 1000;
+            ExpectCount(dropped, read);
+        }
+        EXPECT_TRUE(peer.Silent(50));
+        EXPECT_TRUE(peer.Send(Zeros(9216 - sent)));
+        EXPECT_TRUE(peer.Silent(50));
+        EXPECT_TRUE(peer.Send("x")); // the buffer is full
+        EXPECT_TRUE(peer.Ended());
+    }
+    unharmed.Check("length 0");
+    {
+        const Peer peer = LogIn(kFirmware); // this service refuses what is too short
+        EXPECT_TRUE(peer.Send(Zeros(4)));
+        EXPECT_TRUE(peer.Ended());
+        EXPECT_TRUE(board->WaitForLog("dispose packet error!!!!!!!!!"));
+    }
+    unharmed.Check("length 0 refused");
+}
+
+TEST_F(Sessions, ResetInTheMiddleOfAnything)
+{
+    Boot();
+    const Unharmed unharmed(*board);
+    const std::string packet = AskVersion();
+    for (const std::uint32_t subType : {kUpload, kSettings, kFirmware, kPlayer}) {
+        for (const std::string &bytes : {std::string(), Login(subType).substr(0, 5), Login(subType),
+                                         packet.substr(0, 11), packet + packet.substr(0, 3)}) {
+            const bool logsIn = bytes.size() > 8;
+            const Peer peer = logsIn ? LogIn(subType) : Connect();
+            EXPECT_TRUE(peer.Send(bytes));
+            const linger reset{.l_onoff = 1, .l_linger = 0};
+            setsockopt(peer.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+            EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->BoardAddress())); // it was accepted meanwhile
+        }
+    }
+    unharmed.Check("resets");
+    EXPECT_TRUE(board->WaitForLog("connecting error, one client quit!", 20));
+}
+
+TEST_F(SessionLink, LossOfTheLinkClosesAllButThePlayer)
+{
+    options.player = true;
+    Boot();
+    const std::size_t before = board->OpenDescriptors();
+    const auto connectInside = [this] {
+        sockaddr_in here{};
+        here.sin_family = AF_INET;
+        here.sin_port = htons(8870);
+        here.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        Peer peer(board->SocketInBoard(AF_INET, SOCK_STREAM));
+        EXPECT_EQ(connect(peer.Get(), reinterpret_cast<const sockaddr *>(&here), sizeof here), 0);
+        return peer;
+    };
+    const Peer settings = connectInside();
+    EXPECT_TRUE(settings.Send(Login(kSettings)));
+    EXPECT_EQ(settings.Take(8), LoginReply(1));
+    const Peer silent = connectInside();
+    const Peer far = LogIn(kModem);
+    ASSERT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == before + 3; }));
+
+    board->Cable(false);
+    EXPECT_TRUE(board->WaitForMessage(9)); // network error
+    EXPECT_TRUE(settings.Ended());
+    EXPECT_TRUE(silent.Ended());
+    EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == before; }));
+    EXPECT_TRUE(board->WaitForLog("netlinck flag 0, fixed status 1"));
+    EXPECT_TRUE(board->ThePlayer().LoggedIn());
+    EXPECT_TRUE(board->SendAsPlayer(4, 0x00400080)); // and it is still served
+    EXPECT_TRUE(board->WaitForLog("change screen size"));
+    for (const auto &command : board->Commands())
+        EXPECT_EQ(command.find("udhcpc"), std::string::npos) << "the address is fixed";
+
+    board->Cable(true);
+    EXPECT_TRUE(board->WaitForLog("netlinck flag 1, fixed status 1"));
+    const Peer again = LogIn(kSettings);
+    EXPECT_TRUE(again.Connected());
+}
+
+// Takes three quarters of a minute: a search keeps the first session of its sender, and no other one.
+TEST_F(SessionTimeout, SessionsEndAfter42TicksUnlessTheirPeerSearches)
+{
+    options.player = true;
+    Boot();
+    const auto begin = std::chrono::steady_clock::now();
+    const Peer first = LogIn(kSettings);
+    const Peer second = Connect(); // never logs in
+    const UdpPeer pc;
+    const auto ended = [](const Peer &peer) {
+        char byte;
+        return recv(peer.Get(), &byte, 1, MSG_DONTWAIT) == 0;
+    };
+    auto lastSearch = begin;
+    const bool closed = board->WaitFor(
+        [&] {
+            if (std::chrono::steady_clock::now() - lastSearch > 10s) {
+                lastSearch = std::chrono::steady_clock::now();
+                EXPECT_TRUE(pc.Ask(SearchBytes(), board->BoardAddress()));
+            }
+            first.Send(Le32(4)); // traffic of its own does not count
+            return ended(second);
+        },
+        50s);
+    EXPECT_TRUE(closed);
+    const auto age = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(age, 40s);
+    EXPECT_LE(age, 46s);
+    EXPECT_TRUE(board->WaitForLog("find one bad fd, remove from list and close!"));
+    EXPECT_FALSE(ended(first));
+    EXPECT_TRUE(board->ThePlayer().LoggedIn());
+}

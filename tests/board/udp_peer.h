@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+// udp_peer.h — a PC's UDP socket on 0.0.0.0, and what it is told about each datagram that comes in.
+#pragma once
+
+#include "board_test.h"
+#include "descriptor.h"
+#include "peer.h"
+
+#include <arpa/inet.h>
+#include <cstring>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <optional>
+#include <poll.h>
+#include <string>
+#include <sys/socket.h>
+
+struct Datagram {
+    std::string bytes;
+    std::string source;      // dotted address
+    std::uint16_t port = 0;  // of the source
+    std::string destination; // the address it was sent to
+    std::string interface;   // the one it came in by
+};
+
+class UdpPeer
+{
+public:
+    // Sends and hears through one interface only when one is named.
+    explicit UdpPeer(const std::string &interface = "") : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    {
+        const int on = 1;
+        setsockopt(fd_.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+        setsockopt(fd_.Get(), IPPROTO_IP, IP_PKTINFO, &on, sizeof on);
+        if (!interface.empty())
+            setsockopt(fd_.Get(), SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
+                       static_cast<socklen_t>(interface.size()));
+        sockaddr_in any{};
+        any.sin_family = AF_INET;
+        bind(fd_.Get(), reinterpret_cast<const sockaddr *>(&any), sizeof any);
+    }
+
+    bool Send(const std::string &bytes, const std::string &address, std::uint16_t port = 8878) const
+    {
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(port);
+        inet_pton(AF_INET, address.c_str(), &to.sin_addr);
+        return sendto(fd_.Get(), bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&to),
+                      sizeof to) == static_cast<ssize_t>(bytes.size());
+    }
+
+    std::optional<Datagram> Receive(int milliseconds = 3000) const
+    {
+        pollfd waiting{.fd = fd_.Get(), .events = POLLIN, .revents = 0};
+        if (poll(&waiting, 1, milliseconds) != 1)
+            return std::nullopt;
+        char bytes[2048];
+        alignas(cmsghdr) char control[256];
+        sockaddr_in source{};
+        iovec part{.iov_base = bytes, .iov_len = sizeof bytes};
+        msghdr message{};
+        message.msg_name = &source;
+        message.msg_namelen = sizeof source;
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        const ssize_t count = recvmsg(fd_.Get(), &message, 0);
+        if (count < 0)
+            return std::nullopt;
+        in_pktinfo information{};
+        std::memcpy(&information, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof information);
+        char name[IF_NAMESIZE] = "";
+        if_indextoname(static_cast<unsigned>(information.ipi_ifindex), name);
+        return Datagram{{bytes, static_cast<std::size_t>(count)},
+                        Text(source.sin_addr),
+                        ntohs(source.sin_port),
+                        Text(information.ipi_addr),
+                        name};
+    }
+
+    // The reply to one datagram.
+    std::optional<Datagram> Ask(const std::string &bytes, const std::string &address,
+                                std::uint16_t port = 8878) const
+    {
+        return Send(bytes, address, port) ? Receive() : std::nullopt;
+    }
+
+private:
+    static std::string Text(in_addr address)
+    {
+        char text[INET_ADDRSTRLEN] = "";
+        inet_ntop(AF_INET, &address, text, sizeof text);
+        return text;
+    }
+
+    board::Descriptor fd_;
+};
+
+// A search as a tool sends it; only its length counts.
+inline std::string SearchBytes()
+{
+    return std::string("ft\x01\0\x1e\0\x07", 7) + std::string(23, '\0');
+}
+
+// The daemon as it was before something was tried on it: it answers discovery with the same bytes, and no
+// descriptor is left behind.
+class Unharmed
+{
+public:
+    explicit Unharmed(board::VirtualBoard &board) : board_(board), reply_(Search())
+    {
+        EXPECT_EQ(reply_.size(), 409U);
+        // The first client of all leaves a descriptor that the daemon keeps for bad times.
+        const Peer first = Peer::Connect(board.BoardAddress(), 8870);
+        EXPECT_TRUE(first.Send(Zeros(8)) && first.Ended());
+        descriptors_ = board.OpenDescriptors();
+    }
+    void Check(const std::string &what) const
+    {
+        EXPECT_EQ(Search(), reply_) << what;
+        EXPECT_TRUE(board_.WaitFor([this] { return board_.OpenDescriptors() == descriptors_; }))
+            << what << ": " << board_.OpenDescriptors() << " descriptors instead of " << descriptors_;
+    }
+
+private:
+    std::string Search() const
+    {
+        const auto reply = UdpPeer().Ask(SearchBytes(), board_.BoardAddress());
+        return reply ? reply->bytes : "no answer";
+    }
+
+    board::VirtualBoard &board_;
+    std::string reply_;
+    std::size_t descriptors_;
+};
