@@ -150,8 +150,8 @@ TEST_F(BoardDiscovery, RandomDatagramsLeaveEverythingAsItWas)
 {
     options.files["/home/root/plexa_data/server_config"] = "port=23456\n";
     Boot();
+    const Unharmed unharmed(*board); // it has answered: the start is over
     board->Forget();
-    const Unharmed unharmed(*board);
     std::mt19937 random(8878);
     for (const std::uint16_t port : {std::uint16_t{8878}, std::uint16_t{23456}}) {
         for (std::size_t length = 0; length <= 1500; ++length) {

@@ -112,6 +112,7 @@ public:
     explicit Unharmed(board::VirtualBoard &board) : board_(board), reply_(Search())
     {
         EXPECT_EQ(reply_.size(), 409U);
+        EXPECT_TRUE(board.WaitForLog("serial thread socket: wait accept one client.")); // all threads run
         // The first client of all leaves a descriptor that the daemon keeps for bad times.
         const Peer first = Peer::Connect(board.BoardAddress(), 8870);
         EXPECT_TRUE(first.Send(Zeros(8)) && first.Ended());
