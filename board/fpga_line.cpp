@@ -76,22 +76,36 @@ FpgaLine::FpgaLine(Watcher &watcher, const std::string &folder) : watcher_(watch
     Checked(mount("devpts", folder.c_str(), "devpts", MS_NOSUID | MS_NOEXEC,
                   "newinstance,ptmxmode=0666,mode=666"),
             "mount devpts");
+    Connect();
+}
+
+void FpgaLine::Connect()
+{
+    if (master_.Get() >= 0)
+        return;
     master_ = Descriptor(
-        Checked(open((folder + "/ptmx").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK), "open ptmx"));
+        Checked(open((folder_ + "/ptmx").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK), "open ptmx"));
     int unlock = 0;
     Checked(ioctl(master_.Get(), TIOCSPTLCK, &unlock), "unlock the line");
     unsigned number = 0;
     Checked(ioctl(master_.Get(), TIOCGPTN, &number), "number of the line");
-    slavePath_ = fmt::format("{}/{}", folder, number);
+    slavePath_ = fmt::format("{}/{}", folder_, number);
     slave_ = Descriptor(Checked(open(slavePath_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), "open the line"));
     watcher_.Add(master_.Get(), [this] { Receive(); });
 }
 
-FpgaLine::~FpgaLine()
+void FpgaLine::HangUp()
 {
+    if (master_.Get() < 0)
+        return;
     watcher_.Remove(master_.Get());
     slave_.Reset();
     master_.Reset();
+}
+
+FpgaLine::~FpgaLine()
+{
+    HangUp();
     umount2(folder_.c_str(), MNT_DETACH);
     rmdir(folder_.c_str());
 }

@@ -420,6 +420,10 @@ void VirtualBoard::SerialLine(bool connected)
 {
     const std::lock_guard power(power_);
     options_.serial = connected;
+    if (connected)
+        fpga_.Connect();
+    else
+        fpga_.HangUp();
     if (tree_.Running())
         root_.ConnectSerial(connected ? fpga_.SlavePath() : "");
 }

@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: MIT
+// What the setting service survives: clients that vanish, stall, knock twice or all come at once; a serial
+// line that goes away; a disk that is full.
+#include "settings_peer.h"
+
+#include <atomic>
+#include <fstream>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+class SettingClients : public SettingsTest
+{
+};
+
+TEST_F(SettingClients, VanishAndTheServiceListensAgain)
+{
+    options.files[kWorking] = SettingFile(Panel());
+    Boot();
+    struct Row {
+        std::string bytes;
+        bool reset;
+        std::string line;
+        std::size_t frames;
+    };
+    const Row rows[] = {
+        {"", false, "readeds: 0. 0, 946", 1},
+        {"", true, "readeds: 0. -1, 946", 1},
+        {Command(1) + Packet(2, "staged, never saved"), false, "readeds: 0. 0, 946", 1},
+        {Command(1) + Packet(2, "staged").substr(0, 5), false, "988, error!", 1},
+        {Command(15).substr(0, 2), false, "exit.", 0},
+        {Zeros(1), false, "pidof", 0}, // a length of 0 ends the connection
+        {Command(14, std::string(1, '\0') + "unfinished"), false, "readeds: 0. 0, 946", 1},
+    };
+    const std::size_t descriptors = board->OpenDescriptors();
+    for (const Row &row : rows) {
+        board->Forget();
+        {
+            const Peer port = Port();
+            EXPECT_TRUE(row.bytes.empty() || port.Send(row.bytes));
+            EXPECT_TRUE(board->WaitForLog("one thread be recv"));
+            EXPECT_TRUE(row.bytes.find('\1') == std::string::npos || board->WaitForLog("cmd: start."));
+            const linger value{.l_onoff = row.reset ? 1 : 0, .l_linger = 0};
+            setsockopt(port.Get(), SOL_SOCKET, SO_LINGER, &value, sizeof value);
+        }
+        EXPECT_TRUE(board->WaitForLog("wait accept one client.")) << row.line;
+        EXPECT_TRUE(row.line == "pidof" ? board->WaitForCommand("pidof plexa") : board->WaitForLog(row.line));
+        EXPECT_EQ(Frames(), Pairs(row.frames, {1, 0})) << row.line;
+    }
+    EXPECT_EQ(board->ReadFile(kWorking), SettingFile(Panel()));
+    const Peer port = Port();
+    EXPECT_TRUE(port.Send(Command(14, "\1")));
+    EXPECT_EQ(port.Take(10).substr(6), Le32(0)) << "the unfinished file went with its client";
+    EXPECT_TRUE(port.Send(Command(7)));
+    End(port);
+    EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; }));
+}
+
+TEST_F(SettingClients, OneAtATimeHoweverSlow)
+{
+    Boot();
+    const Peer first = Port();
+    EXPECT_TRUE(board->WaitForLog("close listenning socket"));
+    EXPECT_FALSE(Peer::Connect(board->BoardAddress(), 8879).Connected());
+    const std::string bytes = Command(15);
+    EXPECT_TRUE(board->WaitForLog("select continue."));
+    EXPECT_TRUE(first.Send(bytes.substr(0, 1)));
+    EXPECT_TRUE(board->WaitForLog("select continue.", 2));
+    EXPECT_TRUE(first.Send(bytes.substr(1, 3)));
+    EXPECT_TRUE(board->WaitForLog("select continue.", 3));
+    EXPECT_FALSE(Peer::Connect(board->BoardAddress(), 8879).Connected());
+    EXPECT_TRUE(first.Send(bytes.substr(4)));
+    EXPECT_EQ(first.Take(14).size(), 14U);
+    End(first);
+    End(Port());
+}
+
+TEST_F(SettingClients, PortThatIsTakenIsTriedAgain)
+{
+    options.startDaemon = false;
+    Boot();
+    board::Descriptor squatter(board->SocketInBoard(AF_INET, SOCK_STREAM));
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_port = htons(8879);
+    ASSERT_EQ(bind(squatter.Get(), reinterpret_cast<const sockaddr *>(&local), sizeof local), 0);
+    ASSERT_EQ(listen(squatter.Get(), 1), 0);
+    board->StartDaemon();
+    EXPECT_TRUE(board->WaitForLog("tcp socket bind in 8879 fail. errno: 98.", 2));
+    squatter.Reset();
+    End(Port());
+}
+
+TEST_F(SettingClients, StreamsReachSlowReadersWhole)
+{
+    std::string file(9'000'000, '\0');
+    for (std::size_t index = 0; index < file.size(); ++index)
+        file[index] = static_cast<char>(index * 7 ^ index >> 11);
+    options.files["/home/root/plexa_data/luminance_file"] = file;
+    Boot();
+    const Peer slow = Port();
+    const int room = 4096;
+    setsockopt(slow.Get(), SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+    EXPECT_TRUE(slow.Send(Command(24)));
+    const std::string taken = slow.Take(4 + file.size());
+    EXPECT_TRUE(taken == Le32(9'000'000) + file);
+    End(slow);
+
+    // Who takes nothing at all is let go, on either way, and nobody else waits for long.
+    const Peer dead = Port();
+    EXPECT_TRUE(dead.Send(Command(24)));
+    const Peer session = Session();
+    EXPECT_TRUE(session.Send(Framed(Command(24))));
+    EXPECT_TRUE(board->WaitForLog("session does not take its answer, closed.", 1, 4s));
+    EXPECT_TRUE(board->WaitForLog("[---src/serial_thread::LogOut::2072---] "));
+    EXPECT_TRUE(board->WaitForLog("wait accept one client.", 3, 8s));
+    End(Port());
+}
+
+TEST_F(SettingClients, SerialLineGoesAndComesBack)
+{
+    Boot();
+    const Peer port = Port();
+    board->SerialLine(false);
+    for (int count = 0; count < 5; ++count)
+        EXPECT_TRUE(port.Send(FpgaPacket(14, 1)));
+    Settle(port);
+    EXPECT_TRUE(board->WaitForLog("serial writed: ", 5));
+    EXPECT_EQ(Count("serial line lost."), 1U);
+    EXPECT_EQ(Count("serial write -1"), 0U);
+    board->SerialLine(true);
+    board->Forget();
+    EXPECT_TRUE(board->WaitFor([&] {
+        EXPECT_TRUE(port.Send(FpgaPacket(14, 2)));
+        Settle(port);
+        return !board->Frames().empty();
+    }));
+    EXPECT_TRUE(board->WaitForFrame(14, 2));
+    EXPECT_TRUE(board->WaitForLog("serial line is back."));
+    EXPECT_EQ(Count("serial line is back."), 1U);
+    const termios line = board->Fpga().Attributes();
+    EXPECT_EQ(cfgetospeed(&line), static_cast<speed_t>(B115200));
+}
+
+TEST_F(SettingClients, FullDiskIsToldToTheSender)
+{
+    options.dataMebibytes = 1;
+    Boot();
+    board->Run("dd if=/dev/zero of=/home/root/plexa_data/fill bs=4096");
+    const Peer port = Port();
+    const std::string chunk = Command(14, std::string(1, '\0') + std::string(249, 'x'));
+    std::string chunks;
+    for (int count = 0; count < 64; ++count)
+        chunks += chunk;
+    port.Send(chunks);
+    char byte;
+    EXPECT_TRUE(board->WaitForLog("write of command 14:  No space left on device"));
+    EXPECT_LE(recv(port.Get(), &byte, 1, 0), 0);
+    const Peer other = Port();
+    EXPECT_TRUE(other.Send(Command(14, "\1")));
+    EXPECT_EQ(other.Take(10).substr(6), Le32(0));
+}
+
+TEST_F(SettingClients, AllEntrancesAtOnce)
+{
+    options.files[kWorking] = SettingFile(Panel());
+    options.files["/home/root/plexa/serial.ini"] = "kScreenSize=4194368\nkLuminance=40\n";
+    Boot();
+    constexpr int kRounds = 12;
+    std::atomic<bool> done = false;
+    std::jthread reader([&] { // the boot copy is replaced, never half written
+        while (!done) {
+            std::ifstream boot(board->RootFolder() + kBoot, std::ios::binary);
+            const std::string bytes{std::istreambuf_iterator<char>(boot), {}};
+            EXPECT_EQ(bytes.size(), 8 + 8 * Panel().size());
+        }
+    });
+    {
+        std::jthread onPort([&] {
+            for (int round = 0; round < kRounds; ++round) {
+                const Peer port = Port();
+                EXPECT_TRUE(
+                    port.Send(Command(2) + FpgaPacket(14, 8) + FpgaPacket(3, 128) + Command(3) + Command(9)));
+                EXPECT_EQ(port.Take(24 + 8 * Panel().size()).size(), 24 + 8 * Panel().size());
+                EXPECT_TRUE(port.Send(Command(28, Zeros(21)) + Command(26)));
+                EXPECT_EQ(port.Take(6), Acknowledged(28));
+                End(port);
+            }
+        });
+        std::jthread onSession([&] {
+            for (int round = 0; round < kRounds; ++round) {
+                const Peer session = Session();
+                EXPECT_TRUE(
+                    session.Send(Framed(Command(10)) + Framed(Command(13, "\x14")) + Framed(Command(8))));
+                EXPECT_EQ(session.Take(80).size(), 80U);
+                EXPECT_TRUE(session.Send(Framed(Command(25)) + Framed(Command(0))));
+                EXPECT_TRUE(session.Ended());
+            }
+        });
+        for (int round = 0; round < kRounds; ++round) {
+            EXPECT_TRUE(board->SignalDaemon(SIGUSR1));
+            EXPECT_TRUE(board->SendAsPlayer(5, 60) && board->SendAsPlayer(4, 64 + 64 * 65536));
+            EXPECT_TRUE(
+                board->WaitForLog("g_serial change screen size", static_cast<std::size_t>(round) + 1, 20s));
+        }
+    }
+    done = true;
+    EXPECT_TRUE(board->WaitForLog("g_serial_thread write serial, kLuminance=40.", 1, 20s));
+    EXPECT_TRUE(board->DaemonRunning());
+    EXPECT_EQ(board->Fpga().StrayBytes(), 0U);
+    EXPECT_EQ(board->ReadFile(kWorking).size(), 8 + 8 * Panel().size());
+}
