@@ -137,6 +137,16 @@ wire::StatusRequest MakeStatusRequest(const wire::DeviceRecord &record, std::uin
     return request;
 }
 
+wire::AddressChangeRequest MakeAddressChange(const wire::DeviceRecord &record, wire::UpdateLocalIP change,
+                                             std::uint32_t cookie)
+{
+    wire::AddressChangeRequest request{};
+    request.header = MakeHeader(sizeof request, cookie);
+    request.change = change;
+    std::copy(std::begin(record.id), std::end(record.id), request.change.id);
+    return request;
+}
+
 RecordAddress DecodeRecordAddress(const wire::DeviceRecord &record, in_addr source)
 {
     const in_addr stored = {Unsigned(record.ipaddr)};

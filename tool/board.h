@@ -64,6 +64,10 @@ std::optional<StatusAnswer> DecodeStatusReply(wire::Bytes datagram, std::uint32_
 wire::SearchRequest MakeSearch(std::uint32_t cookie);
 wire::StatusRequest MakeStatusRequest(const wire::DeviceRecord &record, std::uint32_t cookie);
 
+// For the board of this record; the change's own identifier is filled in.
+wire::AddressChangeRequest MakeAddressChange(const wire::DeviceRecord &record, wire::UpdateLocalIP change,
+                                             std::uint32_t cookie);
+
 // The record's address in the order that equals `source`; the other order is tried against the gateway's
 // subnet where `source` is 0.0.0.0. An address that equals neither way is given in network order, kUnknown.
 RecordAddress DecodeRecordAddress(const wire::DeviceRecord &record, in_addr source);

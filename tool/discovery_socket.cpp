@@ -72,6 +72,11 @@ int DiscoverySocket::BroadcastOn(unsigned interface, wire::Bytes datagram, std::
     return Send({{INADDR_BROADCAST}, port}, interface, datagram);
 }
 
+int DiscoverySocket::SendOn(unsigned interface, const Endpoint &board, wire::Bytes datagram)
+{
+    return Send(board, interface, datagram);
+}
+
 int DiscoverySocket::SendTo(const Endpoint &board, wire::Bytes datagram)
 {
     return Send(board, only_ ? only_->index : 0, datagram);

@@ -37,6 +37,9 @@ public:
     // On one interface; 1 sent, -1 not (errno).
     int BroadcastOn(unsigned interface, wire::Bytes datagram, std::uint16_t port);
 
+    // Through one interface, as if the board hung on it when no route leads there; 1 sent, -1 not (errno).
+    int SendOn(unsigned interface, const Endpoint &board, wire::Bytes datagram);
+
     // Through the routing table, or through the interface given at construction; 1 sent, -1 not (errno).
     int SendTo(const Endpoint &board, wire::Bytes datagram);
 

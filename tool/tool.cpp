@@ -5,6 +5,7 @@
 #include "info_verb.h"
 #include "interrupt.h"
 #include "upload_verb.h"
+#include "network_verb.h"
 
 #include <cmath>
 #include <iostream>
@@ -20,6 +21,7 @@ constexpr Verb kVerbs[] = {
     {"discover", "List the boards on the network.", DefineDiscover},
     {"info", "Show everything that a board tells about itself.", DefineInfo},
     {"upload", "Send a display program to boards.", DefineUpload},
+    {"network", "Show or change how a board gets its address.", DefineNetwork},
 };
 
 constexpr const char *kExitStatuses =
