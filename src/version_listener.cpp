@@ -17,7 +17,6 @@ namespace
 {
 
 constexpr int kListenerBufferSize = 1124; // the longest packet that the listener takes
-constexpr std::size_t kPrefixSize = 8;    // magic and length
 constexpr unsigned kPauseAfterError = 1;  // seconds
 
 bool SetListenerOptions(int fd)
