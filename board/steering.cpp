@@ -306,35 +306,48 @@ static int Refuse(const std::string &why)
     return 1;
 }
 
+static int WaitForChild(pid_t child)
+{
+    signal(SIGINT, SIG_IGN); // the command decides what they mean
+    signal(SIGQUIT, SIG_IGN);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+[[noreturn]] static void BecomeCommand(Words words)
+{
+    std::vector<char *> arguments;
+    for (std::string &word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    for (const int capability : {CAP_SYS_TIME, CAP_SYS_MODULE, CAP_SYS_RAWIO, CAP_SYSLOG})
+        prctl(PR_CAPBSET_DROP, capability, 0, 0, 0);
+    setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
+    setenv("HOME", "/home/root", 1);
+    if (chdir("/home/root") == 0)
+        execvp(arguments.front(), arguments.data());
+    const int status = errno == ENOENT ? 127 : 126;
+    Refuse(fmt::format("{}: {}", words.front(), std::strerror(errno)));
+    _exit(status);
+}
+
 int RunInRunningBoard(const Words &arguments)
 {
     const Answer state = AskRunningBoard({"state"});
     const pid_t init = state.json.value("init", -1);
     if (!state.ok || init <= 0)
         return Refuse(state.ok ? "the board is off" : state.lines.front());
-    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, init, 0)));
-    if (setns(process.Get(), CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS) != 0)
-        return Refuse(std::string("cannot enter the board: ") + std::strerror(errno));
-    const pid_t child = fork(); // only a child enters the board's processes
-    if (child == 0) {
-        Words copy = arguments;
-        std::vector<char *> words;
-        for (std::string &word : copy)
-            words.push_back(word.data());
-        words.push_back(nullptr);
-        for (const int capability : {CAP_SYS_TIME, CAP_SYS_MODULE, CAP_SYS_RAWIO, CAP_SYSLOG})
-            prctl(PR_CAPBSET_DROP, capability, 0, 0, 0);
-        setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
-        setenv("HOME", "/home/root", 1);
-        if (chdir("/home/root") == 0)
-            execvp(words.front(), words.data());
-        _exit(Refuse(fmt::format("{}: {}", arguments.front(), std::strerror(errno))) + 126);
-    }
-    signal(SIGINT, SIG_IGN);
-    signal(SIGQUIT, SIG_IGN);
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    const pid_t visitor = fork();
+    if (visitor != 0)
+        return WaitForChild(visitor);
+    const int process = static_cast<int>(syscall(SYS_pidfd_open, init, 0));
+    if (setns(process, CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS) != 0)
+        _exit(Refuse(std::string("cannot enter the board: ") + std::strerror(errno)));
+    const pid_t child = fork(); // only a child of the visitor is one of the board's processes
+    if (child == 0)
+        BecomeCommand(arguments);
+    _exit(WaitForChild(child));
 }
 
 } // namespace board
