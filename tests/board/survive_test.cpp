@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+// What the work loop must survive; after each of them discovery answers and no descriptor is left behind.
+#include "peer.h"
+#include "udp_peer.h"
+
+#include <csignal>
+#include <fstream>
+#include <sstream>
+#include <sys/resource.h>
+
+using namespace std::chrono_literals;
+
+namespace
+{
+
+const std::string kFirmwareLogin = Le32(8) + Le32(2);
+
+std::string FirmwareCommand(std::uint8_t code, const std::string &fields)
+{
+    const auto size = static_cast<std::uint32_t>(13 + fields.size());
+    return Le32(size + 8) + Zeros(4) + "\x76\x71" + Zeros(2) + Le32(size) + Zeros(1) +
+           std::string(1, static_cast<char>(code)) + "xyz" + fields;
+}
+
+const std::string kAskVersion = FirmwareCommand(0, Le32(1) + Zeros(8));
+const std::string kAskFile = FirmwareCommand(1, Le32(100) + Le32(0) + Zeros(252));
+
+class Survival : public BoardTest
+{
+protected:
+    Peer Connect() const { return Peer::Connect(board->BoardAddress(), 8870); }
+    bool Answers() const
+    {
+        const auto reply = pc.Ask(SearchBytes(), board->BoardAddress());
+        return reply && reply->bytes.size() == 409;
+    }
+    // Processor time that the process has used, in hundredths of a second.
+    static long Used(pid_t pid)
+    {
+        std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+        std::string field;
+        long used = 0;
+        for (int index = 1; file >> field && index <= 15; ++index)
+            used += index >= 14 ? std::stol(field) : 0;
+        return used;
+    }
+    // From now to the second heartbeat after now.
+    long UsedWhileIdle(pid_t pid) const
+    {
+        const long before = Used(pid);
+        const std::size_t beats = board->Heartbeats().size();
+        EXPECT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= beats + 2; }));
+        return Used(pid) - before;
+    }
+    void KnockTwoThousandTimes();
+
+    UdpPeer pc;
+};
+
+void Survival::KnockTwoThousandTimes()
+{
+    constexpr std::size_t kKept = 1024 - 64; // descriptors: whatever the limit, select watches no more
+    const rlimit many{.rlim_cur = 4096, .rlim_max = 4096};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
+    Boot();
+    const Unharmed unharmed(*board);
+    const std::size_t before = board->OpenDescriptors();
+    {
+        const Peer early = Connect();
+        EXPECT_TRUE(early.Send(kFirmwareLogin));
+        EXPECT_EQ(early.Take(8).size(), 8U);
+        std::vector<Peer> crowd;
+        for (int count = 0; count < 2000; ++count) {
+            crowd.push_back(Connect());
+            ASSERT_TRUE(Answers()) << count; // also keeps the backlog of one from overflowing
+        }
+        ASSERT_TRUE(
+            board->WaitForLog("too many clients, the connection is closed.", 2000 - (kKept - before)));
+        const std::size_t open = board->OpenDescriptors();
+        EXPECT_LE(open, kKept);
+        EXPECT_GE(open, kKept - 1); // a thread that waits in accept holds a number
+        std::size_t kept = 0;
+        for (const Peer &peer : crowd)
+            kept += peer.Silent(0) ? 1 : 0;
+        EXPECT_EQ(kept, open - before - 1);
+        EXPECT_LT(UsedWhileIdle(board->DaemonPid()), 30) << "the loop spins";
+
+        EXPECT_TRUE(early.Send(kAskVersion));
+        EXPECT_EQ(early.Take(25).size(), 25U);
+        EXPECT_TRUE(early.Send(kAskFile)); // a file can be opened, a command started
+        EXPECT_TRUE(board->WaitFor([&] { return board->Exists("/tmp/QV_Firmware/new_version.gz"); }));
+        board->Cable(false);
+        EXPECT_TRUE(board->WaitForLog("netlinck flag 0"));
+        board->Cable(true);
+        EXPECT_TRUE(board->WaitForCommand("ethtool eth0"));
+        EXPECT_TRUE(board->WaitForLog("netlinck flag 1"));
+    }
+    unharmed.Check("2,000 connections");
+}
+
+} // namespace
+
+TEST_F(Survival, TwoThousandConnectionsWithALimitOf1024)
+{
+    options.softFileLimit = 1024;
+    KnockTwoThousandTimes();
+}
+
+TEST_F(Survival, TwoThousandConnectionsWithALimitOf8192)
+{
+    options.softFileLimit = 8192;
+    KnockTwoThousandTimes();
+}
+
+TEST_F(Survival, PeerThatNeverReads)
+{
+    Boot();
+    const Unharmed unharmed(*board);
+    const Peer peer = Connect();
+    EXPECT_TRUE(peer.Send(kFirmwareLogin));
+    EXPECT_EQ(peer.Take(8).size(), 8U);
+    std::string asks;
+    for (int count = 0; count < 200; ++count)
+        asks += kAskVersion;
+    const auto begin = std::chrono::steady_clock::now();
+    bool ended = false;
+    for (std::size_t next = 0; !ended && std::chrono::steady_clock::now() - begin < 30s;) {
+        const ssize_t sent =
+            send(peer.Get(), asks.data() + next, asks.size() - next, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent > 0)
+            next = (next + static_cast<std::size_t>(sent)) % asks.size();
+        ended = sent == -1 && errno != EAGAIN;
+        ASSERT_TRUE(Answers()) << "the loop stands still for longer than three seconds";
+    }
+    EXPECT_TRUE(ended);
+    EXPECT_TRUE(board->WaitForLog("connecting error, one client quit!"));
+    unharmed.Check("a peer that never reads");
+}
+
+TEST_F(Survival, SignalsInterruptTheWaitOnly)
+{
+    Boot();
+    const Unharmed unharmed(*board);
+    for (int count = 0; count < 300; ++count) {
+        EXPECT_TRUE(board->SignalDaemon(SIGUSR1));
+        ASSERT_TRUE(Answers()) << count;
+    }
+    EXPECT_TRUE(board->WaitForLog("select was interrupted."));
+    EXPECT_TRUE(board->DaemonRunning());
+    unharmed.Check("signals");
+}
+
+// Whoever takes the log goes away after the first line.
+TEST_F(Survival, BrokenStandardOutput)
+{
+    Boot();
+    EXPECT_TRUE(board->KillDaemon());
+    board->Forget();
+    board->Run("cd /home/root; (ledboardd 2>&1 | head -n 1) > /dev/null 2>&1 &");
+    ASSERT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 2; }));
+    ASSERT_TRUE(Answers());
+    for (int count = 0; count < 20; ++count) { // each of them prints
+        const Peer peer = Connect();
+        EXPECT_TRUE(peer.Send(Le32(8) + Le32(1)));
+        EXPECT_EQ(peer.Take(8).size(), 8U) << count;
+    }
+    // The heartbeat's own broken pipe is caught, and told to nobody.
+    board->SupervisorListens(false);
+    const std::size_t beats = board->Heartbeats().size();
+    board->SupervisorListens(true);
+    EXPECT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() > beats; }, 10s));
+    EXPECT_EQ(board->Run("pidof ledboardd | wc -w").output, "1\n");
+    std::istringstream line(board->Run("cat /proc/$(pidof ledboardd)/stat | cut -d ' ' -f 14,15").output);
+    long user = 100;
+    long system = 100;
+    line >> user >> system;
+    EXPECT_LT(user + system, 60) << "something spins";
+    EXPECT_TRUE(Answers());
+}
