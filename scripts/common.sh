@@ -52,12 +52,17 @@ NeedBoard() {
     [ -c /dev/ptmx ] || Die "a virtual board needs pseudo-terminals: /dev/ptmx is not there"
 }
 
-# Build PRESET [TARGET...]: configures and builds, with ccache where that is installed
+# Build PRESET [TARGET...]: configures and builds, with ccache where that is installed. Off a terminal it prints errors
+# only: warnings are errors, so success has nothing to say.
 Build() {
-    local preset=$1 quiet=()
+    local preset=$1
     shift
-    [ -t 1 ] || quiet=(-- --quiet)
     export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
-    cmake --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache)" --log-level=WARNING >/dev/null &&
-        cmake --build --preset "$preset" ${1:+--target "$@"} "${quiet[@]}"
+    cmake --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache)" --log-level=WARNING >/dev/null || return
+    if [ -t 1 ]; then
+        cmake --build --preset "$preset" ${1:+--target "$@"}
+    else
+        cmake --build --preset "$preset" ${1:+--target "$@"} -- --quiet | { grep -v '^ninja: no work to do' || true; }
+        return "${PIPESTATUS[0]}"
+    fi
 }
