@@ -476,8 +476,6 @@ TEST_F(RemoteServer, LargeDigestsKeepTheOrderAndTheLoopFree)
 TEST_F(RemoteServer, ServerThatDoesNotReadIsLeft)
 {
     const Peer peer = Begin();
-    const int small = 4096;
-    setsockopt(peer.Get(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
     std::thread sender([&peer] {
         while (peer.Send(Named(16, "none"))) {
         }
