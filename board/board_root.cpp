@@ -41,15 +41,15 @@ static constexpr std::array kFolders = {"/home/root",
 
 // What the daemon's commands and scripts need, as BusyBox on the board has it.
 static constexpr std::array kApplets = {
-    "[",        "ash",    "awk",    "basename", "cat",  "chgrp",    "chmod",   "chown",    "cp",
-    "cut",      "dd",     "df",     "dirname",  "du",   "echo",     "egrep",   "env",      "expr",
-    "false",    "fgrep",  "find",   "free",     "grep", "gunzip",   "gzip",    "head",     "id",
-    "ifconfig", "ifdown", "ifup",   "ip",       "kill", "killall",  "ln",      "ls",       "md5sum",
-    "mkdir",    "mkfifo", "mktemp", "mount",    "mv",   "nc",       "netstat", "nslookup", "od",
-    "pidof",    "ping",   "printf", "ps",       "pwd",  "readlink", "rm",      "rmdir",    "route",
-    "sed",      "seq",    "sleep",  "sort",     "stat", "tail",     "tar",     "tee",      "telnet",
-    "test",     "tftp",   "top",    "touch",    "tr",   "true",     "udhcpc",  "udhcpd",   "umount",
-    "uname",    "uniq",   "uptime", "vi",       "wc",   "wget",     "which",   "xargs",    "zcat"};
+    "[",        "ash",    "awk",   "basename", "cat",      "chgrp",   "chmod",    "chown",  "cp",
+    "cut",      "dd",     "df",    "dirname",  "du",       "echo",    "egrep",    "env",    "expr",
+    "false",    "fgrep",  "find",  "free",     "grep",     "gunzip",  "gzip",     "head",   "id",
+    "ifconfig", "ifdown", "ifup",  "kill",     "killall",  "ln",      "ls",       "md5sum", "mkdir",
+    "mkfifo",   "mktemp", "mount", "mv",       "nc",       "netstat", "nslookup", "od",     "pidof",
+    "ping",     "printf", "ps",    "pwd",      "readlink", "rm",      "rmdir",    "route",  "sed",
+    "seq",      "sleep",  "sort",  "stat",     "tail",     "tar",     "tee",      "telnet", "test",
+    "tftp",     "top",    "touch", "tr",       "true",     "udhcpc",  "udhcpd",   "umount", "uname",
+    "uniq",     "uptime", "vi",    "wc",       "wget",     "which",   "xargs",    "zcat"};
 
 static constexpr std::array kStandIns = {"sh",   "sync",   "date",     "hwclock",
                                          "pppd", "reboot", "poweroff", "halt"};

@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <iterator>
 #include <net/if.h>
+#include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -33,9 +34,12 @@ std::ptrdiff_t OpenDescriptors()
 class Eth0 : public testing::Test
 {
 protected:
+    static void SetUpTestSuite()
+    {
+        ASSERT_EQ(unshare(CLONE_NEWNET), 0) << "these tests need a network of their own";
+    }
     void SetUp() override
     {
-        ASSERT_EQ(if_nametoindex("eth0"), 0U) << "this test belongs into a network of its own";
         ASSERT_EQ(RunShell("ip link add eth0 address 02:00:0a:00:bc:01 type veth peer name pc0 && "
                            "ip address add 10.9.8.7/20 dev eth0 && ip address add 10.7.0.1/16 dev pc0 && "
                            "ip link set eth0 up && ip link set pc0 up"),
