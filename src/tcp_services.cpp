@@ -31,6 +31,7 @@ constexpr char kUnit[] = "src/tcp_services.cpp";
 // Descriptors kept free for files, commands and the services, however many clients knock.
 constexpr int kReservedDescriptors = 64;
 constexpr int kMostListedForLogin = 2;
+constexpr int kMostReceivesInARound = 8;
 
 // Given away for a moment when accept runs out of descriptors, so that the client can be turned away and the
 // listener does not stay readable for ever.
@@ -226,29 +227,47 @@ bool DispatchAll(SocketSession *session)
     return true;
 }
 
-// Receives what there is room for. 1 bytes came, 0 nothing yet, -1 the peer is gone or the buffer is full.
-int ReceiveInto(SocketSession *session)
+enum class Received { kGone, kNothing, kSome, kAllAskedFor };
+
+// Receives what there is room for. kGone: the peer is gone or the buffer is full.
+Received ReceiveInto(SocketSession *session)
 {
     const std::size_t room = wire::kSessionBufferSize - static_cast<std::size_t>(session->remain);
     if (room == 0)
-        return -1;
+        return Received::kGone;
     const ssize_t count = recv(session->fd, session->buff + session->remain, room, MSG_DONTWAIT);
     if (count == -1 && (errno == EINTR || errno == EAGAIN))
-        return 0;
+        return Received::kNothing;
     if (count < 1)
-        return -1;
+        return Received::kGone;
     session->remain += static_cast<std::int32_t>(count);
-    return 1;
+    return static_cast<std::size_t>(count) == room ? Received::kAllAskedFor : Received::kSome;
 }
 
-bool Serve(SocketSession *session, const llist *list)
+bool Handle(SocketSession *session, const llist *list)
 {
-    const int received = ReceiveInto(session);
-    if (received != 1)
-        return received == 0;
     if (session->session != nullptr)
         return DispatchAll(session);
     return !CompletePacket(session) || ManagerConnecting(session, list);
+}
+
+// A receive that gets all it asked for has most likely left more behind. That is fetched in the same round,
+// so that a big upload does not pay for a select per packet, but not for long, so that nobody waits behind
+// it.
+bool Serve(SocketSession *session, const llist *list)
+{
+    for (int receives = 0; receives < kMostReceivesInARound; ++receives) {
+        const Received received = ReceiveInto(session);
+        if (received == Received::kGone)
+            return false;
+        if (received == Received::kNothing)
+            return true;
+        if (!Handle(session, list))
+            return false;
+        if (received != Received::kAllAskedFor || session->fd == -1)
+            return true;
+    }
+    return true;
 }
 
 } // namespace
