@@ -214,7 +214,7 @@ Board Exchange::Run()
             continue; // the request was lost
         if (sign == Sign::kApplied)
             Acknowledge();
-        const Board found = FindAgain();
+        Board found = FindAgain();
         if (IsAddressedSo(found, change_.wanted))
             return found;
         if (sign == Sign::kApplied || count > 0)

@@ -4,8 +4,8 @@
 #include "discover_verb.h"
 #include "info_verb.h"
 #include "interrupt.h"
-#include "upload_verb.h"
 #include "network_verb.h"
+#include "upload_verb.h"
 
 #include <cmath>
 #include <iostream>
