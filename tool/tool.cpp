@@ -2,9 +2,11 @@
 #include "tool.h"
 
 #include "discover_verb.h"
+#include "firmware_verb.h"
 #include "info_verb.h"
 #include "interrupt.h"
 #include "network_verb.h"
+#include "server_verb.h"
 #include "upload_verb.h"
 
 #include <cmath>
@@ -19,7 +21,9 @@ namespace
 
 constexpr Verb kVerbs[] = {
     {"discover", "List the boards on the network.", DefineDiscover},
+    {"firmware", "Show or replace the firmware of boards.", DefineFirmware},
     {"info", "Show everything that a board tells about itself.", DefineInfo},
+    {"server", "Say to which management server boards connect.", DefineServer},
     {"upload", "Send a display program to boards.", DefineUpload},
     {"network", "Show or change how a board gets its address.", DefineNetwork},
 };
