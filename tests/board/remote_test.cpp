@@ -475,9 +475,10 @@ TEST_F(RemoteServer, LargeDigestsKeepTheOrderAndTheLoopFree)
 
 TEST_F(RemoteServer, ServerThatDoesNotReadIsLeft)
 {
+    options.files[std::string(kFolder) + "v.tarvo.bak"] = std::string(20'000'000, '1');
     const Peer peer = Begin();
-    std::thread sender([&peer] {
-        while (peer.Send(Named(16, "none"))) {
+    std::thread sender([&peer] { // answers are thirty times as long as questions
+        while (peer.Send(Named(22, "v"))) {
         }
     });
     EXPECT_TRUE(board->WaitForLog("send device param fail: ", 1, 30s));

@@ -1,0 +1,292 @@
+// SPDX-License-Identifier: MIT
+// bench_remote [MEBIBYTES [BOARDS]]: what ledboard-server does. A file is pushed to a virtual board; then
+// many boards, played by this program, stay connected and get a program of one MiB all at once. Prints rates,
+// the server's processor time and its memory; there is no limit to miss.
+#include "bench_report.h"
+#include "pc_side.h"
+#include "remote_crc.h"
+#include "remote_records.h"
+#include "virtual_board.h"
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sstream>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+using board::Descriptor;
+namespace fs = std::filesystem;
+
+constexpr char kControl[] = "/run/bench-server.sock";
+constexpr std::uint16_t kPort = 7001;
+
+pid_t StartServer(const std::vector<std::string> &words, const char *output)
+{
+    std::string program = fs::canonical("/proc/self/exe").parent_path() / "ledboard-server";
+    const pid_t child = fork();
+    if (child != 0)
+        return child;
+    std::vector<std::string> all = words;
+    std::vector<char *> arguments{program.data()};
+    for (std::string &word : all)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    if (std::freopen(output, "w", stdout) != nullptr && std::freopen("/dev/null", "w", stderr) != nullptr)
+        execv(program.c_str(), arguments.data());
+    _exit(127);
+}
+
+pid_t StartPush(const std::string &folder)
+{
+    return StartServer({"push", folder, "--to", "all", "--control", kControl, "--json", "--quiet"},
+                       "/dev/null");
+}
+
+bool Done(pid_t push)
+{
+    int status = -1;
+    waitpid(push, &status, 0);
+    return status == 0;
+}
+
+double ProcessorSeconds(pid_t pid)
+{
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::string word;
+    double ticks = 0;
+    for (int field = 1; field <= 15 && file >> word; ++field)
+        ticks += field >= 14 ? std::stod(word) : 0;
+    return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+long ResidentKib(pid_t pid)
+{
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(file, line);) {
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::atol(line.c_str() + 6);
+    }
+    return 0;
+}
+
+void WriteFile(const std::string &path, std::size_t mebibytes)
+{
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream file(path, std::ios::binary);
+    std::string block(1U << 20U, '\0');
+    for (std::size_t written = 0; written < mebibytes; ++written) {
+        for (std::size_t at = 0; at < block.size(); at += 8)
+            std::memcpy(block.data() + at, &at, sizeof at);
+        block[0] = static_cast<char>(written);
+        file << block;
+    }
+}
+
+// A board that has no files and takes all.
+class PlayedBoard
+{
+public:
+    explicit PlayedBoard(int number) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(kPort);
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        std::snprintf(id_, sizeof id_, "B%012d", number);
+        wire::RemoteLoginPacket login{};
+        login.prefix = {.length = sizeof login, .command = wire::kRemoteLogin};
+        std::memcpy(login.id, id_, sizeof login.id);
+        if (connect(fd_.Get(), reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0)
+            throw std::runtime_error("a board cannot connect");
+        Send(wire::kRemoteGreeting);
+        Send(login);
+    }
+    int Get() const { return fd_.Get(); }
+
+    void Beat()
+    {
+        Send(wire::RemoteWord{
+            .prefix = {.length = sizeof(wire::RemoteWord), .command = wire::kRemoteHeartbeat}, .value = 0});
+    }
+
+    void Receive()
+    {
+        char block[wire::kRemoteBufferSize];
+        const ssize_t count = recv(fd_.Get(), block, sizeof block, MSG_DONTWAIT);
+        if (count <= 0)
+            return;
+        held_.append(block, static_cast<std::size_t>(count));
+        std::size_t at = 0;
+        for (;;) {
+            const wire::Bytes bytes = wire::BytesAt(held_.data() + at, held_.size() - at);
+            const auto length = wire::Read<wire::U32>(bytes);
+            if (!length || *length > bytes.size())
+                break;
+            Answer(bytes.first(*length));
+            at += *length;
+        }
+        held_.erase(0, at);
+    }
+
+private:
+    template <wire::Record T> void Send(const T &record) const
+    {
+        send(fd_.Get(), &record, sizeof record, MSG_NOSIGNAL);
+    }
+
+    template <wire::Record T> void Reply(T reply, wire::RemoteReply code) const
+    {
+        wire::RemoteSessionHeader header{};
+        header.outer.prefix = {.length = sizeof reply, .command = wire::kRemoteSession};
+        header.inner.prefix = {.length = sizeof reply - sizeof(wire::RemoteHeader),
+                               .command = static_cast<std::uint32_t>(code)};
+        std::memcpy(&reply, &header, sizeof header);
+        Send(reply);
+    }
+
+    void Answer(wire::Bytes packet)
+    {
+        const auto inner = wire::Read<wire::RemotePrefix>(packet, sizeof(wire::RemoteHeader));
+        if (!inner || wire::Read<wire::RemotePrefix>(packet)->command != wire::kRemoteSession)
+            return;
+        const wire::RemoteResultReply success{.header = {}, .result = wire::kRemoteSuccess};
+        switch (inner->command) {
+        case wire::kRemoteLock:
+            return Reply(success, wire::kRemoteLockReply);
+        case wire::kRemoteListFiles: {
+            struct Empty {
+                wire::RemoteSessionHeader header;
+                wire::U8 end;
+            };
+            return Reply(Empty{}, wire::kRemoteFilesReply);
+        }
+        case wire::kRemoteCreate:
+            crc_ = wire::kCrcStart;
+            return Reply(wire::RemoteNameReply{.named = {}, .result = wire::kRemoteSuccess},
+                         wire::kRemoteOpenReply);
+        case wire::kRemoteData:
+            crc_ = wire::AdvanceCrc(crc_, packet.subspan(sizeof(wire::RemoteChunkRequest)));
+            return Reply(wire::RemoteChunkReply{.header = {}, .zero = 0, .result = wire::kRemoteSuccess},
+                         wire::kRemoteDataReply);
+        case wire::kRemoteClose:
+            return Reply(wire::RemoteNameReply{.named = {}, .result = crc_}, wire::kRemoteCloseReply);
+        case wire::kRemoteFinish:
+            return Reply(wire::RemoteNamePacket{}, wire::kRemoteFinishReply);
+        default:
+            return;
+        }
+    }
+
+    Descriptor fd_;
+    char id_[wire::kDeviceIdSize] = {};
+    std::string held_;
+    std::uint32_t crc_ = 0;
+};
+
+// Plays the boards until `done` says so.
+void Play(std::vector<PlayedBoard> &boards, const std::function<bool()> &done)
+{
+    std::vector<pollfd> waiting;
+    for (const PlayedBoard &one : boards)
+        waiting.push_back({.fd = one.Get(), .events = POLLIN, .revents = 0});
+    while (!done()) {
+        poll(waiting.data(), waiting.size(), 100);
+        for (std::size_t index = 0; index < boards.size(); ++index) {
+            if (waiting[index].revents != 0)
+                boards[index].Receive();
+        }
+    }
+}
+
+void PushToVirtualBoard(pid_t server, std::size_t mebibytes)
+{
+    board::Options options;
+    options.files["/usr/share/id/config"] = "K3-0000000000";
+    options.files["/home/root/plexa_data/remote_server"] = "ip=10.20.30.1\nport=7001\nusername=bench\n";
+    options.folders.push_back("/home/root/plexa_data/factory");
+    options.rootMebibytes = static_cast<unsigned>(mebibytes) + 128;
+    options.prefix = {"busybox", "sh", "-c", "exec \"$0\" >/tmp/ledboardd.log 2>&1"};
+    board::VirtualBoard board(options);
+    board.Boot();
+    board.WaitFor([&] {
+        const std::string log = board.TryReadFile("/tmp/ledboardd.log").value_or("");
+        return log.find("login server success!") != std::string::npos;
+    });
+    WriteFile("/run/film/film.mp4", mebibytes);
+    const double serverBefore = ProcessorSeconds(server);
+    const double boardBefore = ProcessorSeconds(board.DaemonPid());
+    const Clock::time_point begin = Clock::now();
+    const bool done = Done(StartPush("/run/film"));
+    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    std::printf(
+        "push of %zu MiB to one board: %s, %.2f s, %.1f MiB/s; processor seconds: server %.2f, board %.2f\n",
+        mebibytes, done ? "done" : "FAILED", seconds, static_cast<double>(mebibytes) / seconds,
+        ProcessorSeconds(server) - serverBefore, ProcessorSeconds(board.DaemonPid()) - boardBefore);
+    fs::remove_all("/run/film");
+}
+
+void ManyBoards(pid_t server, int count)
+{
+    const long before = ResidentKib(server);
+    std::vector<PlayedBoard> boards;
+    for (int number = 0; number < count; ++number)
+        boards.emplace_back(number);
+    constexpr std::chrono::seconds kIdleTime(14);
+    double processor = ProcessorSeconds(server);
+    Clock::time_point begin = Clock::now();
+    Clock::time_point beat = begin;
+    Play(boards, [&] {
+        if (Clock::now() >= beat) {
+            for (PlayedBoard &one : boards)
+                one.Beat();
+            beat += std::chrono::seconds(7);
+        }
+        return Clock::now() - begin > kIdleTime;
+    });
+    std::printf("%d boards idle for %lld s: server %.2f processor seconds, %ld KiB, %.1f KiB a board\n",
+                count, static_cast<long long>(kIdleTime.count()), ProcessorSeconds(server) - processor,
+                ResidentKib(server), static_cast<double>(ResidentKib(server) - before) / count);
+    WriteFile("/run/small/film.mp4", 1);
+    processor = ProcessorSeconds(server);
+    begin = Clock::now();
+    const pid_t push = StartPush("/run/small");
+    int status = -1;
+    Play(boards, [&] { return waitpid(push, &status, WNOHANG) == push; });
+    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    std::printf("push of 1 MiB to each of %d boards: %s, %.2f s, %.1f MiB/s; server %.2f processor seconds, "
+                "%ld KiB\n",
+                count, status == 0 ? "done" : "FAILED", seconds, count / seconds,
+                ProcessorSeconds(server) - processor, ResidentKib(server));
+}
+
+} // namespace
+
+int main(int count, char **arguments)
+{
+    const int mebibytes = count > 1 ? std::atoi(arguments[1]) : 256;
+    const int boards = count > 2 ? std::atoi(arguments[2]) : 200;
+    board::EnterPcSide();
+    const pid_t server =
+        StartServer({"run", "--listen", "0.0.0.0:" + std::to_string(kPort), "--control", kControl, "--quiet"},
+                    "/dev/null");
+    while (!fs::exists(kControl))
+        usleep(10000);
+    PushToVirtualBoard(server, static_cast<std::size_t>(mebibytes));
+    ManyBoards(server, boards);
+    kill(server, SIGTERM);
+    waitpid(server, nullptr, 0);
+    return 0;
+}
