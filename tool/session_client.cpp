@@ -94,19 +94,36 @@ void SessionClient::Send(wire::Bytes bytes)
     }
 }
 
-void SessionClient::ReceiveExactly(wire::MutableBytes bytes)
+std::size_t SessionClient::ReceiveSome(wire::MutableBytes bytes)
 {
-    while (!bytes.empty()) {
+    for (;;) {
         if (!WaitFor(fd_.Get(), POLLIN, Clock::now() + patience_))
             throw ToolError(ExitStatus::kTimeout, "the board does not answer");
         const ssize_t received = recv(fd_.Get(), bytes.data(), bytes.size(), 0);
-        if (received == 0)
-            throw ToolError(ExitStatus::kFailed, "the board closed the session");
-        if (received > 0)
-            bytes = bytes.subspan(static_cast<std::size_t>(received));
-        else if (errno != EAGAIN && errno != EINTR)
+        if (received >= 0)
+            return static_cast<std::size_t>(received);
+        if (errno != EAGAIN && errno != EINTR)
             throw SystemError("the connection to the board broke", errno);
     }
+}
+
+void SessionClient::ReceiveExactly(wire::MutableBytes bytes)
+{
+    while (!bytes.empty()) {
+        const std::size_t received = ReceiveSome(bytes);
+        if (received == 0)
+            throw ToolError(ExitStatus::kFailed, "the board closed the session");
+        bytes = bytes.subspan(received);
+    }
+}
+
+std::vector<std::byte> SessionClient::ReceiveRest()
+{
+    std::vector<std::byte> rest;
+    std::byte block[16384];
+    while (const std::size_t received = ReceiveSome(block))
+        rest.insert(rest.end(), block, block + received);
+    return rest;
 }
 
 in_addr SessionClient::LocalAddress() const

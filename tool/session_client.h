@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 namespace ledboard
 {
@@ -31,6 +32,7 @@ public:
 
     void Send(wire::Bytes bytes);
     void ReceiveExactly(wire::MutableBytes bytes); // fills all of it
+    std::vector<std::byte> ReceiveRest();          // until the board closes the session
 
     void SetPatience(std::chrono::milliseconds patience) { patience_ = patience; }
 
@@ -39,6 +41,7 @@ public:
 
 private:
     void Connect();
+    std::size_t ReceiveSome(wire::MutableBytes bytes); // 0 when the board has closed the session
 
     Endpoint peer_;
     std::chrono::milliseconds patience_;

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "tool.h"
 
+#include "device_verbs.h"
 #include "discover_verb.h"
 #include "firmware_verb.h"
 #include "info_verb.h"
 #include "interrupt.h"
 #include "network_verb.h"
+#include "screen_verbs.h"
 #include "server_verb.h"
+#include "settings_verb.h"
 #include "upload_verb.h"
 
 #include <cmath>
@@ -26,6 +29,17 @@ constexpr Verb kVerbs[] = {
     {"server", "Say to which management server boards connect.", DefineServer},
     {"upload", "Send a display program to boards.", DefineUpload},
     {"network", "Show or change how a board gets its address.", DefineNetwork},
+    {"settings", "Show, save, load or change the screen settings.", DefineSettings},
+    {"brightness", "Set or show the brightness.", DefineBrightness},
+    {"luminance", "Get or put the luminance file.", DefineLuminance},
+    {"boot-screen", "Set or clear the picture shown while the board starts.", DefineBootScreen},
+    {"clock", "Show or set the board's clock.", DefineClock},
+    {"name", "Give the board a name.", DefineName},
+    {"identity", "Give the board an identifier.", DefineIdentity},
+    {"reboot-schedule", "Show or set when the board reboots by itself.", DefineRebootSchedule},
+    {"smart-setting", "Tell the player to go into or out of smart setting.", DefineSmartSetting},
+    {"slant-line", "Tell the player to show slant lines or not.", DefineSlantLine},
+    {"fpga-frame", "Send one frame to the FPGA.", DefineFpgaFrame},
 };
 
 constexpr const char *kExitStatuses =

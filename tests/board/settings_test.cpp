@@ -336,10 +336,12 @@ TEST_F(SettingsTest, SignalAppliesSerialIni)
     board->Forget();
     EXPECT_TRUE(board->SignalDaemon(SIGUSR1));
     EXPECT_TRUE(board->WaitForLog("-------------------------sig_handle be call--------------------------"));
+    std::size_t sent = 1;
     EXPECT_TRUE(board->WaitFor([&] { // a signal that finds the loop at work interrupts nothing
-        board->SignalDaemon(SIGUSR1);
+        sent += board->SignalDaemon(SIGUSR1) ? 1 : 0;
         return Count("select was interrupted.") > 0;
     }));
+    EXPECT_TRUE(board->WaitForLog("sig_handle be call", sent));
     // The places are fixed, and the last character goes also where it is no line's end.
     board->WriteFile("/home/root/plexa/serial.ini",
                      "kScreenSize=4194368\nnothing\n# kLuminance=77\nkLuminance=509");

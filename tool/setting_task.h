@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: MIT
+// setting_task.h — what the verbs of the setting service share: their arguments, one client per board, files
+// of this PC.
+#pragma once
+
+#include "setting_client.h"
+#include "verb.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace ledboard
+{
+
+struct SettingArguments {
+    std::vector<std::string> boards;
+    bool viaSession = false;
+};
+
+struct SettingTask {
+    std::string plan; // for --dry-run: "would …"; empty when nothing on a board is changed
+    std::function<nlohmann::json(SettingClient &client, const Board &board)> run;
+    // The result as a person reads it, without the board's name; several lines begin with a newline.
+    std::function<std::string(const nlohmann::json &result)> text;
+};
+
+// Adds BOARD... and --via-session.
+std::shared_ptr<SettingArguments> AddSettingArguments(CLI::App &command);
+
+ExitStatus RunSettingTask(ToolContext &context, const SettingArguments &arguments, const SettingTask &task);
+
+// Throws ToolError(kUsage) when there are several, since `what` would come from each of them.
+void RequireOneBoard(const SettingArguments &arguments, const std::string &what);
+
+// Throw ToolError. Content is replaced as a whole: the old file stays when the disk is full.
+std::vector<std::byte> ReadLocalFile(const std::string &path);
+void WriteLocalFile(const std::string &path, wire::Bytes content);
+
+// One sub-verb of a verb: a row of its table.
+struct SubVerb {
+    const char *name;
+    const char *summary;
+    VerbAction (*define)(CLI::App &command);
+};
+
+// Defines the sub-verbs; the action runs the one that the command line names.
+VerbAction DefineSubVerbs(CLI::App &command, const std::vector<SubVerb> &verbs);
+
+// An "on" or "off" in front of BOARD....
+VerbAction DefineOnOff(CLI::App &command, const char *what, std::function<SettingTask(bool on)> make);
+
+} // namespace ledboard
