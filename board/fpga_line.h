@@ -48,7 +48,7 @@ public:
     ~FpgaLine();
 
     const std::string &SlavePath() const { return slavePath_; }
-    void HangUp(); // the daemon's writes fail from now on; nothing when it is hung up
+    void HangUp();  // the daemon's writes fail from now on; nothing when it is hung up
     void Connect(); // a fresh line after HangUp, at a SlavePath of its own; nothing when it is connected
     std::vector<Frame> Frames() const;
     std::string Bytes() const; // everything that came, as it came

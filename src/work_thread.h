@@ -35,11 +35,11 @@ public:
     KWorkThread(KSession *session, int descriptor); // the session may be NULL
     ~KWorkThread() override;
 
-    int LogIn();                                 // 0
-    int LogOut();                                // 0; removes what was received when it is not complete
-    int DisposePacket(SocketSession *session);   // a count or 0 done, -1 close the session
-    int DisposePacket(char *packet, int length); // the same for a bare packet, which holds all of its
-                                                 // ph_length bytes; `length` is not used
+    int LogIn();                                   // 0
+    int LogOut();                                  // 0; removes what was received when it is not complete
+    int DisposePacket(SocketSession *session);     // a count or 0 done, -1 close the session
+    int DisposePacket(char *packet, int length);   // the same for a bare packet, which holds all of its
+                                                   // ph_length bytes; `length` is not used
     int DisposeData(const KDataPacket *packet);    // bytes written; 0 also when dropped; -1 close the session
     int DisposeCommand(const KDataPacket *packet); // 0 done, -1 close the session
 
