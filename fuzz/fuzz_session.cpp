@@ -125,6 +125,8 @@ private:
     std::optional<char> service_;
 };
 
+constexpr int kMostReadsInARound = 8;
+
 int Pending(int fd)
 {
     int count = 0;
@@ -190,9 +192,20 @@ bool Step(Session *session, Model *model, int client, int served, const std::str
     Require(write(client, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
     std::size_t given = 0;
     while (Pending(served) > 0) {
-        const std::string read = bytes.substr(given, model->Room());
-        given += read.size();
-        const bool goesOn = model->Read(read);
+        // One round: reads go on while each gets all that there is room for.
+        bool goesOn = true;
+        bool filled = true;
+        for (int reads = 0; goesOn && filled && reads < kMostReadsInARound; ++reads) {
+            const std::size_t room = model->Room();
+            if (room == 0 && reads > 0)
+                break; // a full buffer ends the session at its next read
+            const std::string read = bytes.substr(given, room);
+            if (read.empty() && room > 0)
+                break;
+            given += read.size();
+            filled = read.size() == room;
+            goesOn = model->Read(read);
+        }
         Require(session->Serve() == goesOn);
         Require(s_events == model->events);
         if (!goesOn)
@@ -230,7 +243,7 @@ int KSerialThread::LogOut()
 }
 int KSerialThread::DisposePacket(SocketSession *session)
 {
-    return Handle('1', session) ? 1 : -1;
+    return ::Handle('1', session) ? 1 : -1;
 }
 int KVersionThread::LogIn()
 {
@@ -273,7 +286,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         bool goesOn = true;
         while (goesOn && left.size() >= 3) {
             const std::size_t count =
-                1 + (static_cast<std::uint8_t>(left[0]) | (left[1] & 0x3F) << 8) % 12000;
+                1 + static_cast<unsigned>(static_cast<std::uint8_t>(left[0]) | (left[1] & 0x3F) << 8) % 12000;
             const std::string bytes = left.substr(2, count);
             left.erase(0, 2 + bytes.size());
             goesOn = Step(&session, &model, client.Get(), ends[0], bytes);

@@ -227,12 +227,17 @@ bool DispatchAll(SocketSession *session)
     return true;
 }
 
+std::size_t Room(const SocketSession *session)
+{
+    return wire::kSessionBufferSize - static_cast<std::size_t>(session->remain);
+}
+
 enum class Received { kGone, kNothing, kSome, kAllAskedFor };
 
 // Receives what there is room for. kGone: the peer is gone or the buffer is full.
 Received ReceiveInto(SocketSession *session)
 {
-    const std::size_t room = wire::kSessionBufferSize - static_cast<std::size_t>(session->remain);
+    const std::size_t room = Room(session);
     if (room == 0)
         return Received::kGone;
     const ssize_t count = recv(session->fd, session->buff + session->remain, room, MSG_DONTWAIT);
@@ -264,7 +269,7 @@ bool Serve(SocketSession *session, const llist *list)
             return true;
         if (!Handle(session, list))
             return false;
-        if (received != Received::kAllAskedFor || session->fd == -1)
+        if (received != Received::kAllAskedFor || session->fd == -1 || Room(session) == 0)
             return true;
     }
     return true;

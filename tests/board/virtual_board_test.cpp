@@ -205,8 +205,11 @@ TEST_F(VirtualBoardAlone, AddressesByDhcpAndTwoBoardsAtOnce)
     EXPECT_EQ(second.Eth0Address(), std::nullopt);
     EXPECT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->LeaseAddress(); }, 10s));
     EXPECT_EQ(board->LeaseAddress(), "10.20.31.50");
-    EXPECT_EQ(board->Run("pidof udhcpc > /dev/null && route -n | grep -c '^0.0.0.0 *10.20.31.1'").output,
-              "1\n");
+    const auto routed = [&] { // the lease script sets the address first
+        return board->Run("pidof udhcpc > /dev/null && route -n | grep -c '^0.0.0.0 *10.20.31.1'").output ==
+               "1\n";
+    };
+    EXPECT_TRUE(board->WaitFor(routed));
     EXPECT_EQ(board->Run("ping -c 1 -W 2 10.20.31.1").status, 0);
     EXPECT_NE(board->Run("ifconfig eth0").output.find("02:4C:45:44:00:01"), std::string::npos);
 }
