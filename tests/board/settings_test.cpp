@@ -82,6 +82,18 @@ TEST_F(SettingsTest, LoadsSavesAndReadsBack)
     EXPECT_TRUE(board->WaitForLog("read rr send finish."));
 }
 
+TEST_F(SettingsTest, FolderIsLookedForWhereTheDaemonWasStarted)
+{
+    Boot();
+    board->MakeFolder("/home/root/home/root/plexa_data");
+    EXPECT_EQ(board->Run("rm -r /home/root/plexa_data").status, 0);
+    const Peer port = Port();
+    EXPECT_TRUE(port.Send(Command(1) + Packet(2, SettingFile(Panel())) + Command(5)));
+    Settle(port);
+    EXPECT_TRUE(board->WaitForCommand("mv setting.ss.bak"));
+    EXPECT_FALSE(board->Exists("/home/root/plexa_data")) << "found in the wrong place, so not made";
+}
+
 TEST_F(SettingsTest, CopyOverKeepsTheTail)
 {
     const std::string old = SettingFile({{5, 1}, {6, 2}, {7, 3}});

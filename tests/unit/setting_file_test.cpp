@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "crc32.h"
+#include "screen_para.h"
 #include "search_services.h"
 #include "serial.h"
 #include "serial_thread.h"
@@ -73,6 +74,22 @@ TEST(SettingFile, BootCopyFollowsTheWorkingCopy)
         CopySettingToBoot(false);
         EXPECT_EQ(ReadTestFile(kBootCopy), row.boot) << "row " << &row - rows;
     }
+}
+
+TEST(SettingFile, ScreenSizeIsTheFourthRecord)
+{
+    const std::string three = Record(4, 1) + Record(5, 1) + Record(6, 1);
+    WriteTestFile(kBootCopy, Record(0x6D, 48) + three + Record(7, 5) + Record(3, 9) + Record(9, 30));
+    unsigned width = 1;
+    unsigned height = 2;
+    unsigned level = 3;
+    GetScreenPara(width, height, level);
+    EXPECT_EQ(width, 5U);
+    EXPECT_EQ(height, 0U);
+    EXPECT_EQ(level, 30U);
+    WriteTestFile(kBootCopy, Record(0x6D, 40) + three + Record(7, 6) + Record(3, 9));
+    GetScreenPara(width, height, level);
+    EXPECT_EQ(width, 5U) << "the file is too short to hold it";
 }
 
 TEST(SettingFile, OneParameterIsPatchedInPlace)
