@@ -150,10 +150,11 @@ ExitStatus RunVerb(Output &output, const VerbAction &action, const ToolOptions &
 int RunTool(int argc, const char *const *argv)
 {
     ToolOptions options;
+    // Actions ask which of their sub-verbs was named: the command line outlives them.
+    CLI::App app("Finds LED display controller boards on the network and looks after them.", "ledboard");
     VerbAction action;
     try {
         WatchInterrupt();
-        CLI::App app("Finds LED display controller boards on the network and looks after them.", "ledboard");
         action = ReadCommandLine(app, options, argc, argv);
     } catch (const ToolError &error) {
         Output output(AsksForJson(argc, argv), false);
