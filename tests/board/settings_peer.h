@@ -103,6 +103,30 @@ protected:
             frames.emplace_back(frame.command, frame.value);
         return frames;
     }
+    // What has gone out on the serial line reaches the FPGA a moment later.
+    void ExpectFrames(const Pairs &expected) const
+    {
+        EXPECT_TRUE(board->WaitForFrames(expected.size()));
+        EXPECT_EQ(Frames(), expected);
+    }
+    // The boot copy is written by the schedule's first look, some time after the board listens.
+    bool WaitForBootCopy() const
+    {
+        return board->WaitFor([&] {
+            const auto copy = board->TryReadFile(kBoot);
+            return copy && copy->size() == board->ReadFile(kWorking).size();
+        });
+    }
+    // A board with the settings of Panel(), when all of its start has been seen and forgotten.
+    void BootAndForget()
+    {
+        options.files[kWorking] = SettingFile(Panel());
+        Boot();
+        EXPECT_TRUE(board->WaitForFrames(Transfer(Panel()).size()));
+        EXPECT_TRUE(WaitForBootCopy());
+        EXPECT_TRUE(board->WaitForCommand("sync"));
+        board->Forget();
+    }
     // The frames that sending a settings file takes.
     static Pairs Transfer(const Pairs &pairs)
     {

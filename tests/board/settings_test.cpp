@@ -11,7 +11,7 @@ TEST_F(SettingsTest, StartsWithTheSettingsOfItsFile)
 {
     options.files[kWorking] = SettingFile(Panel());
     Boot();
-    EXPECT_EQ(Frames(), Transfer(Panel()));
+    ExpectFrames(Transfer(Panel()));
     EXPECT_EQ(board->Fpga().StrayBytes(), 0U);
     EXPECT_TRUE(board->WaitForLog("serial_thread init success."));
     EXPECT_TRUE(board->WaitForLog("socket listenning in 8879 port success."));
@@ -20,7 +20,7 @@ TEST_F(SettingsTest, StartsWithTheSettingsOfItsFile)
     const termios line = board->Fpga().Attributes();
     EXPECT_EQ(cfgetospeed(&line), static_cast<speed_t>(B115200));
     EXPECT_EQ(line.c_lflag & (ICANON | ECHO), 0U);
-    EXPECT_EQ(board->ReadFile(kBoot).size(), board->ReadFile(kWorking).size()) << "the schedule's first look";
+    EXPECT_TRUE(WaitForBootCopy());
     // The cache was cut to the highest luminance of the file.
     EXPECT_TRUE(board->SendAsPlayer(5, 50));
     EXPECT_TRUE(board->WaitForFrame(9, 20));
@@ -60,10 +60,11 @@ TEST_F(SettingsTest, LoadsSavesAndReadsBack)
     EXPECT_TRUE(board->WaitForLog("cmd: ss save."));
     EXPECT_TRUE(board->WaitForLog("(w, h): (128, 64), l: 18."));
 
+    EXPECT_TRUE(board->WaitForFrames(1));
     board->Forget();
     EXPECT_TRUE(port.Send(Command(10)));
     Settle(port);
-    EXPECT_EQ(Frames(), Transfer(Panel()));
+    ExpectFrames(Transfer(Panel()));
 
     EXPECT_TRUE(port.Send(Command(4)));
     EXPECT_EQ(port.Take(48),
@@ -132,6 +133,7 @@ TEST_F(SettingsTest, BadFilesSendNothingMore)
     };
     const std::size_t descriptors = board->OpenDescriptors();
     const Peer port = Port();
+    EXPECT_TRUE(board->WaitForFrames(1));
     for (const Row &row : rows) {
         board->Forget();
         board->WriteFile(kWorking, row.file);
@@ -151,9 +153,7 @@ TEST_F(SettingsTest, BadFilesSendNothingMore)
 
 TEST_F(SettingsTest, FramesGoThroughAndAreKeptOnRequest)
 {
-    options.files[kWorking] = SettingFile(Panel());
-    Boot();
-    board->Forget();
+    BootAndForget();
     const Peer port = Port();
     EXPECT_TRUE(port.Send(FpgaPacket(14, 5) + FpgaPacket(22, 0)));
     Settle(port);
@@ -170,11 +170,10 @@ TEST_F(SettingsTest, FramesGoThroughAndAreKeptOnRequest)
     kept[8].second = 17;
     kept[5].second = 17;
     EXPECT_EQ(board->ReadFile(kWorking), SettingFile(kept));
-    EXPECT_EQ(
-        Frames(),
-        (Pairs{{14, 5}, {22, 0}, {14, 6}, {3, 128 + 64 * 65536}, {3, 1024 + 512 * 65536}, {9, 17}, {77, 1}}));
-    EXPECT_EQ(Count("screen size not changed."), 1U);
+    ExpectFrames(
+        {{14, 5}, {22, 0}, {14, 6}, {3, 128 + 64 * 65536}, {3, 1024 + 512 * 65536}, {9, 17}, {77, 1}});
     EXPECT_TRUE(board->WaitForLog("(w, h): (1024, 512)"));
+    EXPECT_EQ(Count("screen size not changed."), 1U);
     EXPECT_TRUE(port.Send(Packet(1, "\xA5 longer")));
     EXPECT_TRUE(port.Ended());
     EXPECT_TRUE(board->WaitForLog("cmd: serial cmd, lengths error: 9."));
@@ -259,27 +258,25 @@ TEST_F(SettingsTest, NameIdentityClockAndPlayerModes)
 
 TEST_F(SettingsTest, ThePlayerChangesSettings)
 {
-    options.files[kWorking] = SettingFile(Panel());
-    Boot();
-    board->Forget();
+    BootAndForget();
     EXPECT_TRUE(board->SendAsPlayer(11, 1) && board->SendAsPlayer(11, 0) &&
                 board->SendAsPlayer(4, 64 + 32 * 65536));
     EXPECT_TRUE(board->SendAsPlayer(5, 150) && board->SendAsPlayer(5, 50) && board->SendAsPlayer(5));
     EXPECT_TRUE(board->WaitForLog("(w, h): (64, 32)", 3));
-    EXPECT_EQ(Frames(), (Pairs{{2, 0},
-                               {2, 1},
-                               {3, 64 + 32 * 65536},
-                               {9, 18},
-                               {254, 150},
-                               {9, 18},
-                               {28, 255},
-                               {29, 255},
-                               {30, 255},
-                               {254, 50},
-                               {9, 18},
-                               {28, 127},
-                               {29, 127},
-                               {30, 127}}));
+    ExpectFrames({{2, 0},
+                  {2, 1},
+                  {3, 64 + 32 * 65536},
+                  {9, 18},
+                  {254, 150},
+                  {9, 18},
+                  {28, 255},
+                  {29, 255},
+                  {30, 255},
+                  {254, 50},
+                  {9, 18},
+                  {28, 127},
+                  {29, 127},
+                  {30, 127}});
     EXPECT_TRUE(board->WaitForLog("[---src/server_witch_plexa::ScreenOnOff::318---] scrren off"));
     EXPECT_TRUE(board->WaitForLog("[---src/server_witch_plexa::ScreenOnOff::315---] scrren on"));
     EXPECT_TRUE(board->WaitForLog("[---g_serial change screen size: 2097216.---]"));
@@ -318,14 +315,12 @@ TEST_F(SettingsTest, ThePlayerChangesSettings)
 
 TEST_F(SettingsTest, SessionsCarryTheSamePackets)
 {
-    options.files[kWorking] = SettingFile(Panel());
-    Boot();
-    board->Forget();
+    BootAndForget();
     const Peer session = Session();
     EXPECT_TRUE(board->WaitForLog("[---src/serial_thread::LogIn::2065---] "));
     EXPECT_TRUE(session.Send(Framed(Command(13, "\x32")) + Framed(FpgaPacket(14, 3)) + Framed(Command(8))));
     EXPECT_EQ(session.Take(80).substr(72), Records({{253, 50}}));
-    EXPECT_EQ(Frames(), (Pairs{{28, 127}, {29, 127}, {30, 127}, {14, 3}}));
+    ExpectFrames({{28, 127}, {29, 127}, {30, 127}, {14, 3}});
     // Its own length says more than the frame brings, nothing, or stands in a frame that is too short.
     EXPECT_TRUE(session.Send(Framed(std::string("\6\0", 2) + Le32(8)) + Framed(Zeros(2)) + Framed("") +
                              Le32(6) + "xx"));
@@ -343,35 +338,35 @@ TEST_F(SettingsTest, SessionsCarryTheSamePackets)
 
 TEST_F(SettingsTest, SignalAppliesSerialIni)
 {
-    options.files[kWorking] = SettingFile(Panel());
-    Boot();
-    board->Forget();
+    BootAndForget();
     EXPECT_TRUE(board->SignalDaemon(SIGUSR1));
     EXPECT_TRUE(board->WaitForLog("-------------------------sig_handle be call--------------------------"));
-    std::size_t sent = 1;
-    EXPECT_TRUE(board->WaitFor([&] { // a signal that finds the loop at work interrupts nothing
-        sent += board->SignalDaemon(SIGUSR1) ? 1 : 0;
-        return Count("select was interrupted.") > 0;
-    }));
-    EXPECT_TRUE(board->WaitForLog("sig_handle be call", sent));
+    // A signal that finds the loop at work interrupts nothing; one that waits swallows the next.
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    for (std::size_t sent = 2;
+         Count("select was interrupted.") == 0 && std::chrono::steady_clock::now() < deadline; ++sent) {
+        EXPECT_TRUE(board->SignalDaemon(SIGUSR1));
+        EXPECT_TRUE(board->WaitForLog("sig_handle be call", sent));
+    }
+    EXPECT_GE(Count("select was interrupted."), 1U);
     // The places are fixed, and the last character goes also where it is no line's end.
     board->WriteFile("/home/root/plexa/serial.ini",
                      "kScreenSize=4194368\nnothing\n# kLuminance=77\nkLuminance=509");
     EXPECT_TRUE(board->SignalDaemon(SIGUSR1));
     EXPECT_TRUE(board->WaitForLog("g_serial_thread write serial, kLuminance=50."));
     EXPECT_TRUE(board->WaitForFrame(30, 127));
-    EXPECT_EQ(Frames(), (Pairs{{3, 4194368},
-                               {9, 18},
-                               {254, 0},
-                               {9, 18},
-                               {28, 255},
-                               {29, 255},
-                               {30, 255},
-                               {254, 50},
-                               {9, 18},
-                               {28, 127},
-                               {29, 127},
-                               {30, 127}}));
+    ExpectFrames({{3, 4194368},
+                  {9, 18},
+                  {254, 0},
+                  {9, 18},
+                  {28, 255},
+                  {29, 255},
+                  {30, 255},
+                  {254, 50},
+                  {9, 18},
+                  {28, 127},
+                  {29, 127},
+                  {30, 127}});
 }
 
 class RebootSchedule : public SettingsTest
@@ -401,7 +396,7 @@ TEST_F(RebootSchedule, IsReadWrittenAndKept)
     EXPECT_EQ(port.Take(33), Acknowledged(28) + std::string("\x1A\0", 2) + Le32(27) + ploy);
     EXPECT_EQ(board->ReadFile("/home/root/plexa_data/reboot_ploy"), ploy);
     EXPECT_TRUE(board->WaitForLog("start reboot timer"));
-    EXPECT_GE(Count(" 3600  seconds.") + Count(" 3599  seconds."), 1U);
+    EXPECT_EQ(Count(" 3600  seconds.") + Count(" 359"), 1U) << "less what the way took";
 
     board->Forget();
     EXPECT_TRUE(port.Send(Command(28, Zeros(21))));
@@ -430,9 +425,9 @@ TEST_F(RebootSchedule, RebootsTheBoardInTime)
             Boot();
         const unsigned boots = board->Boots();
         const Peer port = Port();
-        EXPECT_TRUE(port.Send(Command(28, Ploy(offset, 2))));
+        EXPECT_TRUE(port.Send(Command(28, Ploy(offset, 3))));
         EXPECT_EQ(port.Take(6), Acknowledged(28));
-        EXPECT_TRUE(board->WaitFor([&] { return board->Boots() == boots + 1; }, 8s)) << offset;
+        EXPECT_TRUE(board->WaitFor([&] { return board->Boots() == boots + 1; }, 15s)) << offset;
         EXPECT_TRUE(board->WaitFor([&] { return board->DaemonListens(); }));
         EXPECT_TRUE(board->WaitForLog("RebootTimer  reboot now."));
         EXPECT_EQ(board->StandInCalls().back(), std::vector<std::string>{"reboot"});
