@@ -121,6 +121,13 @@ void PrintAll(Output &output, const std::vector<Outcome> &outcomes, const BoardT
 
 } // namespace
 
+void AddBoardNames(CLI::App &command, std::vector<std::string> &names)
+{
+    command.add_option("BOARD", names, "address, identifier, name or MAC of a board; several are possible")
+        ->required()
+        ->type_name("");
+}
+
 ExitStatus RunOnBoards(ToolContext &context, const std::vector<std::string> &names, const BoardTask &task)
 {
     std::vector<BoardSelector> selectors;

@@ -19,6 +19,9 @@ struct BoardTask {
     std::function<std::string(const Board &board, const nlohmann::json &result)> text;
 };
 
+// Adds the positional BOARD..., of which one is needed at least.
+void AddBoardNames(CLI::App &command, std::vector<std::string> &names);
+
 // Searches once for all of `names`, runs the task on up to --jobs boards at a time, a board named twice once,
 // and prints the results in the order of the identifiers. A single name gives its result, or throws; several
 // give {"boards": [...]} with an error object in the place of what failed. The status is that of all boards

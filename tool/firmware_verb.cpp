@@ -143,15 +143,6 @@ ExitStatus RunInstall(ToolContext &context, const FirmwareArguments &arguments)
     return RunOnBoards(context, arguments.names, task);
 }
 
-void AddNames(CLI::App &command, FirmwareArguments &arguments)
-{
-    command
-        .add_option("BOARD", arguments.names,
-                    "address, identifier, name or MAC of a board; several are possible")
-        ->required()
-        ->type_name("");
-}
-
 } // namespace
 
 VerbAction DefineFirmware(CLI::App &command)
@@ -159,15 +150,15 @@ VerbAction DefineFirmware(CLI::App &command)
     const auto arguments = std::make_shared<FirmwareArguments>();
     command.require_subcommand(1);
     CLI::App *const version = command.add_subcommand("version", "Show the versions of player and FPGA.");
-    AddNames(*version, *arguments);
+    AddBoardNames(*version, arguments->names);
     CLI::App *const install =
         command.add_subcommand("install", "Install a firmware archive and wait for its result.");
     install->add_option("FILE", arguments->file, "gzip-compressed tar with \"update.sh\" at its top")
         ->required()
         ->type_name("");
-    AddNames(*install, *arguments);
+    AddBoardNames(*install, arguments->names);
     CLI::App *const result = command.add_subcommand("result", "Show whether the last installation worked.");
-    AddNames(*result, *arguments);
+    AddBoardNames(*result, arguments->names);
     command.footer("A board forgets a failed installation once it has told of it.\n"
                    "--timeout also holds for every answer (30 s) and for the restart (5 min).");
     return [arguments, version, install](ToolContext &context) {

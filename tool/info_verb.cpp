@@ -11,9 +11,7 @@ namespace ledboard
 VerbAction DefineInfo(CLI::App &command)
 {
     const auto names = std::make_shared<std::vector<std::string>>();
-    command.add_option("BOARD", *names, "address, identifier, name or MAC of a board; several are possible")
-        ->required()
-        ->type_name("");
+    AddBoardNames(command, *names);
     command.footer(
         "An address is asked directly, so a board is also found behind a router if it listens on a\n"
         "custom port: ADDRESS:PORT. Everything else is looked for on the local network.\n"

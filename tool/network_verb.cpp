@@ -152,15 +152,6 @@ ExitStatus Change(ToolContext &context, const NetworkArguments &arguments,
     return RunOnBoards(context, arguments.names, {run, text});
 }
 
-void AddNames(CLI::App &command, NetworkArguments &arguments)
-{
-    command
-        .add_option("BOARD", arguments.names,
-                    "address, identifier, name or MAC of a board; several are possible")
-        ->required()
-        ->type_name("");
-}
-
 } // namespace
 
 VerbAction DefineNetwork(CLI::App &command)
@@ -169,10 +160,10 @@ VerbAction DefineNetwork(CLI::App &command)
     command.require_subcommand(1);
     CLI::App *const show =
         command.add_subcommand("show", "Show mode, address, mask, gateway and custom port.");
-    AddNames(*show, *arguments);
+    AddBoardNames(*show, arguments->names);
     CLI::App *const dhcp = command.add_subcommand(
         "dhcp", "Have boards ask a DHCP server; without one they take a link-local address.");
-    AddNames(*dhcp, *arguments);
+    AddBoardNames(*dhcp, arguments->names);
     CLI::App *const fixed = command.add_subcommand("static", "Give one board a fixed address.");
     fixed->add_option("BOARD", arguments->name, "address, identifier, name or MAC of the board")
         ->required()

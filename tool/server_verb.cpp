@@ -120,15 +120,6 @@ ExitStatus RunForget(ToolContext &context, const ServerArguments &arguments)
                        {[&](const Board &board) { return Forget(context, board); }, ChangeText});
 }
 
-void AddNames(CLI::App &command, ServerArguments &arguments)
-{
-    command
-        .add_option("BOARD", arguments.names,
-                    "address, identifier, name or MAC of a board; several are possible")
-        ->required()
-        ->type_name("");
-}
-
 } // namespace
 
 VerbAction DefineServer(CLI::App &command)
@@ -137,7 +128,7 @@ VerbAction DefineServer(CLI::App &command)
     command.require_subcommand(1);
     CLI::App *const show =
         command.add_subcommand("show", "Show the management server and whether it is reached.");
-    AddNames(*show, *arguments);
+    AddBoardNames(*show, arguments->names);
     CLI::App *const set = command.add_subcommand("set", "Have boards connect to a management server.");
     set->add_option("SERVER", arguments->server, "HOST:PORT, the host as a name or an IPv4 address")
         ->required()
@@ -145,10 +136,10 @@ VerbAction DefineServer(CLI::App &command)
     set->add_option("--user", arguments->user, "user name for the login, at most 20 bytes")
         ->required()
         ->type_name("NAME");
-    AddNames(*set, *arguments);
+    AddBoardNames(*set, arguments->names);
     CLI::App *const forget =
         command.add_subcommand("forget", "Have boards disconnect and forget the server.");
-    AddNames(*forget, *arguments);
+    AddBoardNames(*forget, arguments->names);
     command.footer(
         "Requests go to port 8878 of the board's address. \"set\" waits up to 5 s for the connection;\n"
         "a board that has none by then goes on trying.");
