@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "device_verbs.h"
 
+#include "reboot_schedule.h"
 #include "setting_task.h"
 #include "text.h"
 
 #include <fmt/format.h>
 
-#include <cctype>
-#include <ctime>
+#include <cstdlib>
+#include <cstring>
 
 namespace ledboard
 {
@@ -16,11 +17,12 @@ namespace
 {
 
 constexpr std::size_t kLongestName = 249;
+constexpr std::int64_t kClockTolerance = 3000; // ms; a board's clock is set to whole seconds
 constexpr std::size_t kIdentityLength = 13;
 
 std::string TimeText(std::int64_t milliseconds)
 {
-    return FormatUtc(std::chrono::system_clock::time_point(std::chrono::milliseconds(milliseconds)));
+    return FormatUtc(std::chrono::milliseconds(milliseconds));
 }
 
 std::int64_t Now()
@@ -29,43 +31,31 @@ std::int64_t Now()
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
-// Local time of this PC unless it ends in Z; seconds may be left out. Throws ToolError(kUsage).
-std::int64_t ParseTime(const std::string &text)
+nlohmann::json ClockJson(std::int64_t clock)
 {
-    for (const char *const format :
-         {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M"}) {
-        std::tm time{};
-        const char *const rest = strptime(text.c_str(), format, &time);
-        if (rest == nullptr || (*rest != '\0' && std::string_view(rest) != "Z"))
-            continue;
-        time.tm_isdst = -1;
-        return static_cast<std::int64_t>(*rest == '\0' ? mktime(&time) : timegm(&time)) * 1000;
-    }
-    throw ToolError(ExitStatus::kUsage,
-                    "'" + text + "' is no time; write 2026-05-17T08:30:00, with Z for UTC");
-}
-
-nlohmann::json ClockJson(SettingClient &client)
-{
-    const std::int64_t clock = client.BoardClock();
-    const std::int64_t ahead = clock - Now();
-    client.End();
-    return {{"time", TimeText(clock)}, {"aheadMilliseconds", ahead}};
+    return {{"time", TimeText(clock)}, {"aheadMilliseconds", clock - Now()}};
 }
 
 std::string ClockText(const nlohmann::json &result)
 {
-    return fmt::format("{}, {:+.1f} s against this PC", result["time"].get<std::string>(),
-                       static_cast<double>(result["aheadMilliseconds"].get<std::int64_t>()) / 1000);
+    const auto ahead = result["aheadMilliseconds"].get<std::int64_t>();
+    const double seconds = static_cast<double>(ahead / 100) / 10;
+    return fmt::format("{}, {:+.1f} s against this PC", result["time"].get<std::string>(), seconds);
 }
 
 // `time` is asked for each board afresh.
 SettingTask SetClock(const std::string &plan, std::function<std::int64_t()> time)
 {
     const auto set = [time = std::move(time)](SettingClient &client, const Board &) {
-        const wire::I64 milliseconds(time());
-        client.CommandAcknowledged(wire::kSettingSetClock, wire::BytesOf(milliseconds));
-        return ClockJson(client);
+        const std::int64_t wanted = time();
+        const auto began = Clock::now();
+        client.CommandAcknowledged(wire::kSettingSetClock, wire::BytesOf(wire::I64(wanted)));
+        const std::int64_t clock = client.BoardClock();
+        client.End();
+        const auto since = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - began);
+        if (std::abs(clock - wanted - since.count()) > kClockTolerance)
+            throw ToolError(ExitStatus::kVerification, "the board has stayed at " + TimeText(clock));
+        return ClockJson(clock);
     };
     return {plan, set, ClockText};
 }
@@ -74,7 +64,11 @@ VerbAction DefineClockGet(CLI::App &command)
 {
     const auto arguments = AddSettingArguments(command);
     return [arguments](ToolContext &context) {
-        const auto get = [](SettingClient &client, const Board &) { return ClockJson(client); };
+        const auto get = [](SettingClient &client, const Board &) {
+            const std::int64_t clock = client.BoardClock();
+            client.End();
+            return ClockJson(clock);
+        };
         return RunSettingTask(context, *arguments, {"", get, ClockText});
     };
 }
@@ -87,9 +81,13 @@ VerbAction DefineClockSet(CLI::App &command)
         ->type_name("");
     const auto arguments = AddSettingArguments(command);
     return [=](ToolContext &context) {
-        const std::int64_t time = ParseTime(*text);
-        return RunSettingTask(context, *arguments,
-                              SetClock("would set the clock to " + TimeText(time), [time] { return time; }));
+        const auto time = ParseTime(*text);
+        if (!time)
+            throw ToolError(ExitStatus::kUsage,
+                            "'" + *text + "' is no time; write 2026-05-17T08:30:00, with Z for UTC");
+        return RunSettingTask(
+            context, *arguments,
+            SetClock("would set the clock to " + TimeText(*time), [time = *time] { return time; }));
     };
 }
 
@@ -114,79 +112,6 @@ SettingTask StoreText(wire::SettingCode code, const char *what, const std::strin
         return fmt::format("{} '{}' stored", what, ForTerminal(text));
     };
     return {fmt::format("would store the {} '{}'", what, ForTerminal(text)), store, said};
-}
-
-const char *const kDays[] = {"", "mon", "tue", "wed", "thu", "fri", "sat", "sun"};
-
-// "mon,thu" as a mask. Throws ToolError(kUsage).
-std::uint32_t ParseDays(const std::string &text)
-{
-    std::uint32_t mask = 0;
-    for (std::size_t at = 0; at <= text.size();) {
-        const std::size_t end = std::min(text.find(',', at), text.size());
-        std::string day = text.substr(at, end - at);
-        for (char &letter : day)
-            letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-        std::uint32_t bit = 0;
-        for (unsigned index = 1; index < std::size(kDays); ++index)
-            bit |= day == kDays[index] ? 1U << index : 0;
-        if (bit == 0)
-            throw ToolError(ExitStatus::kUsage, "'" + text + "' is no list of days such as mon,thu");
-        mask |= bit;
-        at = end + 1;
-    }
-    return mask;
-}
-
-std::string DaysText(std::uint32_t mask)
-{
-    std::string text;
-    for (unsigned index = 1; index < std::size(kDays); ++index) {
-        if ((mask >> index & 1U) != 0)
-            text += (text.empty() ? "" : ",") + std::string(kDays[index]);
-    }
-    return text.empty() ? "no day" : text;
-}
-
-// "HH:MM" or "HH:MM:SS" into the schedule. Throws ToolError(kUsage).
-void ParseTimeOfDay(const std::string &text, wire::RebootPloy *ploy)
-{
-    for (const char *const format : {"%H:%M:%S", "%H:%M"}) {
-        std::tm time{};
-        const char *const rest = strptime(text.c_str(), format, &time);
-        if (rest == nullptr || *rest != '\0' || time.tm_sec > 59)
-            continue;
-        ploy->hour = static_cast<wire::U8>(time.tm_hour);
-        ploy->minute = static_cast<wire::U8>(time.tm_min);
-        ploy->second = static_cast<wire::U8>(time.tm_sec);
-        return;
-    }
-    throw ToolError(ExitStatus::kUsage, "'" + text + "' is no time of day such as 04:30");
-}
-
-nlohmann::json PloyJson(const wire::RebootPloy &ploy)
-{
-    nlohmann::json json = {{"enabled", ploy.enabled != 0}};
-    json["time"] = fmt::format("{:02}:{:02}:{:02}", ploy.hour, ploy.minute, ploy.second);
-    json["minuteOffset"] = std::int16_t{ploy.minuteOffset};
-    if (ploy.mode == 1)
-        json["on"] = DaysText(ploy.weekdayMask);
-    else
-        json["everyDays"] = std::uint32_t{ploy.days};
-    return json;
-}
-
-std::string PloyText(const nlohmann::json &json)
-{
-    if (!json["enabled"].get<bool>())
-        return "no scheduled reboot";
-    const std::string time = json["time"].get<std::string>();
-    const auto offset = json["minuteOffset"].get<int>();
-    const std::string days = json.contains("on")
-                                 ? "on " + json["on"].get<std::string>()
-                                 : fmt::format("every {} days", json["everyDays"].get<unsigned>());
-    return fmt::format("reboots {} at {}{}", days, time,
-                       offset == 0 ? "" : fmt::format(" of a clock {:+} minutes from the board's", offset));
 }
 
 wire::RebootPloy ReadPloy(SettingClient *client)
@@ -239,12 +164,18 @@ struct ScheduleArguments {
     int offset = 0;
 };
 
+// A word that stands in the command line as it is.
+void AddWord(CLI::App &command, const std::string &word, std::string *given)
+{
+    const auto check = [word](const std::string &text) {
+        return text == word || text + "s" == word ? "" : "the word '" + word + "' is missing";
+    };
+    command.add_option(word, *given, "the word '" + word + "'")->required()->check(check)->type_name("");
+}
+
 void AddTimeOfDay(CLI::App &command, ScheduleArguments *schedule)
 {
-    command.add_option("at", schedule->at, "the word 'at'")
-        ->required()
-        ->check(CLI::IsMember({"at"}))
-        ->type_name("");
+    AddWord(command, "at", &schedule->at);
     command.add_option("HH:MM", schedule->time, "time of day on the board's clock; seconds are possible")
         ->required()
         ->type_name("");
@@ -273,19 +204,21 @@ ExitStatus StorePloy(ToolContext &context, const SettingArguments &arguments, co
 VerbAction DefineScheduleEvery(CLI::App &command)
 {
     const auto schedule = std::make_shared<ScheduleArguments>();
-    command.add_option("N", schedule->days, "1 to 62")->required()->check(CLI::Range(1, 62))->type_name("");
-    command.add_option("days", schedule->filler, "the word 'days'")
+    command.add_option("N", schedule->days, "1 to 62; a board counts modulo one week")
         ->required()
-        ->check(CLI::IsMember({"days", "day"}))
         ->type_name("");
+    AddWord(command, "days", &schedule->filler);
     AddTimeOfDay(command, schedule.get());
     const auto arguments = AddSettingArguments(command);
     return [=](ToolContext &context) {
         wire::RebootPloy ploy = MakePloy(*schedule);
-        ploy.days = static_cast<std::uint32_t>(std::stoul(schedule->days));
-        if (ploy.days > 7U)
-            context.output.Warn("a board counts modulo one week: it waits " + std::to_string(ploy.days % 7U) +
-                                " days in the place of " + schedule->days);
+        const auto days = ParseNumber(schedule->days);
+        if (!days || *days < 1 || *days > 62)
+            throw ToolError(ExitStatus::kUsage, "'" + schedule->days + "' is no number of days, 1 to 62");
+        ploy.days = *days;
+        if (DaysBetweenReboots(ploy.days) != ploy.days)
+            context.output.Warn(fmt::format("a board counts modulo one week: it reboots every {} days",
+                                            DaysBetweenReboots(ploy.days)));
         return StorePloy(context, *arguments, ploy);
     };
 }
@@ -335,17 +268,18 @@ VerbAction DefineIdentity(CLI::App &command)
     return [=](ToolContext &context) {
         if (text->size() != kIdentityLength)
             throw ToolError(ExitStatus::kUsage, "an identifier has 13 characters");
-        RequireOneBoard(*arguments, "an identifier is its board's own and");
+        RequireOneBoard(*arguments, "an identifier belongs to one board only");
         return RunSettingTask(context, *arguments, StoreText(wire::kSettingIdentity, "identifier", *text));
     };
 }
 
 VerbAction DefineRebootSchedule(CLI::App &command)
 {
-    return DefineSubVerbs(command, {{"show", "Show the schedule.", DefineScheduleShow},
-                                    {"off", "No scheduled reboot any more.", DefineScheduleOff},
-                                    {"every", "every N days at HH:MM", DefineScheduleEvery},
-                                    {"on", "on mon,thu at HH:MM", DefineScheduleOn}});
+    return DefineSubVerbs(command,
+                          {{"show", "Show the schedule.", DefineScheduleShow},
+                           {"off", "No scheduled reboot any more.", DefineScheduleOff},
+                           {"every", "Reboot every N days at a time of day.", DefineScheduleEvery},
+                           {"on", "Reboot on days of the week, at a time of day.", DefineScheduleOn}});
 }
 
 } // namespace ledboard

@@ -8,6 +8,9 @@
 
 #include <fmt/format.h>
 
+#include <array>
+#include <optional>
+
 namespace ledboard
 {
 
@@ -30,8 +33,7 @@ VerbAction DefineFileTransfer(CLI::App &command, wire::SettingCode code, const c
         if (file.empty())
             throw ToolError(ExitStatus::kFailed, "'" + *path + "' is empty");
         const auto send = [&](SettingClient &client, const Board &) -> nlohmann::json {
-            if (!client.SendFile(code, file))
-                throw ToolError(ExitStatus::kFailed, "the board could not store the file");
+            client.SendFile(code, file);
             client.End();
             return {{"bytes", file.size()}};
         };
@@ -72,11 +74,12 @@ VerbAction DefineLuminancePut(CLI::App &command)
 std::vector<std::byte> ReadLuminance(SettingClient *client)
 {
     client->Command(wire::kSettingReadLuminance);
+    constexpr std::size_t kNoFile = 2; // bytes of the answer then
     std::vector<std::byte> stream = client->End();
-    const auto size = wire::Read<wire::U32>(stream);
-    if (!size)
+    if (stream.size() == kNoFile)
         throw ToolError(ExitStatus::kFailed, "the board has no luminance file");
-    if (stream.size() != sizeof *size + *size)
+    const auto size = wire::Read<wire::U32>(stream);
+    if (!size || stream.size() != sizeof *size + *size)
         throw ToolError(ExitStatus::kFailed, "the luminance file came in part only");
     stream.erase(stream.begin(), stream.begin() + sizeof *size);
     return stream;
@@ -88,7 +91,7 @@ VerbAction DefineLuminanceGet(CLI::App &command)
     command.add_option("FILE", *path, "where to on this PC")->required()->type_name("");
     const auto arguments = AddSettingArguments(command);
     return [=](ToolContext &context) {
-        RequireOneBoard(*arguments, "a luminance file");
+        RequireOneBoard(*arguments, "a file takes the luminance file of one board only");
         const auto get = [&](SettingClient &client, const Board &) -> nlohmann::json {
             const std::vector<std::byte> file = ReadLuminance(&client);
             WriteLocalFile(*path, file);
@@ -101,51 +104,64 @@ VerbAction DefineLuminanceGet(CLI::App &command)
     };
 }
 
-// A command without a reply, and the board's word that it has handled it.
-SettingTask Told(const std::string &what, std::function<void(SettingClient &)> tell)
+// What a board does not reply to: tells it, and waits until it has handled that.
+SettingTask Told(const std::string &plan, std::function<void(SettingClient &)> tell,
+                 const nlohmann::json &result, const std::string &done)
 {
-    const auto run = [=](SettingClient &client, const Board &) -> nlohmann::json {
+    const auto run = [=](SettingClient &client, const Board &) {
         tell(client);
         client.BoardClock();
         client.End();
-        return {{"done", what}};
+        return result;
     };
-    return {"would say " + what, run, [what](const nlohmann::json &) { return what; }};
+    return {plan, run, [done](const nlohmann::json &) { return done; }};
+}
+
+// 1 to 100. Throws ToolError(kUsage).
+std::uint32_t ParsePercent(const std::string &text)
+{
+    const auto percent = ParseNumber(text);
+    if (!percent || *percent < 1 || *percent > 100)
+        throw ToolError(ExitStatus::kUsage, "'" + text + "' is no brightness: 1 to 100, or 'show'");
+    return *percent;
+}
+
+// Sets the brightness (nothing: leaves it) and reads it back.
+nlohmann::json Brighten(SettingClient &client, std::optional<std::uint32_t> percent)
+{
+    if (percent)
+        client.Command(wire::kSettingBrightness, wire::BytesOf(static_cast<wire::U8>(*percent)));
+    client.Command(wire::kSettingReadScreen);
+    const auto slots = client.Receive<std::array<wire::SettingRecord, wire::kScreenListSlots>>();
+    client.End();
+    const wire::SettingRecord &last = slots.back();
+    nlohmann::json result = {{"brightness", nullptr}};
+    if (last.id == wire::kIdBrightnessPercent)
+        result["brightness"] = std::uint32_t{last.value};
+    else if (percent) // a board without a settings file does not say
+        result["brightness"] = *percent;
+    if (percent && result["brightness"] != *percent)
+        throw ToolError(ExitStatus::kVerification,
+                        fmt::format("the board says {} %", std::uint32_t{last.value}));
+    return result;
 }
 
 } // namespace
 
 VerbAction DefineBrightness(CLI::App &command)
 {
-    const auto percent = std::make_shared<std::string>();
-    command.add_option("PERCENT", *percent, "1 to 100, or 'show'")
-        ->required()
-        ->check(CLI::Range(1, 100) | CLI::IsMember({"show"}))
-        ->type_name("");
+    const auto word = std::make_shared<std::string>();
+    command.add_option("PERCENT", *word, "1 to 100, or 'show'")->required()->type_name("");
     const auto arguments = AddSettingArguments(command);
+    command.footer("The brightness is not stored: after its start a board reports 100 %.");
     return [=](ToolContext &context) {
-        const bool show = *percent == "show";
-        const auto run = [&](SettingClient &client, const Board &) -> nlohmann::json {
-            if (!show) {
-                const auto value = static_cast<wire::U8>(std::stoi(*percent));
-                client.Command(wire::kSettingBrightness, wire::BytesOf(value));
-            }
-            client.Command(wire::kSettingReadScreen);
-            const auto slots = client.Receive<std::array<wire::SettingRecord, wire::kScreenListSlots>>();
-            client.End();
-            const wire::SettingRecord &last = slots.back();
-            if (last.id != wire::kIdBrightnessPercent) // a board without settings does not say
-                return {{"brightness", show ? nlohmann::json() : nlohmann::json(std::stoi(*percent))}};
-            if (!show && std::to_string(last.value) != *percent)
-                throw ToolError(ExitStatus::kVerification,
-                                fmt::format("the board shows {} %", std::uint32_t{last.value}));
-            return {{"brightness", std::uint32_t{last.value}}};
-        };
+        const auto percent = *word == "show" ? std::nullopt : std::optional(ParsePercent(*word));
+        const auto run = [&](SettingClient &client, const Board &) { return Brighten(client, percent); };
         const auto text = [](const nlohmann::json &result) {
-            return "brightness " +
-                   (result["brightness"].is_null() ? "unknown" : result["brightness"].dump() + " %");
+            return "brightness " + (result["brightness"].is_null() ? "unknown: the board has no settings file"
+                                                                   : result["brightness"].dump() + " %");
         };
-        const std::string plan = show ? "" : "would set the brightness to " + *percent + " %";
+        const std::string plan = percent ? fmt::format("would set the brightness to {} %", *percent) : "";
         return RunSettingTask(context, *arguments, {plan, run, text});
     };
 }
@@ -164,19 +180,25 @@ VerbAction DefineLuminance(CLI::App &command)
 
 VerbAction DefineSmartSetting(CLI::App &command)
 {
+    command.footer("Nothing is stored; the board does not say what its player makes of it.");
     return DefineOnOff(command, "on or off", [](bool on) {
-        return Told(on ? "smart setting on" : "smart setting off", [on](SettingClient &client) {
+        const auto tell = [on](SettingClient &client) {
             client.Command(on ? wire::kSettingSmartOn : wire::kSettingSmartOff);
-        });
+        };
+        const std::string state = on ? "smart setting on" : "smart setting off";
+        return Told("would tell the player: " + state, tell, {{"smartSetting", on}}, state);
     });
 }
 
 VerbAction DefineSlantLine(CLI::App &command)
 {
+    command.footer("Nothing is stored; the board does not say what its player makes of it.");
     return DefineOnOff(command, "on or off", [](bool on) {
-        return Told(on ? "slant lines on" : "slant lines off", [on](SettingClient &client) {
+        const auto tell = [on](SettingClient &client) {
             client.Command(wire::kSettingSlantLine, wire::BytesOf(wire::U32(on ? 1U : 0U)));
-        });
+        };
+        const std::string state = on ? "slant lines on" : "slant lines off";
+        return Told("would tell the player: " + state, tell, {{"slantLine", on}}, state);
     });
 }
 
@@ -184,18 +206,23 @@ VerbAction DefineFpgaFrame(CLI::App &command)
 {
     const auto code = std::make_shared<std::string>();
     const auto value = std::make_shared<std::string>();
-    command.add_option("CODE", *code, "0 to 255, or a parameter's name")->required()->type_name("");
+    command.add_option("CODE", *code, "0 to 255, or a parameter's name as in \"settings set --help\"")
+        ->required()
+        ->type_name("");
     command.add_option("VALUE", *value, "a number, 0x for hexadecimal, or WIDTHxHEIGHT")
         ->required()
         ->type_name("");
     const auto arguments = AddSettingArguments(command);
-    command.footer("The frame goes to the FPGA as it is; nothing is stored on the board.");
+    command.footer(
+        "The frame goes to the FPGA as it is; nothing is stored on the board. With --via-session the\n"
+        "board sends its stored settings behind it, when the session ends.");
     return [=](ToolContext &context) {
         const auto [id, number] = ParseAssignment(*code + "=" + *value);
-        const auto frame =
-            Told(fmt::format("frame {} with {} sent", id, number),
-                 [id = id, number = number](SettingClient &client) { client.Frame(id, number); });
-        return RunSettingTask(context, *arguments, frame);
+        const std::string what = fmt::format("frame {} with value {}", id, number);
+        const auto send = [id = id, number = number](SettingClient &client) { client.Frame(id, number); };
+        return RunSettingTask(
+            context, *arguments,
+            Told("would send " + what, send, {{"command", id}, {"value", number}}, what + " sent"));
     };
 }
 

@@ -51,7 +51,8 @@ void SessionClient::Connect()
     socklen_t size = sizeof error;
     getsockopt(fd_.Get(), SOL_SOCKET, SO_ERROR, &error, &size);
     if (error != 0)
-        throw SystemError(failure, error);
+        throw ToolError(error == ECONNREFUSED ? ExitStatus::kRefused : ExitStatus::kFailed,
+                        SystemError(failure, error).what());
 }
 
 void SessionClient::LogIn(wire::SessionType service)

@@ -23,7 +23,8 @@ Endpoint SessionEndpoint(const Board &board);
 class SessionClient
 {
 public:
-    // Connects only. `interfaceName` empty: whichever the routing table says.
+    // Connects only; kRefused when the port is closed. `interfaceName` empty: whichever the routing table
+    // says.
     SessionClient(const Endpoint &board, const std::string &interfaceName,
                   std::chrono::milliseconds patience);
 

@@ -5,6 +5,7 @@
 
 #include "fpga_frame.h"
 
+#include <algorithm>
 #include <array>
 
 namespace ledboard
@@ -16,26 +17,6 @@ namespace
 constexpr std::chrono::milliseconds kBusyPatience{3000};
 constexpr std::chrono::milliseconds kBusyPause{50};
 
-// The port is closed while the board serves a client, and for a moment behind it.
-std::unique_ptr<SessionClient> ConnectToPort(const Board &board, const std::string &interfaceName,
-                                             std::chrono::milliseconds patience)
-{
-    const auto deadline = Clock::now() + kBusyPatience;
-    for (;;) {
-        try {
-            return std::make_unique<SessionClient>(Endpoint{BoardAddress(board), wire::kSettingPort},
-                                                   interfaceName, patience);
-        } catch (const ToolError &error) {
-            if (error.Status() != ExitStatus::kFailed)
-                throw;
-            if (Clock::now() >= deadline)
-                throw ToolError(error.Status(), std::string(error.what()) +
-                                                    "; the board serves one setting program at a time");
-        }
-        WaitFor(-1, 0, Clock::now() + kBusyPause);
-    }
-}
-
 } // namespace
 
 SettingClient::SettingClient(const Board &board, const std::string &interfaceName,
@@ -43,13 +24,36 @@ SettingClient::SettingClient(const Board &board, const std::string &interfaceNam
     : door_(door)
 {
     if (door == SettingDoor::kPort) {
-        client_ = ConnectToPort(board, interfaceName, patience);
+        ConnectToPort({BoardAddress(board), wire::kSettingPort}, interfaceName, patience);
         return;
     }
     client_ = std::make_unique<SessionClient>(SessionEndpoint(board), interfaceName, patience);
     client_->LogIn(wire::kSessionSettings);
     keepAlive_ = std::make_unique<KeepAlive>(client_->LocalAddress(),
                                              Endpoint{BoardAddress(board), board.source.port});
+}
+
+void SettingClient::ConnectToPort(const Endpoint &port, const std::string &interfaceName,
+                                  std::chrono::milliseconds patience)
+{
+    const auto deadline = Clock::now() + std::min(kBusyPatience, patience);
+    for (;;) {
+        client_.reset();
+        try {
+            client_ = std::make_unique<SessionClient>(port, interfaceName, patience);
+            BoardClock(); // who came second into the queue is thrown out of it when the port closes
+            return;
+        } catch (const ToolError &error) {
+            const bool busy = error.Status() == ExitStatus::kRefused ||
+                              (error.Status() == ExitStatus::kFailed && client_ != nullptr);
+            if (!busy)
+                throw;
+            if (Clock::now() >= deadline)
+                throw ToolError(ExitStatus::kRefused, std::string(error.what()) +
+                                                          "; the board serves one setting program at a time");
+        }
+        WaitFor(-1, 0, Clock::now() + kBusyPause);
+    }
 }
 
 void SettingClient::SendPacket(wire::SettingPacketType type, wire::Bytes payload)
@@ -109,7 +113,20 @@ std::vector<std::byte> SettingClient::End()
     return client_->ReceiveRest();
 }
 
-bool SettingClient::SendFile(wire::SettingCode code, wire::Bytes file)
+void SettingClient::SendFile(wire::SettingCode code, wire::Bytes file)
+{
+    try {
+        if (TransferFile(code, file))
+            return;
+    } catch (const ToolError &error) {
+        if (error.Status() != ExitStatus::kFailed)
+            throw;
+        throw ToolError(error.Status(), std::string(error.what()) + " (its disk may be full)");
+    }
+    throw ToolError(ExitStatus::kFailed, "the board did not store the file");
+}
+
+bool SettingClient::TransferFile(wire::SettingCode code, wire::Bytes file)
 {
     std::array<std::byte, 1 + kMostTransferData> room;
     for (; !file.empty(); file = file.subspan(std::min(file.size(), kMostTransferData))) {
@@ -127,11 +144,16 @@ std::optional<BoardSettings> ReadSettings(SettingClient *client)
     client->Command(wire::kSettingReadFile);
     std::vector<std::byte> stream = client->End();
     constexpr std::size_t kSlot = sizeof(wire::SettingRecord);
-    if (stream.size() < 2 * kSlot)
+    const bool ended =
+        stream.size() >= kSlot &&
+        std::all_of(stream.end() - kSlot, stream.end(), [](std::byte byte) { return byte == std::byte{0}; });
+    if (ended && stream.size() == kSlot)
         return std::nullopt;
-    const auto brightness = *wire::Read<wire::SettingRecord>(stream);
+    const auto brightness = wire::Read<wire::SettingRecord>(stream);
+    if (!ended || stream.size() < 2 * kSlot || brightness->id != wire::kIdBrightnessPercent)
+        throw ToolError(ExitStatus::kFailed, "the settings came in part only");
     return BoardSettings{.file = {stream.begin() + kSlot, stream.end() - kSlot},
-                         .brightness = brightness.value};
+                         .brightness = brightness->value};
 }
 
 } // namespace ledboard

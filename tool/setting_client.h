@@ -25,7 +25,7 @@ constexpr std::size_t kMostTransferData = 249; // bytes of a file in one packet 
 class SettingClient
 {
 public:
-    // Waits a moment for a board that is just done with another client.
+    // Waits up to 3 s for a board that serves another client; then kRefused.
     SettingClient(const Board &board, const std::string &interfaceName, std::chrono::milliseconds patience,
                   SettingDoor door);
 
@@ -43,9 +43,13 @@ public:
 
     std::int64_t BoardClock(); // of the board, ms since the epoch; all that was sent before has been handled
     std::vector<std::byte> End();                            // ends the service; what the board still sent
-    bool SendFile(wire::SettingCode code, wire::Bytes file); // a file transfer; false: not stored
+    void SendFile(wire::SettingCode code, wire::Bytes file); // a file transfer; kFailed: not stored
 
 private:
+    void ConnectToPort(const Endpoint &port, const std::string &interfaceName,
+                       std::chrono::milliseconds patience);
+    bool TransferFile(wire::SettingCode code,
+                      wire::Bytes file); // false: the board says that it is not stored
     void SendPacket(wire::SettingPacketType type, wire::Bytes payload);
 
     SettingDoor door_;

@@ -2,12 +2,11 @@
 #include "setting_task.h"
 
 #include "board_tasks.h"
-#include "unique_fd.h"
 
 #include <cerrno>
-#include <fcntl.h>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <unistd.h>
 #include <utility>
 
@@ -21,14 +20,17 @@ constexpr std::chrono::milliseconds kAnswerPatience{30'000}; // storing a file s
 
 } // namespace
 
+void AddViaSession(CLI::App &command, SettingArguments &arguments)
+{
+    command.add_flag("--via-session", arguments.viaSession,
+                     "through a session of the main port in the place of port 8879");
+}
+
 std::shared_ptr<SettingArguments> AddSettingArguments(CLI::App &command)
 {
     auto arguments = std::make_shared<SettingArguments>();
-    command.add_option("BOARD", arguments->boards, "address, identifier, name or MAC; several are possible")
-        ->required()
-        ->type_name("");
-    command.add_flag("--via-session", arguments->viaSession,
-                     "through a session of the main port in the place of port 8879");
+    AddBoardNames(command, arguments->boards);
+    AddViaSession(command, *arguments);
     return arguments;
 }
 
@@ -54,34 +56,41 @@ ExitStatus RunSettingTask(ToolContext &context, const SettingArguments &argument
     return RunOnBoards(context, arguments.boards, {run, text});
 }
 
-void RequireOneBoard(const SettingArguments &arguments, const std::string &what)
+void RequireOneBoard(const SettingArguments &arguments, const char *why)
 {
     if (arguments.boards.size() != 1)
-        throw ToolError(ExitStatus::kUsage, what + " is read from one board only");
+        throw ToolError(ExitStatus::kUsage, why);
 }
 
 std::vector<std::byte> ReadLocalFile(const std::string &path)
 {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored))
+        throw SystemError("cannot read '" + path + "'", EISDIR);
     std::ifstream file(path, std::ios::binary);
     if (!file)
-        throw SystemError("cannot open '" + path + "'", errno);
-    const std::string content{std::istreambuf_iterator<char>(file), {}};
-    if (file.bad())
         throw SystemError("cannot read '" + path + "'", errno);
+    std::ostringstream stream;
+    stream << file.rdbuf();
+    const std::string content = stream.str();
     const wire::Bytes bytes = wire::BytesAt(content.data(), content.size());
     return {bytes.begin(), bytes.end()};
 }
 
 void WriteLocalFile(const std::string &path, wire::Bytes content)
 {
-    const std::string neighbour = path + ".part";
+    std::error_code ignored;
+    const bool whole =
+        !std::filesystem::exists(path, ignored) || std::filesystem::is_regular_file(path, ignored);
+    const std::string neighbour = whole ? path + ".part" : path; // a device or a pipe is written to
     std::ofstream file(neighbour, std::ios::binary | std::ios::trunc);
     file.write(reinterpret_cast<const char *>(content.data()), static_cast<std::streamsize>(content.size()));
     file.close();
-    if (file && std::rename(neighbour.c_str(), path.c_str()) == 0)
+    if (file && (!whole || std::rename(neighbour.c_str(), path.c_str()) == 0))
         return;
     const int error = errno;
-    unlink(neighbour.c_str());
+    if (whole)
+        unlink(neighbour.c_str());
     throw SystemError("cannot write '" + path + "'", error);
 }
 

@@ -26,15 +26,16 @@ struct SettingTask {
     std::function<std::string(const nlohmann::json &result)> text;
 };
 
-// Adds BOARD... and --via-session.
+// Adds BOARD... and --via-session; or only the latter.
 std::shared_ptr<SettingArguments> AddSettingArguments(CLI::App &command);
+void AddViaSession(CLI::App &command, SettingArguments &arguments);
 
 ExitStatus RunSettingTask(ToolContext &context, const SettingArguments &arguments, const SettingTask &task);
 
-// Throws ToolError(kUsage) when there are several, since `what` would come from each of them.
-void RequireOneBoard(const SettingArguments &arguments, const std::string &what);
+// Throws ToolError(kUsage) with `why` when there are several.
+void RequireOneBoard(const SettingArguments &arguments, const char *why);
 
-// Throw ToolError. Content is replaced as a whole: the old file stays when the disk is full.
+// Throw ToolError. A file is replaced as a whole: the old one stays when the disk is full.
 std::vector<std::byte> ReadLocalFile(const std::string &path);
 void WriteLocalFile(const std::string &path, wire::Bytes content);
 

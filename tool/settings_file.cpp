@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "settings_file.h"
 
+#include "text.h"
 #include "tool_error.h"
 
 #include <fmt/format.h>
-
-#include <charconv>
 
 namespace ledboard
 {
@@ -39,25 +38,13 @@ std::string SizeText(std::uint32_t size)
     return fmt::format("{}x{}", size & 0xFFFF, size >> 16);
 }
 
-std::optional<std::uint32_t> Number(std::string_view text)
-{
-    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-    if (hexadecimal)
-        text.remove_prefix(2);
-    std::uint32_t number = 0;
-    const auto end = std::from_chars(text.data(), text.data() + text.size(), number, hexadecimal ? 16 : 10);
-    if (end.ec != std::errc() || end.ptr != text.data() + text.size())
-        return std::nullopt;
-    return number;
-}
-
 std::optional<std::uint32_t> IdOf(const std::string &text)
 {
     for (const NameRow &row : kNames) {
         if (text == row.name)
             return row.id;
     }
-    const auto number = Number(text);
+    const auto number = ParseNumber(text);
     return number && *number <= 0xFF ? number : std::nullopt;
 }
 
@@ -65,9 +52,9 @@ std::optional<std::uint32_t> ValueOf(const std::string &text)
 {
     const std::size_t cross = text.find('x');
     if (cross == std::string::npos || text.starts_with("0x"))
-        return Number(text);
-    const auto width = Number(text.substr(0, cross));
-    const auto height = Number(text.substr(cross + 1));
+        return ParseNumber(text);
+    const auto width = ParseNumber(text.substr(0, cross));
+    const auto height = ParseNumber(text.substr(cross + 1));
     if (!width || !height || *width > 0xFFFF || *height > 0xFFFF)
         return std::nullopt;
     return *width | *height << 16;
@@ -75,14 +62,14 @@ std::optional<std::uint32_t> ValueOf(const std::string &text)
 
 } // namespace
 
-SettingsFile ParseSettings(wire::Bytes file)
+SettingsFile ParseSettings(wire::Bytes file, const std::string &what)
 {
     const auto header = wire::Read<wire::SettingFileHeader>(file);
     if (!header || header->headId != wire::kSettingHeadId)
-        throw ToolError(ExitStatus::kFailed, "this is no settings file");
+        throw ToolError(ExitStatus::kFailed, what + " is no settings file");
     const std::size_t length = header->count * sizeof(wire::SettingRecord);
     if (header->count == 0 || header->dataLength != length || file.size() < sizeof *header + length)
-        throw ToolError(ExitStatus::kFailed, "the settings file's header does not fit its records");
+        throw ToolError(ExitStatus::kFailed, what + " is damaged: its header does not fit its records");
     SettingsFile settings;
     for (std::size_t at = sizeof *header; at < sizeof *header + length; at += sizeof(wire::SettingRecord))
         settings.records.push_back(*wire::Read<wire::SettingRecord>(file, at));

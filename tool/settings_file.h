@@ -19,8 +19,9 @@ struct SettingsFile {
     std::size_t tailBytes = 0;                // what lies behind them
 };
 
-// Throws ToolError(kFailed) for a file that a board would not send to its FPGA.
-SettingsFile ParseSettings(wire::Bytes file);
+// Throws ToolError(kFailed) for a file that a board would not send to its FPGA as a whole; the message begins
+// with `what`.
+SettingsFile ParseSettings(wire::Bytes file, const std::string &what);
 
 const char *SettingName(std::uint32_t id); // "" for a parameter that is only known by its number
 

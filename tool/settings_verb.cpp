@@ -15,6 +15,8 @@ namespace ledboard
 namespace
 {
 
+constexpr char kBoardsFile[] = "what the board has stored";
+
 using Assignments = std::vector<std::pair<std::uint8_t, std::uint32_t>>;
 
 BoardSettings Read(SettingClient *client)
@@ -36,7 +38,7 @@ VerbAction DefineShow(CLI::App &command)
     return [arguments](ToolContext &context) {
         const auto show = [](SettingClient &client, const Board &) {
             const BoardSettings settings = Read(&client);
-            const SettingsFile file = ParseSettings(settings.file);
+            const SettingsFile file = ParseSettings(settings.file, kBoardsFile);
             nlohmann::json result = SettingsJson(file);
             result["brightness"] = settings.brightness;
             return result;
@@ -64,7 +66,7 @@ VerbAction DefineSave(CLI::App &command)
     command.add_option("FILE", *path, "where to on this PC")->required()->type_name("");
     const auto arguments = AddSettingArguments(command);
     return [=](ToolContext &context) {
-        RequireOneBoard(*arguments, "a settings file");
+        RequireOneBoard(*arguments, "a file takes the settings of one board only");
         const auto save = [&](SettingClient &client, const Board &) -> nlohmann::json {
             const BoardSettings settings = Read(&client);
             WriteLocalFile(*path, settings.file);
@@ -96,7 +98,7 @@ VerbAction DefineLoad(CLI::App &command)
     command.footer("The board stores the file, sends it to its FPGA, and is asked for it again to compare.");
     return [=](ToolContext &context) {
         const std::vector<std::byte> file = ReadLocalFile(*path);
-        const SettingsFile settings = ParseSettings(file);
+        const SettingsFile settings = ParseSettings(file, "'" + *path + "'");
         const auto load = [&](SettingClient &client, const Board &) -> nlohmann::json {
             client.Command(wire::kSettingStart);
             client.Data(file);
@@ -116,6 +118,26 @@ VerbAction DefineLoad(CLI::App &command)
     };
 }
 
+// The words up to the first without "="; the others name boards. Throws ToolError(kUsage).
+Assignments TakeAssignments(const std::vector<std::string> &words, std::vector<std::string> *boards)
+{
+    Assignments assignments;
+    auto word = words.begin();
+    for (; word != words.end() && word->find('=') != std::string::npos; ++word) {
+        const auto assignment = ParseAssignment(*word);
+        for (const auto &earlier : assignments) {
+            if (earlier.first == assignment.first)
+                throw ToolError(ExitStatus::kUsage,
+                                fmt::format("parameter {} is given twice", earlier.first));
+        }
+        assignments.push_back(assignment);
+    }
+    boards->assign(word, words.end());
+    if (assignments.empty() || boards->empty())
+        throw ToolError(ExitStatus::kUsage, "it takes ID=VALUE... and then BOARD...");
+    return assignments;
+}
+
 nlohmann::json Set(SettingClient &client, const Assignments &assignments)
 {
     client.Command(wire::kSettingRtsOpen);
@@ -123,7 +145,7 @@ nlohmann::json Set(SettingClient &client, const Assignments &assignments)
         client.Frame(id, value);
     client.Command(wire::kSettingRtsClose);
     const auto stored = ReadSettings(&client);
-    const SettingsFile file = stored ? ParseSettings(stored->file) : SettingsFile{};
+    const SettingsFile file = stored ? ParseSettings(stored->file, kBoardsFile) : SettingsFile{};
     nlohmann::json set = nlohmann::json::array();
     for (const auto &[id, value] : assignments) {
         const auto held = FindValue(file, id);
@@ -131,6 +153,8 @@ nlohmann::json Set(SettingClient &client, const Assignments &assignments)
             throw ToolError(ExitStatus::kVerification,
                             fmt::format("the board holds {} as parameter {}, not {}", *held, id, value));
         set.push_back({{"id", id}, {"value", value}, {"stored", held.has_value()}});
+        if (*SettingName(id) != '\0')
+            set.back()["name"] = SettingName(id);
     }
     return {{"set", set}};
 }
@@ -142,10 +166,26 @@ std::string SetText(const nlohmann::json &result)
         const auto id = row["id"].get<std::uint32_t>();
         text += text.empty() ? "" : ", ";
         text += *SettingName(id) == '\0' ? std::to_string(id) : std::string(SettingName(id));
-        text += fmt::format(" = {}{}", row["value"].get<std::uint32_t>(),
-                            row["stored"].get<bool>() ? "" : " (FPGA only: not in the board's file)");
+        text +=
+            fmt::format(" = {}{}", SettingText({.id = id, .value = row["value"].get<std::uint32_t>()}, {}),
+                        row["stored"].get<bool>() ? "" : " (FPGA only: not in the board's file)");
     }
     return text;
+}
+
+std::string NamesText()
+{
+    constexpr int kColumns = 4;
+    std::string text;
+    int column = 0;
+    for (std::uint32_t id = 0; id <= 0xFF; ++id) {
+        if (*SettingName(id) == '\0')
+            continue;
+        const char *const before = column % kColumns == 0 ? "  " : "";
+        const char *const behind = ++column % kColumns == 0 ? "\n" : "";
+        text += fmt::format("{}{:3} {:15}{}", before, id, SettingName(id), behind);
+    }
+    return column % kColumns == 0 ? text : text + "\n";
 }
 
 VerbAction DefineSet(CLI::App &command)
@@ -153,29 +193,17 @@ VerbAction DefineSet(CLI::App &command)
     const auto words = std::make_shared<std::vector<std::string>>();
     const auto arguments = std::make_shared<SettingArguments>();
     command
-        .add_option("ID=VALUE", *words,
-                    "parameters by name or number; behind them the boards. The screen size is WIDTHxHEIGHT")
+        .add_option("ID=VALUE... BOARD", *words,
+                    "parameters by name or number, the screen size as WIDTHxHEIGHT; then the boards")
         ->required()
         ->expected(2, CLI::detail::expected_max_vector_size)
-        ->type_name("... BOARD");
-    command.add_flag("--via-session", arguments->viaSession,
-                     "through a session of the main port in the place of port 8879");
-    std::string names = "Names: ";
-    for (std::uint32_t id = 0; id <= 0xFF; ++id)
-        names += *SettingName(id) == '\0' ? "" : fmt::format("{} ({}) ", SettingName(id), id);
-    command.footer(names + "\nA parameter that the board's file does not hold reaches the FPGA only. A new\n"
-                           "screen size also gives a new max-luminance, which cuts the luminance.");
+        ->type_name("");
+    AddViaSession(command, *arguments);
+    command.footer("Names:\n" + NamesText() +
+                   "A parameter that the board's file does not hold reaches the FPGA only. A new\n"
+                   "screen size also gives a new max-luminance, which cuts the luminance.");
     return [=](ToolContext &context) {
-        Assignments assignments;
-        arguments->boards.clear();
-        for (const std::string &word : *words) {
-            if (arguments->boards.empty() && word.find('=') != std::string::npos)
-                assignments.push_back(ParseAssignment(word));
-            else
-                arguments->boards.push_back(word);
-        }
-        if (assignments.empty() || arguments->boards.empty())
-            throw ToolError(ExitStatus::kUsage, "it takes ID=VALUE... and then BOARD...");
+        const Assignments assignments = TakeAssignments(*words, &arguments->boards);
         const auto set = [&](SettingClient &client, const Board &) { return Set(client, assignments); };
         const std::string plan = "would set " + Plural(assignments.size(), "parameter");
         return RunSettingTask(context, *arguments, {plan, set, SetText});

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <ctime>
 #include <optional>
 
 namespace ledboard
@@ -136,12 +138,47 @@ std::string FormatKib(std::uint64_t kib)
     return fmt::format("{:.1f} GiB", static_cast<double>(kib) / (1024.0 * 1024.0));
 }
 
+std::optional<std::uint32_t> ParseNumber(std::string_view text)
+{
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    if (hexadecimal)
+        text.remove_prefix(2);
+    std::uint32_t number = 0;
+    const auto end = std::from_chars(text.data(), text.data() + text.size(), number, hexadecimal ? 16 : 10);
+    if (end.ec != std::errc() || end.ptr != text.data() + text.size())
+        return std::nullopt;
+    return number;
+}
+
+std::optional<std::int64_t> ParseTime(const std::string &text)
+{
+    for (const char *const format :
+         {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M"}) {
+        std::tm time{};
+        const char *const rest = strptime(text.c_str(), format, &time);
+        if (rest == nullptr || (*rest != '\0' && std::string_view(rest) != "Z"))
+            continue;
+        time.tm_isdst = -1;
+        std::tm known = time; // a time that does not exist comes out as another one
+        const std::time_t seconds = *rest == '\0' ? mktime(&known) : timegm(&known);
+        const bool same = known.tm_mon == time.tm_mon && known.tm_mday == time.tm_mday &&
+                          known.tm_hour == time.tm_hour && known.tm_min == time.tm_min &&
+                          known.tm_sec == time.tm_sec;
+        return same ? std::optional(std::int64_t{seconds} * 1000) : std::nullopt;
+    }
+    return std::nullopt;
+}
+
+std::string FormatUtc(std::chrono::milliseconds sinceEpoch)
+{
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(sinceEpoch);
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(static_cast<std::time_t>(seconds.count())),
+                       (sinceEpoch - seconds).count());
+}
+
 std::string FormatUtc(std::chrono::system_clock::time_point time)
 {
-    const auto milliseconds = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(milliseconds);
-    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(static_cast<std::time_t>(seconds.count())),
-                       (milliseconds - seconds).count());
+    return FormatUtc(std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch()));
 }
 
 } // namespace ledboard

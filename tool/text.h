@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -35,7 +36,16 @@ std::string Shortened(std::string_view utf8, std::size_t columns);
 // "512 KiB", "698 MiB", "29.1 GiB"
 std::string FormatKib(std::uint64_t kib);
 
+// Decimal, or hexadecimal behind "0x"; nothing for anything else.
+std::optional<std::uint32_t> ParseNumber(std::string_view text);
+
+// "2026-05-17T08:30:00" as milliseconds since the epoch: local time of this PC, UTC with a Z at its end. A
+// blank may stand for the T, and seconds may be left out. Nothing for anything else, such as the 31st of
+// June.
+std::optional<std::int64_t> ParseTime(const std::string &text);
+
 // UTC, ISO 8601 with milliseconds: "2024-05-17T08:03:09.250Z"
 std::string FormatUtc(std::chrono::system_clock::time_point time);
+std::string FormatUtc(std::chrono::milliseconds sinceEpoch);
 
 } // namespace ledboard

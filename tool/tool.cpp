@@ -81,10 +81,29 @@ void AddCommonOptions(CLI::App &command, ToolOptions &options)
         ->group(kGroup);
 }
 
+// What is wrong with the command line; CLI11's own words do not name what is missing.
+std::string UsageMessage(const CLI::App &app, const CLI::ParseError &error)
+{
+    const auto missing = [](const CLI::App &command) {
+        return command.get_require_subcommand_min() > 0 && command.get_subcommands().empty();
+    };
+    if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::RequiredError))
+        return error.what();
+    if (missing(app))
+        return app.remaining().empty() ? "a verb is missing"
+                                       : "there is no verb '" + app.remaining().front() + "'";
+    const CLI::App *const verb = app.get_subcommands().front();
+    if (!missing(*verb))
+        return error.what();
+    std::string actions;
+    for (const CLI::App *action : verb->get_subcommands([](const CLI::App *) { return true; }))
+        actions += (actions.empty() ? "" : ", ") + action->get_name();
+    return "\"" + verb->get_name() + "\" takes one of the words " + actions + " first";
+}
+
 // The verb that the command line names; nothing when it is complete without one (--help, --version).
 VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const char *const *argv)
 {
-    constexpr int kRequiredMissing = static_cast<int>(CLI::ExitCodes::RequiredError);
     std::vector<std::pair<CLI::App *, VerbAction>> actions;
     app.set_version_flag("--version", "ledboard " LEDBOARD_VERSION);
     app.footer(kExitStatuses);
@@ -104,11 +123,7 @@ VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const 
         std::cout.flush();
         return nullptr;
     } catch (const CLI::ParseError &error) {
-        if (app.get_subcommands().empty() && error.get_exit_code() == kRequiredMissing)
-            throw ToolError(ExitStatus::kUsage, app.remaining().empty()
-                                                    ? "a verb is missing"
-                                                    : "there is no verb '" + app.remaining().front() + "'");
-        throw ToolError(ExitStatus::kUsage, error.what());
+        throw ToolError(ExitStatus::kUsage, UsageMessage(app, error));
     }
     for (auto &[command, action] : actions)
         if (command->parsed())

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <ctime>
+
 namespace ledboard
 {
 
@@ -60,6 +63,30 @@ TEST(Text, SizesAndTimes)
     EXPECT_EQ(FormatKib(30513562), "29.1 GiB");
     const std::chrono::system_clock::time_point time{std::chrono::milliseconds(1715932989250)};
     EXPECT_EQ(FormatUtc(time), "2024-05-17T08:03:09.250Z");
+}
+
+TEST(Text, NumbersAndTimesThatUsersWrite)
+{
+    EXPECT_EQ(ParseNumber("4294967295"), 0xFFFFFFFFU);
+    EXPECT_EQ(ParseNumber("010"), 10U);
+    EXPECT_EQ(ParseNumber("0xff"), 255U);
+    for (const char *const text : {"", "0x", "4294967296", "-1", "+1", " 1", "1 ", "1.0", "ten"})
+        EXPECT_EQ(ParseNumber(text), std::nullopt) << text;
+
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    tzset();
+    constexpr std::int64_t kTime = 1'779'006'600'000; // 2026-05-17 08:30:00 UTC
+    EXPECT_EQ(ParseTime("2026-05-17T08:30:00Z"), kTime);
+    EXPECT_EQ(ParseTime("2026-05-17 08:30Z"), kTime);
+    EXPECT_EQ(ParseTime("2026-05-17T10:30:00"), kTime);
+    EXPECT_EQ(ParseTime("2026-05-17 10:30"), kTime);
+    EXPECT_EQ(ParseTime("2026-01-17T09:30"), kTime - std::int64_t{120} * 24 * 3600 * 1000);
+    EXPECT_EQ(FormatUtc(std::chrono::milliseconds(kTime + 7)), "2026-05-17T08:30:00.007Z");
+    EXPECT_EQ(FormatUtc(std::chrono::milliseconds(253'402'300'799'999)), "9999-12-31T23:59:59.999Z");
+    for (const char *const text :
+         {"", "yesterday", "2026-05-17", "2026-06-31T08:30", "2026-02-29T08:30Z", "2026-05-17T24:00",
+          "2026-05-17T08:30+02", "08:30", "2026-03-29T02:30"}) // the clock is put forward then
+        EXPECT_EQ(ParseTime(text), std::nullopt) << text;
 }
 
 } // namespace ledboard

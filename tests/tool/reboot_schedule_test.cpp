@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+#include "reboot_schedule.h"
+
+#include "tool_error.h"
+
+#include <gtest/gtest.h>
+
+namespace ledboard
+{
+
+namespace
+{
+
+template <typename Function> void ExpectUsage(const char *text, Function function)
+{
+    try {
+        function();
+        ADD_FAILURE() << text;
+    } catch (const ToolError &error) {
+        EXPECT_EQ(error.Status(), ExitStatus::kUsage) << text;
+    }
+}
+
+// All 21 bytes, so that the places in the file are seen here.
+std::string TextOf(const std::string &bytes)
+{
+    return PloyText(PloyJson(*wire::Read<wire::RebootPloy>(wire::BytesAt(bytes.data(), bytes.size()))));
+}
+
+} // namespace
+
+TEST(RebootSchedule, DaysAndTimesAreRead)
+{
+    const struct {
+        const char *text;
+        std::uint32_t mask;
+    } days[] = {{"mon", 0x02},
+                {"sun", 0x80},
+                {"mon,thu", 0x12},
+                {"Thu,MON,thu", 0x12},
+                {"mon,tue,wed,thu,fri,sat,sun", 0xFE}};
+    for (const auto &row : days)
+        EXPECT_EQ(ParseDays(row.text), row.mask) << row.text;
+    for (const char *const text : {"", ",", "mon,", ",mon", "mon thu", "monday", "mo", "1", "mon,,thu"})
+        ExpectUsage(text, [&] { ParseDays(text); });
+
+    wire::RebootPloy ploy{};
+    ParseTimeOfDay("04:30", &ploy);
+    EXPECT_EQ(TextOf(std::string("\1\0\0\0\0", 5) + static_cast<char>(ploy.hour) +
+                     static_cast<char>(ploy.minute) + static_cast<char>(ploy.second) + std::string(5, '\0') +
+                     "\1" + std::string(7, '\0')),
+              "reboots every day at 04:30:00");
+    ParseTimeOfDay("23:59:58", &ploy);
+    EXPECT_EQ(std::tuple(ploy.hour, ploy.minute, ploy.second), std::tuple(23, 59, 58));
+    for (const char *const text : {"", "4", "24:00", "12:60", "12:00:60", "12:00:00:00", "noon", "12:30pm"})
+        ExpectUsage(text, [&] { ParseTimeOfDay(text, &ploy); });
+}
+
+TEST(RebootSchedule, IsShownAsTheBoardTakesIt)
+{
+    const auto ploy = [](char enabled, const char *offset, char mode, char days, const char *mask) {
+        return std::string{enabled} + "??" + std::string(offset, 2) + "\4\36\11?" + mode +
+               std::string(3, '\0') + days + std::string(3, '\0') + std::string(mask, 4);
+    };
+    const struct {
+        std::string bytes;
+        const char *text;
+    } rows[] = {
+        {ploy(0, "\0\0", 0, 3, "\0\0\0\0"), "no scheduled reboot"},
+        {ploy(1, "\0\0", 0, 1, "\0\0\0\0"), "reboots every day at 04:30:09"},
+        {ploy(1, "\0\0", 0, 7, "\x12\0\0\0"), "reboots every 7 days at 04:30:09"},
+        {ploy(1, "\0\0", 0, 8, "\0\0\0\0"),
+         "reboots every day (it was told 8 and counts modulo one week) at 04:30:09"},
+        {ploy(1, "\0\0", 0, 62, "\0\0\0\0"),
+         "reboots every 6 days (it was told 62 and counts modulo one week) at 04:30:09"},
+        {ploy(1, "\0\0", 0, 63, "\0\0\0\0"), "reboots every day at 04:30:09"},
+        {ploy(1, "\0\0", 0, 0, "\0\0\0\0"), "reboots every day at 04:30:09"},
+        {ploy(1, "\0\0", 2, 2, "\x12\0\0\0"), "reboots every 2 days at 04:30:09"},
+        {ploy(1, "\0\0", 1, 2, "\x12\0\0\0"), "reboots on mon,thu at 04:30:09"},
+        {ploy(1, "\0\0", 1, 2, "\1\0\0\0"), "no scheduled reboot"},
+        {ploy(1, "\0\0", 1, 2, "\x02\1\0\0"), "no scheduled reboot"},
+        {ploy(1, "\xA6\xFF", 1, 2, "\x80\0\0\0"),
+         "reboots on sun at 04:30:09 of a clock -90 minutes from the board's"},
+        {ploy(1, "\xA1\x05", 1, 2, "\x80\0\0\0"), "reboots on sun at 04:30:09"}, // 1441 minutes
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(TextOf(row.bytes), row.text);
+}
+
+} // namespace ledboard

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+#include "settings_file.h"
+
+#include "tool_error.h"
+
+#include <gtest/gtest.h>
+
+namespace ledboard
+{
+
+namespace
+{
+
+SettingsFile Parse(const std::string &bytes)
+{
+    return ParseSettings(wire::BytesAt(bytes.data(), bytes.size()), "it");
+}
+
+std::string MessageOf(const std::string &bytes)
+{
+    try {
+        Parse(bytes);
+    } catch (const ToolError &error) {
+        EXPECT_EQ(error.Status(), ExitStatus::kFailed);
+        return error.what();
+    }
+    return "";
+}
+
+} // namespace
+
+TEST(SettingsFile, RecordsAreDecodedAndShown)
+{
+    const std::string file("\x6D\x48\4\0\x20\0\0\0"
+                           "\3\0\0\0\x80\0\x40\0"
+                           "\11\0\0\0\x14\0\0\0"
+                           "\xFE\0\0\0\x20\3\0\0"
+                           "\7\1\0\0\xFF\xFF\xFF\xFF"
+                           "tail",
+                           44);
+    const SettingsFile settings = Parse(file);
+    ASSERT_EQ(settings.records.size(), 4U);
+    EXPECT_EQ(settings.tailBytes, 4U);
+    EXPECT_EQ(ScreenText(settings), "128x64");
+    EXPECT_EQ(ScreenText({}), "?");
+    const char *const texts[] = {"128x64", "20 of 800", "800", "4294967295"};
+    for (std::size_t index = 0; index < settings.records.size(); ++index)
+        EXPECT_EQ(SettingText(settings.records[index], settings), texts[index]);
+    EXPECT_EQ(SettingText({.id = 9U, .value = 5U}, {}), "5");
+    EXPECT_EQ(SettingText({.id = 18U, .value = 13U}, {}), "13 (14 bit planes)");
+    EXPECT_EQ(SettingText({.id = 22U, .value = 0U}, {}), "0 (model type 1)");
+    const nlohmann::json json = SettingsJson(settings);
+    EXPECT_EQ(json["records"][0], nlohmann::json::parse(R"({"id": 3, "name": "screen-size", "value": 4194432,
+                                                            "width": 128, "height": 64})"));
+    EXPECT_EQ(json["records"][3], nlohmann::json::parse(R"({"id": 263, "value": 4294967295})"));
+    EXPECT_EQ(json["tailBytes"], 4);
+}
+
+TEST(SettingsFile, WhatABoardWouldNotSendWholeIsRefused)
+{
+    const std::string record("\5\0\0\0\1\0\0\0", 8);
+    const auto file = [](const char *head) { return std::string(head, 8); };
+    EXPECT_EQ(MessageOf(file("\x6D\x48\1\0\x08\0\0\0") + record), "");
+    for (const std::string &bytes :
+         {std::string(), std::string("\x6D\x48\1\0\x08\0\0", 7), file("\x48\x6D\1\0\x08\0\0\0") + record})
+        EXPECT_EQ(MessageOf(bytes), "it is no settings file");
+    for (const std::string &bytes :
+         {file("\x6D\x48\0\0\0\0\0\0"), file("\x6D\x48\1\0\x08\0\0\0"),
+          file("\x6D\x48\1\0\x07\0\0\0") + record, file("\x6D\x48\2\0\x10\0\0\0") + record,
+          file("\x6D\x48\1\0\x08\0\0\1") + record})
+        EXPECT_EQ(MessageOf(bytes), "it is damaged: its header does not fit its records");
+}
+
+TEST(SettingsFile, Assignments)
+{
+    const struct {
+        const char *text;
+        std::uint8_t id;
+        std::uint32_t value;
+    } good[] = {
+        {"5=1", 5, 1},
+        {"255=4294967295", 255, 0xFFFFFFFF},
+        {"0x0A=0xfFfFfFfF", 10, 0xFFFFFFFF},
+        {"screen-size=128x64", 3, 0x00400080},
+        {"3=65535x65535", 3, 0xFFFFFFFF},
+        {"screen-size=0x400080", 3, 0x00400080},
+        {"max-luminance=800", 254, 800},
+        {"model-type=0", 22, 0},
+    };
+    for (const auto &row : good)
+        EXPECT_EQ(ParseAssignment(row.text), std::pair(row.id, row.value)) << row.text;
+    for (const char *const text :
+         {"5",         "=1",           "5=",        "256=1",  "-1=1",   "5=-1",  "5= 1",
+          "5=1 ",      "5=4294967296", "nothing=1", "Scan=1", "3=128x", "3=x64", "3=65536x1",
+          "3=1x65536", "3=1x2x3",      "5=0x",      "5=0xG",  "5=1=2",  "5=1.5", ""}) {
+        try {
+            ParseAssignment(text);
+            ADD_FAILURE() << text;
+        } catch (const ToolError &error) {
+            EXPECT_EQ(error.Status(), ExitStatus::kUsage) << text;
+        }
+    }
+}
+
+} // namespace ledboard
