@@ -1,0 +1,387 @@
+// SPDX-License-Identifier: MIT
+// `ledboard settings` and the other verbs of the setting service against a whole board, through port 8879 and
+// through a session: what they print, and what reaches files, FPGA, player and clock.
+#include "settings_peer.h"
+
+#include "ledboard_run.h"
+
+#include <ctime>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+using nlohmann::json;
+using namespace std::chrono_literals;
+
+namespace
+{
+
+constexpr char kLocal[] = "/run/settings-of-a-test"; // private to the PC side
+
+class ToolSettings : public SettingsTest
+{
+protected:
+    ToolSettings() { options.files["/usr/share/id/config"] = "C1-0000000001"; }
+
+    // Runs `test` twice: through port 8879, and through a session.
+    template <typename Test> void BothWays(Test test)
+    {
+        for (const char *const way : {"", "--via-session"}) {
+            SCOPED_TRACE(way);
+            way_ = way;
+            BootAndForget();
+            held = Panel();
+            test();
+            board.reset();
+        }
+    }
+
+    LedboardResult Run(std::vector<std::string> words)
+    {
+        words.push_back(board->BoardAddress());
+        if (!way_.empty())
+            words.push_back(way_);
+        board->Forget();
+        return Ledboard(words);
+    }
+    // What the verb prints behind the board's name. These frames reach the FPGA, and at the end of a session
+    // what the board holds then.
+    std::string Done(const std::vector<std::string> &words, Pairs frames = {})
+    {
+        const LedboardResult result = Run(words);
+        EXPECT_EQ(result.status, 0) << words[0] << ": " << result.out << result.err;
+        if (!way_.empty()) {
+            const Pairs last = Transfer(held);
+            frames.insert(frames.end(), last.begin(), last.end());
+        }
+        ExpectFrames(frames);
+        constexpr char kName[] = "C1-0000000001:";
+        return result.out.starts_with(kName) ? result.out.substr(sizeof kName - 1) : result.out;
+    }
+    json DoneJson(std::vector<std::string> words, const Pairs &frames = {})
+    {
+        words.emplace_back("--json");
+        return json::parse(Done(words, frames));
+    }
+    void ExpectFailure(const std::vector<std::string> &words, int status, const std::string &message)
+    {
+        const LedboardResult result = Run(words);
+        EXPECT_EQ(result.status, status) << words[0] << words.back() << result.out << result.err;
+        EXPECT_NE(result.err.find(message), std::string::npos) << words[0] << ": " << result.err;
+        EXPECT_EQ(result.out, "");
+        constexpr int kUsage = 2; // no session has been there
+        EXPECT_TRUE(way_.empty() || status == kUsage || board->WaitForFrame(2, 1));
+    }
+    static std::string Local(const std::string &content)
+    {
+        std::ofstream(kLocal, std::ios::binary) << content;
+        return kLocal;
+    }
+    static std::string ReadLocal()
+    {
+        std::ifstream file(kLocal, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    static std::string Noise(std::size_t size)
+    {
+        std::string bytes(size, '\0');
+        for (std::size_t index = 0; index < size; ++index)
+            bytes[index] = static_cast<char>(index * 7 ^ index >> 8);
+        return bytes;
+    }
+
+    Pairs held; // what the board's settings file holds
+
+private:
+    std::string way_;
+};
+
+} // namespace
+
+TEST_F(ToolSettings, ShowsSavesAndLoads)
+{
+    BothWays([&] {
+        const std::string table = Done({"settings", "show"});
+        EXPECT_TRUE(table.starts_with("\nID   NAME           VALUE\n18   gray-bits      9 (10 bit planes)\n"
+                                      "22   model-type     1 (model type 0)\n4    scan           16\n"
+                                      "3    screen-size    128x64\n"))
+            << table;
+        EXPECT_NE(table.find("\n9    luminance      20 of 20\n"), std::string::npos);
+        EXPECT_TRUE(table.ends_with("\n255                 5\nbrightness 100 %\n"));
+        const json shown = DoneJson({"settings", "show"});
+        EXPECT_EQ(shown["board"], "C1-0000000001");
+        EXPECT_EQ(shown["records"].size(), 15U);
+        EXPECT_EQ(
+            shown["records"][3],
+            json({{"id", 3}, {"name", "screen-size"}, {"value", 4194432}, {"width", 128}, {"height", 64}}));
+        Local("an older file");
+        EXPECT_EQ(Done({"settings", "save", kLocal}), " 128 bytes saved as " + std::string(kLocal) + "\n");
+        EXPECT_EQ(ReadLocal(), SettingFile(Panel()));
+
+        Pairs other = Panel();
+        other[3].second = 192 + 96 * 65536;
+        for (std::uint32_t id = 80; id < 160; ++id) // several packets long
+            other.emplace_back(id, id * 1'000'001);
+        Local(SettingFile(other));
+        const LedboardResult plan = Run({"settings", "load", kLocal, "--dry-run"});
+        EXPECT_EQ(plan.out, "C1-0000000001: would load 95 parameters, screen 192x96\n");
+        EXPECT_EQ(board->ReadFile(kWorking), SettingFile(Panel()));
+        held = other;
+        EXPECT_EQ(Done({"settings", "load", kLocal}, Transfer(other)),
+                  " 95 parameters stored and sent to the FPGA, screen 192x96\n");
+        EXPECT_EQ(board->ReadFile(kWorking), SettingFile(other));
+        EXPECT_FALSE(board->Exists(kStaged));
+
+        held = {{3, 64 + 32 * 65536}, {5, 1}};
+        Local(SettingFile(held));
+        EXPECT_EQ(DoneJson({"settings", "load", kLocal, "--keep-tail"}, Transfer(held)),
+                  json({{"board", "C1-0000000001"}, {"records", 2}, {"screen", "64x32"}}));
+        EXPECT_EQ(board->ReadFile(kWorking), SettingFile(held) + SettingFile(other).substr(24));
+        EXPECT_TRUE(
+            Done({"settings", "show"}).ends_with("\nbrightness 100 %, 744 bytes behind the records\n"));
+    });
+}
+
+TEST_F(ToolSettings, SetsSingleParameters)
+{
+    BothWays([&] {
+        const std::uint32_t large = 1024 + 512 * 65536;
+        EXPECT_EQ(Run({"settings", "set", "77=1", "--dry-run"}).out,
+                  "C1-0000000001: would set 1 parameter\n");
+        EXPECT_TRUE(board->Frames().empty());
+        held[7].second = 6;
+        held[3].second = large;
+        held[5].second = held[8].second = 17; // a larger panel bears less
+        EXPECT_EQ(Done({"settings", "set", "scan-rows=6", "screen-size=1024x512", "77=0x1"},
+                       {{14, 6}, {3, large}, {9, 17}, {77, 1}}),
+                  " scan-rows = 6, screen-size = 1024x512, 77 = 1 (FPGA only: not in the board's file)\n");
+        EXPECT_EQ(board->ReadFile(kWorking), SettingFile(held));
+        held[14].second = 0xFFFFFFFF;
+        EXPECT_EQ(DoneJson({"settings", "set", "255=4294967295"}, {{255, 0xFFFFFFFF}})["set"],
+                  json::parse(R"([{"id": 255, "value": 4294967295, "stored": true}])"));
+        ExpectFailure({"settings", "set", "luminance=900", "screen-size=2048x512"}, 6,
+                      " as parameter 9, not 900");
+    });
+}
+
+TEST_F(ToolSettings, BrightnessFramesAndTestModes)
+{
+    BothWays([&] {
+        EXPECT_EQ(DoneJson({"brightness", "show"})["brightness"], 100);
+        EXPECT_EQ(Run({"brightness", "50", "--dry-run"}).out,
+                  "C1-0000000001: would set the brightness to 50 %\n");
+        EXPECT_TRUE(board->Frames().empty());
+        EXPECT_EQ(Done({"brightness", "50"}, {{28, 127}, {29, 127}, {30, 127}}), " brightness 50 %\n");
+        EXPECT_EQ(DoneJson({"brightness", "0x1"}, {{28, 2}, {29, 2}, {30, 2}})["brightness"], 1);
+        EXPECT_EQ(DoneJson({"brightness", "show"})["brightness"], 1);
+        EXPECT_EQ(Done({"fpga-frame", "14", "0xA5A5A5A5"}, {{14, 0xA5A5A5A5}}),
+                  " frame 14 with value 2779096485 sent\n");
+        EXPECT_EQ(DoneJson({"fpga-frame", "screen-size", "64x32"}, {{3, 64 + 32 * 65536}})["command"], 3);
+        EXPECT_EQ(board->ReadFile(kWorking), SettingFile(Panel())) << "nothing is stored";
+
+        const struct {
+            const char *verb, *state, *said;
+            std::string told; // negated on the way
+        } rows[] = {
+            {"smart-setting", "on", " smart setting on\n", Le32(8) + Le32(0)},
+            {"smart-setting", "off", " smart setting off\n", Le32(8) + Le32(1)},
+            {"slant-line", "on", " slant lines on\n", Le32(10) + Le32(0)},
+            {"slant-line", "off", " slant lines off\n", Le32(10) + Le32(1)},
+        };
+        for (const auto &row : rows) {
+            EXPECT_EQ(Done({row.verb, row.state}), row.said);
+            EXPECT_TRUE(board->WaitForMessage(static_cast<std::uint8_t>(row.told[0])));
+            EXPECT_EQ(board->PlayerMessages().back().bytes, Le32(16) + Le32(3) + row.told);
+        }
+    });
+}
+
+TEST_F(ToolSettings, ClockNameAndIdentity)
+{
+    BothWays([&] {
+        const json clock = DoneJson({"clock", "get"});
+        EXPECT_LT(std::abs(clock["aheadMilliseconds"].get<int>()), 2000);
+        EXPECT_TRUE(Done({"clock", "get"}).ends_with("Z, +0.0 s against this PC\n"));
+        Done({"clock", "sync"});
+        std::vector<std::vector<std::string>> calls = board->StandInCalls();
+        ASSERT_EQ(calls.size(), 2U);
+        EXPECT_EQ(calls[1], (std::vector<std::string>{"hwclock", "-w"}));
+
+        // This board's clock cannot be set, and the verb finds that out.
+        ExpectFailure({"clock", "set", "2026-05-17T08:30:00Z"}, 6, "the board has stayed at 20");
+        calls = board->StandInCalls();
+        ASSERT_EQ(calls.size(), 2U);
+        const std::time_t time = 1'779'006'600;
+        char local[32];
+        std::strftime(local, sizeof local, "%Y-%m-%d %H:%M:%S", std::localtime(&time));
+        EXPECT_EQ(calls[0], (std::vector<std::string>{"date", "-s", local}));
+        EXPECT_EQ(Run({"clock", "set", "2026-05-17T08:30:00Z", "--dry-run"}).out,
+                  "C1-0000000001: would set the clock to 2026-05-17T08:30:00.000Z\n");
+        EXPECT_TRUE(board->StandInCalls().empty());
+
+        const std::string longest = std::string(246, 'n') + "\xE2\x82\xAC";
+        EXPECT_EQ(DoneJson({"name", longest})["name"], longest);
+        EXPECT_EQ(board->ReadFile("/usr/share/id/name"), longest);
+        EXPECT_EQ(Done({"name", "North gate"}), " name 'North gate' stored\n");
+        EXPECT_EQ(Ledboard({"info", "North gate", "-t", "0.5"}).status, 0);
+        EXPECT_EQ(Done({"identity", "K3-7654321098"}), " identifier 'K3-7654321098' stored\n");
+        EXPECT_EQ(board->ReadFile("/usr/share/id/config"), "K3-7654321098");
+        EXPECT_EQ(Ledboard({"info", "K3-7654321098", "-t", "0.5"}).status, 0);
+    });
+}
+
+TEST_F(ToolSettings, LuminanceAndBootScreenFiles)
+{
+    BothWays([&] {
+        ExpectFailure({"luminance", "get", kLocal}, 1, "the board has no luminance file");
+        for (const std::size_t size : {1U, 249U, 250U, 99'999U}) {
+            Local(Noise(size));
+            EXPECT_EQ(DoneJson({"luminance", "put", kLocal})["bytes"], size);
+            EXPECT_EQ(board->ReadFile("/home/root/plexa_data/luminance_file"), Noise(size));
+            EXPECT_TRUE(board->WaitForMessage(3));
+            Local("");
+            EXPECT_EQ(Done({"luminance", "get", kLocal}),
+                      " " + std::to_string(size) + " bytes saved as " + kLocal + "\n");
+            EXPECT_EQ(ReadLocal(), Noise(size));
+        }
+        EXPECT_EQ(Done({"boot-screen", "set", kLocal}), " boot picture stored, 99999 bytes\n");
+        EXPECT_EQ(board->ReadFile("/boot/disp.bin"), Noise(99'999));
+        EXPECT_EQ(json::parse(Ledboard({"info", board->BoardAddress(), "--json"}).out)["bootScreen"], true);
+        ExpectFailure({"boot-screen", "clear"}, 2, "say --yes to agree");
+        EXPECT_TRUE(board->Exists("/boot/disp.bin"));
+        EXPECT_EQ(Done({"boot-screen", "clear", "--yes"}), " boot picture removed\n");
+        EXPECT_FALSE(board->Exists("/boot/disp.bin"));
+    });
+}
+
+TEST_F(ToolSettings, RebootSchedule)
+{
+    constexpr char kFile[] = "/home/root/plexa_data/reboot_ploy";
+    BothWays([&] {
+        EXPECT_EQ(Done({"reboot-schedule", "show"}), " no scheduled reboot\n");
+        EXPECT_EQ(Done({"reboot-schedule", "every", "3", "days", "at", "04:30"}),
+                  " reboots every 3 days at 04:30:00\n");
+        EXPECT_EQ(board->ReadFile(kFile),
+                  std::string("\1\0\0\0\0\4\36\0\0", 9) + Le32(0) + Le32(3) + Le32(0));
+        EXPECT_TRUE(board->WaitForLog("start reboot timer"));
+        Done({"reboot-schedule", "on", "mon,thu", "at", "23:05:09", "--offset", "-90"});
+        EXPECT_EQ(board->ReadFile(kFile),
+                  std::string("\1\0\0\xA6\xFF\x17\5\11\0", 9) + Le32(1) + Le32(1) + Le32(0x12));
+        EXPECT_EQ(DoneJson({"reboot-schedule", "show"}), json({{"board", "C1-0000000001"},
+                                                               {"enabled", true},
+                                                               {"time", "23:05:09"},
+                                                               {"minuteOffset", -90},
+                                                               {"on", {"mon", "thu"}}}));
+        EXPECT_EQ(Run({"reboot-schedule", "off", "--dry-run"}).out,
+                  "C1-0000000001: would stop the scheduled reboot\n");
+        EXPECT_EQ(board->ReadFile(kFile)[0], '\1');
+        EXPECT_EQ(Done({"reboot-schedule", "off"}), " no scheduled reboot\n");
+        EXPECT_EQ(board->ReadFile(kFile),
+                  std::string("\0\0\0\xA6\xFF\x17\5\11\0", 9) + Le32(1) + Le32(1) + Le32(0x12));
+        EXPECT_TRUE(board->WaitForLog("reboot flag is false, stop reboot timer"));
+        board->Run(std::string("rm ") + kFile + "; mkdir -p " + kFile + "/x");
+        ExpectFailure({"reboot-schedule", "every", "1", "day", "at", "04:30"}, 6,
+                      "the board did not store the schedule");
+    });
+}
+
+TEST_F(ToolSettings, WhatMakesNoSenseIsRefusedBeforeAnythingIsSent)
+{
+    BootAndForget();
+    const std::string cut = SettingFile(Panel()).substr(0, 50);
+    const struct {
+        std::vector<std::string> words;
+        int status;
+        const char *message;
+        std::string file;
+    } rows[] = {
+        {{"settings"}, 2, "\"settings\" takes one of the words show, save, load, set first", ""},
+        {{"settings", "set", "77=1", "77=2"}, 2, "parameter 77 is given twice", ""},
+        {{"settings", "set", "77"}, 2, "it takes ID=VALUE... and then BOARD...", ""},
+        {{"settings", "set", "luminence=5"}, 2, "names no parameter", ""},
+        {{"settings", "set", "9=bright"}, 2, "has no value", ""},
+        {{"settings", "load", kLocal}, 1, "is damaged: its header does not fit its records", cut},
+        {{"settings", "load", kLocal}, 1, "is no settings file", "hello"},
+        {{"settings", "load", "/run/none"}, 1, "cannot read '/run/none': No such file or directory", ""},
+        {{"settings", "load", "/run"}, 1, "cannot read '/run': Is a directory", ""},
+        {{"settings", "save", "/none/x"}, 1, "cannot write '/none/x': No such file or directory", ""},
+        {{"settings", "save", kLocal, "C1-0000000001"}, 2, "of one board only", ""},
+        {{"brightness", "0"}, 2, "'0' is no brightness", ""},
+        {{"brightness", "101"}, 2, "'101' is no brightness", ""},
+        {{"clock", "set", "2026-06-31T08:00"}, 2, "is no time", ""},
+        {{"name", ""}, 2, "a name has 1 to 249 bytes", ""},
+        {{"name", std::string(250, 'n')}, 2, "a name has 1 to 249 bytes", ""},
+        {{"identity", "C1-000000001"}, 2, "an identifier has 13 characters", ""},
+        {{"identity", "C1-0000000002", "C1-0000000001"}, 2, "belongs to one board only", ""},
+        {{"luminance", "put", kLocal}, 1, "is empty", ""},
+        {{"reboot-schedule", "every", "63", "days", "at", "04:30"}, 2, "is no number of days", ""},
+        {{"reboot-schedule", "every", "3", "weeks", "at", "04:30"}, 2, "the word 'days' is missing", ""},
+        {{"reboot-schedule", "on", "mon", "at", "25:00"}, 2, "is no time of day", ""},
+        {{"reboot-schedule", "on", "monday", "at", "04:30"}, 2, "is no list of days", ""},
+        {{"smart-setting", "maybe"}, 2, "maybe", ""},
+        {{"fpga-frame", "256", "1"}, 2, "names no parameter", ""},
+    };
+    for (const auto &row : rows) {
+        Local(row.file);
+        ExpectFailure(row.words, row.status, row.message);
+        EXPECT_TRUE(board->Frames().empty()) << row.words[0];
+        EXPECT_TRUE(board->StandInCalls().empty()) << row.words[0];
+    }
+    EXPECT_EQ(Ledboard({"settings", "show", "10.20.30.99", "-t", "0.3"}).status, 3);
+    const LedboardResult both =
+        Ledboard({"clock", "get", board->BoardAddress(), "10.20.30.99", "--json", "-t", "0.3"});
+    EXPECT_EQ(both.status, 7);
+    EXPECT_EQ(json::parse(both.out)["boards"][1]["error"]["kind"], "no-such-board");
+}
+
+TEST_F(ToolSettings, BoardsWithoutSettings)
+{
+    Boot();
+    ExpectFailure({"settings", "show"}, 1, "the board has no settings file");
+    ExpectFailure({"settings", "save", kLocal}, 1, "the board has no settings file");
+    EXPECT_EQ(Run({"brightness", "show"}).out,
+              "C1-0000000001: brightness unknown: the board has no settings file\n");
+    EXPECT_EQ(Run({"brightness", "40"}).out, "C1-0000000001: brightness 40 %\n");
+    EXPECT_EQ(Run({"settings", "set", "gap=4"}).out,
+              "C1-0000000001: gap = 4 (FPGA only: not in the board's file)\n");
+    board->WriteFile(kWorking, "hello");
+    ExpectFailure({"settings", "show"}, 1, "what the board has stored is no settings file");
+    EXPECT_EQ(Run({"settings", "save", kLocal}).status, 0);
+    EXPECT_EQ(ReadLocal(), "hello") << "a damaged file can be looked at";
+}
+
+TEST_F(ToolSettings, BusyBoardsAreWaitedForAndThenRefuse)
+{
+    BootAndForget();
+    Peer holder = Port();
+    Settle(holder);
+    ExpectFailure({"clock", "get", "--timeout", "0.3"}, 5,
+                  "Connection refused; the board serves one setting program at a time");
+    EXPECT_EQ(Run({"clock", "get", "--via-session"}).status, 0) << "the other way in";
+    const LedboardRun waiting({"clock", "get", board->BoardAddress()});
+    EXPECT_TRUE(board->WaitForLog("get time start."));
+    End(holder);
+    EXPECT_EQ(waiting.Wait().status, 0);
+    {
+        std::vector<LedboardRun> crowd;
+        for (int count = 0; count < 5; ++count)
+            crowd.emplace_back(std::vector<std::string>{"settings", "show", board->BoardAddress()});
+        for (const LedboardRun &run : crowd)
+            EXPECT_EQ(run.Wait().status, 0);
+    }
+    const Peer other = Session(); // beside the player's
+    ExpectFailure({"clock", "get", "--via-session"}, 5, "as many sessions open as it allows");
+}
+
+TEST_F(ToolSettings, FullDisksAreTold)
+{
+    options.dataMebibytes = 1;
+    BootAndForget();
+    board->Run("dd if=/dev/zero of=/home/root/plexa_data/fill bs=4096");
+    Local(Noise(20'000));
+    ExpectFailure({"luminance", "put", kLocal}, 1, "(its disk may be full)");
+    Pairs other = Panel();
+    for (std::uint32_t id = 0; id < 2000; ++id)
+        other.emplace_back(80, id);
+    Local(SettingFile(other));
+    ExpectFailure({"settings", "load", kLocal}, 6, "the board holds something else than was sent");
+}
