@@ -178,6 +178,7 @@ TEST_F(BoardDiscovery, CustomPortAnswersTheSender)
 {
     options.files["/home/root/plexa_data/server_config"] = "port=12345\n";
     Boot();
+    ASSERT_TRUE(board->WaitForLog("[---init udp 12345 port success.---]"));
     const auto reply = pc.Ask(kHeader + Zeros(15), board->BoardAddress(), 12345);
     ASSERT_TRUE(reply);
     EXPECT_EQ(reply->bytes.size(), 409U);

@@ -156,7 +156,10 @@ TEST_F(Survival, BrokenStandardOutput)
     Boot();
     EXPECT_TRUE(board->KillDaemon());
     board->Forget();
-    board->Run("cd /home/root; (ledboardd 2>&1 | head -n 1) > /dev/null 2>&1 &");
+    std::string command; // with the emulator before it, where the daemon needs one
+    for (const std::string &word : options.prefix)
+        command += word + " ";
+    board->Run("cd /home/root; (" + command + "/usr/bin/ledboardd 2>&1 | head -n 1) > /dev/null 2>&1 &");
     ASSERT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 2; }));
     ASSERT_TRUE(Answers());
     for (int count = 0; count < 20; ++count) { // each of them prints
@@ -169,8 +172,10 @@ TEST_F(Survival, BrokenStandardOutput)
     const std::size_t beats = board->Heartbeats().size();
     board->SupervisorListens(true);
     EXPECT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() > beats; }, 10s));
-    EXPECT_EQ(board->Run("pidof ledboardd | wc -w").output, "1\n");
-    std::istringstream line(board->Run("cat /proc/$(pidof ledboardd)/stat | cut -d ' ' -f 14,15").output);
+    const std::string program = options.prefix.empty() ? "ledboardd" : options.prefix.front();
+    EXPECT_EQ(board->Run("pidof " + program + " | wc -w").output, "1\n");
+    std::istringstream line(
+        board->Run("cat /proc/$(pidof " + program + ")/stat | cut -d ' ' -f 14,15").output);
     long user = 100;
     long system = 100;
     line >> user >> system;
