@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <memory>
 #include <netinet/in.h>
 #include <poll.h>
 #include <string>
@@ -108,16 +109,17 @@ TEST_F(Discovery, ReplyAddressComparesDifferentByteOrders)
 
 TEST_F(Discovery, SetsTheRemoteServerWhateverTheIdentifier)
 {
-    DeviceContext context{};
-    InitDeviceContext(&context);
-    context.DisconnectFromServer = [](DeviceContext *) { s_calls += "disconnect "; };
-    context.SetAddrParam = [](DeviceContext *, const char *addr, int flag, int port, const char *user) {
+    const std::unique_ptr<DeviceContext, decltype(&DestroyDeviceContext)> context(new DeviceContext{},
+                                                                                  DestroyDeviceContext);
+    InitDeviceContext(context.get());
+    context->DisconnectFromServer = [](DeviceContext *) { s_calls += "disconnect "; };
+    context->SetAddrParam = [](DeviceContext *, const char *addr, int flag, int port, const char *user) {
         s_calls += std::to_string(std::strlen(addr)) + addr[0] + " " + std::to_string(flag) + " " +
                    std::to_string(port) + " " + user + " ";
     };
-    context.ConnectToServer = [](DeviceContext *) { s_calls += "connect"; };
+    context->ConnectToServer = [](DeviceContext *) { s_calls += "connect"; };
     DeviceContext *const before = g_deviceContext;
-    g_deviceContext = &context;
+    g_deviceContext = context.get();
 
     // Texts that fill their fields do not run on into what lies behind.
     std::string request(15 + 4, 'h');

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <memory>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -85,11 +86,12 @@ TEST(WorkLoop, LivesWithoutMacSkipsTheProbeAfterATickAndLeavesThePlayerOpen)
     ASSERT_EQ(write(inside.always[1], "x", 1), 1);
     WriteTestFile("/etc/network/interfaces", "iface eth0 inet static\n"); // there is no eth0: no MAC
     RemoveTestFile("/home/root/plexa_data");
-    DeviceContext context{};
-    InitDeviceContext(&context);
-    context.DisposePacket = OnRemoteServer;
+    const std::unique_ptr<DeviceContext, decltype(&DestroyDeviceContext)> context(new DeviceContext{},
+                                                                                  DestroyDeviceContext);
+    InitDeviceContext(context.get());
+    context->DisposePacket = OnRemoteServer;
     DeviceContext *const before = g_deviceContext;
-    g_deviceContext = &context;
+    g_deviceContext = context.get();
     InsertToTick(OnTick);
 
     testing::internal::CaptureStdout();
@@ -113,7 +115,7 @@ TEST(WorkLoop, LivesWithoutMacSkipsTheProbeAfterATickAndLeavesThePlayerOpen)
     EXPECT_EQ(ReadTestFile("/home/root/plexa_data/server_config"), "port=0\n");
     EXPECT_EQ(g_sessions, nullptr);
     EXPECT_EQ(g_llist, nullptr);
-    EXPECT_EQ(context.monitor, nullptr);
+    EXPECT_EQ(context->monitor, nullptr);
     EXPECT_EQ(fcntl(inside.upload[0], F_GETFD), -1);
     EXPECT_NE(fcntl(inside.player[0], F_GETFD), -1);
     auto *const player = static_cast<SocketSession *>(inside.playerNode->data);
