@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/core.h>
+#include <png.h>
+#include <stdexcept>
 
 namespace board
 {
@@ -16,7 +18,7 @@ static fb_bitfield Field(unsigned offset, unsigned length)
     return {offset, length, 0};
 }
 
-void LayFramebuffer(BoardRoot &root, const ScreenMode &mode)
+static void Lay(BoardRoot &root, const inside::FramebufferPaths &paths, const ScreenMode &mode)
 {
     inside::FramebufferState state{};
     fb_var_screeninfo &variable = state.variable;
@@ -31,21 +33,33 @@ void LayFramebuffer(BoardRoot &root, const ScreenMode &mode)
     variable.green = Field(low, small ? 6 : 8);
     variable.blue = Field(mode.bgr ? high : 0, low);
     std::strcpy(state.fixed.id, "panel");
-    state.fixed.line_length = mode.width * mode.bitsPerPixel / 8;
-    state.fixed.smem_len = mode.width * 4 * variable.yres_virtual;
+    state.fixed.line_length = mode.width * mode.bitsPerPixel / 8 + mode.padding;
+    state.fixed.smem_len = (mode.width * 4 + mode.padding) * variable.yres_virtual;
+    state.padding = mode.padding;
     state.fixed.visual = FB_VISUAL_TRUECOLOR;
     state.refuses32 = mode.refuses32 ? 1 : 0;
     state.refuses16 = mode.refuses16 ? 1 : 0;
-    root.Write(inside::kFramebufferStatePath,
-               std::string(reinterpret_cast<const char *>(&state), sizeof state));
-    root.Write(inside::kFramebufferPath, std::string(state.fixed.smem_len, '\0'), 0660);
-    root.Write(kShimPath, std::string(FramebufferShimImage()), 0755);
+    root.Write(paths.state, std::string(reinterpret_cast<const char *>(&state), sizeof state));
+    root.Write(paths.device, std::string(state.fixed.smem_len, '\0'), 0660);
 }
 
-std::optional<ScreenPicture> ReadFramebuffer(const BoardRoot &root)
+void LayFramebuffers(BoardRoot &root, const std::vector<ScreenMode> &modes)
 {
-    const auto mode = root.Read(inside::kFramebufferStatePath);
-    auto bytes = root.Read(inside::kFramebufferPath);
+    if (modes.size() > std::size(inside::kFramebuffers))
+        throw std::runtime_error("virtual board: it has three screens at most");
+    for (std::size_t index = 0; index < modes.size(); ++index)
+        Lay(root, inside::kFramebuffers[index], modes[index]);
+    if (!modes.empty())
+        root.Write(kShimPath, std::string(FramebufferShimImage()), 0755);
+}
+
+std::optional<ScreenPicture> ReadFramebuffer(const BoardRoot &root, unsigned device)
+{
+    if (device >= std::size(inside::kFramebuffers))
+        return std::nullopt;
+    const inside::FramebufferPaths &paths = inside::kFramebuffers[device];
+    const auto mode = root.Read(paths.state);
+    auto bytes = root.Read(paths.device);
     inside::FramebufferState state;
     if (!mode || !bytes || mode->size() != sizeof state)
         return std::nullopt;
@@ -62,6 +76,8 @@ std::uint32_t ScreenPicture::Pixel(unsigned x, unsigned y) const
     const unsigned size = bitsPerPixel / 8;
     std::uint32_t raw = 0;
     std::memcpy(&raw, bytes.data() + std::size_t{y} * lineLength + std::size_t{x} * size, size);
+    if (bitsPerPixel < 16)
+        return raw * 0x010101;
     const auto colour = [&](unsigned offset, bool green) {
         if (bitsPerPixel > 16)
             return raw >> offset & 0xFF;
@@ -71,16 +87,26 @@ std::uint32_t ScreenPicture::Pixel(unsigned x, unsigned y) const
     return colour(redOffset, false) << 16 | colour(greenOffset, true) << 8 | colour(blueOffset, false);
 }
 
-std::string ScreenPicture::Ppm() const
+std::string ScreenPicture::Png() const
 {
-    std::string file = fmt::format("P6\n{} {}\n255\n", width, height);
+    std::string colours;
     for (unsigned y = 0; y < height; ++y) {
         for (unsigned x = 0; x < width; ++x) {
             const std::uint32_t pixel = Pixel(x, y);
             for (const unsigned shift : {16U, 8U, 0U})
-                file += static_cast<char>(pixel >> shift & 0xFF);
+                colours += static_cast<char>(pixel >> shift & 0xFF);
         }
     }
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = width;
+    image.height = height;
+    image.format = PNG_FORMAT_RGB;
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
+    std::string file(size, '\0');
+    if (png_image_write_to_memory(&image, file.data(), &size, 0, colours.data(), 0, nullptr) == 0)
+        throw std::runtime_error(fmt::format("virtual board: screenshot: {}", image.message));
+    file.resize(size);
     return file;
 }
 

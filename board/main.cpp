@@ -28,7 +28,7 @@ struct Settings {
     std::string folder; // files to lay into the root
     Words files;
     Words environment;
-    std::string screen;
+    std::vector<std::string> screens;
     unsigned usbMebibytes = 0;
     Words command;
     Words request; // to a board that runs already
@@ -89,14 +89,24 @@ static std::string FileContent(const std::string &path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// "WIDTHxHEIGHT" or "WIDTHxHEIGHTxBITS".
+// "WIDTHxHEIGHT[xBITS][,bgr][,pad=BYTES]".
 static board::ScreenMode ParseScreen(const std::string &text)
 {
     board::ScreenMode mode;
-    const int fields = std::sscanf(text.c_str(), "%ux%ux%u", &mode.width, &mode.height, &mode.bitsPerPixel);
+    std::istringstream words(text);
+    std::string word;
+    std::getline(words, word, ',');
+    const int fields = std::sscanf(word.c_str(), "%ux%ux%u", &mode.width, &mode.height, &mode.bitsPerPixel);
     const bool depthFits = mode.bitsPerPixel % 8 == 0 && mode.bitsPerPixel >= 8 && mode.bitsPerPixel <= 32;
-    if (fields < 2 || mode.width - 1 >= 8192 || mode.height - 1 >= 8192 || !depthFits)
-        throw std::runtime_error("--screen wants WIDTHxHEIGHT or WIDTHxHEIGHTxBITS, not " + text);
+    bool fits = fields >= 2 && mode.width - 1 < 8192 && mode.height - 1 < 8192 && depthFits;
+    while (std::getline(words, word, ',')) {
+        if (word == "bgr")
+            mode.bgr = true;
+        else
+            fits = std::sscanf(word.c_str(), "pad=%u", &mode.padding) == 1 && mode.padding <= 8192 && fits;
+    }
+    if (!fits)
+        throw std::runtime_error("--screen wants WIDTHxHEIGHT[xBITS][,bgr][,pad=BYTES], not " + text);
     return mode;
 }
 
@@ -118,8 +128,8 @@ static Options BoardOptions(const Settings &settings)
     }
     options.environment.insert(options.environment.end(), settings.environment.begin(),
                                settings.environment.end());
-    if (!settings.screen.empty())
-        options.screen = ParseScreen(settings.screen);
+    for (const std::string &screen : settings.screens)
+        options.screens.push_back(ParseScreen(screen));
     if (settings.dhcp)
         options.addressing = board::Addressing::Dhcp;
     else if (settings.dhcpSilent)
@@ -150,9 +160,10 @@ static void AddBoardOptions(CLI::App &app, Settings &settings)
         ->group(group);
     app.add_option("--usb", settings.usbMebibytes, "a USB disk of so many MiB is plugged in at start")
         ->group(group);
-    app.add_option("--screen", settings.screen,
-                   "WIDTHxHEIGHT or WIDTHxHEIGHTxBITS of /dev/fb0; without: none")
-        ->group(group);
+    app.add_option("--screen", settings.screens,
+                   "WIDTHxHEIGHT[xBITS][,bgr][,pad=BYTES] of /dev/fb0, again for fb1 and fb2; without: none")
+        ->group(group)
+        ->allow_extra_args(false);
     app.add_option("--data", settings.board.dataMebibytes, "size of /home/root/plexa_data in MiB")
         ->group(group);
     app.add_option("--number", settings.board.number, "the network is 10.20.<30 + NUMBER>.0/24")
@@ -255,8 +266,8 @@ static int RunInRoot(Settings settings)
 static int Ask(const Settings &settings)
 {
     Words words = settings.request;
-    if (words.front() == "picture")
-        words.back() = fs::absolute(words.back()); // the board's own folder is another one
+    if (words.front() == "screenshot")
+        words[1] = fs::absolute(words[1]); // the board's own folder is another one
     std::size_t shown = 0;
     for (;;) {
         if (settings.follow) {
@@ -293,7 +304,7 @@ static constexpr Request kRequests[] = {
     {"messages", "what the player was told", nullptr, true},
     {"commands", "command lines the daemon gave to the shell", nullptr, true},
     {"calls", "calls of reboot, hwclock, date -s and pppd, which are stand-ins", nullptr, true},
-    {"picture", "write what the screen shows to a portable pixmap file", "FILE", false},
+    {"screenshot", "write what a screen shows to a PNG file", "FILE [0|1|2]", false},
     {"forget", "empty all of these records", nullptr, false},
     {"cable", "pull the Ethernet cable or plug it in", "in|out", false},
     {"usb", "plug a USB disk in or pull it out; the player tells the daemon", "in|out [MIB]", false},

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,10 +16,11 @@ enum class Addressing {
     None,       // eth0 is up without an address
 };
 
-// The screen behind "/dev/fb0".
+// The screen behind "/dev/fb0", "/dev/fb1" or "/dev/fb2".
 struct ScreenMode {
     unsigned width = 128, height = 128;
     unsigned bitsPerPixel = 32; // 8, 16, 24 or 32
+    unsigned padding = 0;       // bytes behind the pixels of a row
     bool bgr = false;           // blue in the high bits
     bool refuses32 = false;     // a switch to 32 bits fails
     bool refuses16 = false;
@@ -45,15 +45,15 @@ struct Options {
     std::vector<std::string> folders;         // made before the first boot
 
     Addressing addressing = Addressing::Fixed;
-    unsigned softFileLimit = 0;       // RLIMIT_NOFILE of the daemon; 0: as the caller's
-    unsigned number = 0;              // several boards at once: pc<number>, 10.20.<30+number>.0/24
-    unsigned rootMebibytes = 512;     // size of the board's own storage; below 700, so it is no USB disk
-    unsigned dataMebibytes = 0;       // not 0: /home/root/plexa_data is a file system of this size
-    std::optional<ScreenMode> screen; // none: no "/dev/fb0". Not for a daemon under an emulator.
-    bool serial = true;               // false: no "/dev/ttyO0"
-    bool player = true;               // a player logs in as soon as the daemon listens
-    bool supervisor = true;           // somebody listens on 127.0.0.1:6666 inside
-    bool startDaemon = true;          // at boot
+    unsigned softFileLimit = 0;      // RLIMIT_NOFILE of the daemon; 0: as the caller's
+    unsigned number = 0;             // several boards at once: pc<number>, 10.20.<30+number>.0/24
+    unsigned rootMebibytes = 512;    // size of the board's own storage; below 700, so it is no USB disk
+    unsigned dataMebibytes = 0;      // not 0: /home/root/plexa_data is a file system of this size
+    std::vector<ScreenMode> screens; // "/dev/fb0" and on, at most three. Not for a daemon under an emulator.
+    bool serial = true;              // false: no "/dev/ttyO0"
+    bool player = true;              // a player logs in as soon as the daemon listens
+    bool supervisor = true;          // somebody listens on 127.0.0.1:6666 inside
+    bool startDaemon = true;         // at boot
 };
 
 } // namespace board

@@ -94,15 +94,19 @@ static Answer Usb(VirtualBoard &board, const Words &words)
     });
 }
 
-static Answer Picture(VirtualBoard &board, const Words &words)
+static Answer Screenshot(VirtualBoard &board, const Words &words)
 {
-    const auto picture = board.Picture();
-    if (!picture)
-        return Failure("the board has no screen; boot it with --screen");
     if (words.size() < 2)
-        return Failure("picture wants a file");
+        return Failure("screenshot wants a file");
+    unsigned device = 0;
+    if (words.size() > 2 &&
+        std::from_chars(words[2].data(), words[2].data() + words[2].size(), device).ec != std::errc())
+        return Failure("the number of a screen is 0, 1 or 2");
+    const auto picture = board.Picture(device);
+    if (!picture)
+        return Failure(fmt::format("the board has no /dev/fb{}; boot it with --screen", device));
     std::ofstream file(words[1], std::ios::binary);
-    if (!(file << picture->Ppm()).flush())
+    if (!(file << picture->Png()).flush())
         return Failure("cannot write " + words[1]);
     return Done(fmt::format("{} x {} pixels in {}", picture->width, picture->height, words[1]));
 }
@@ -121,7 +125,7 @@ static const std::map<std::string, Verb> &Actions()
         {"cable", [](auto &board,
                      auto &words) { return Switch(words, "in", "out", [&](bool in) { board.Cable(in); }); }},
         {"usb", Usb},
-        {"picture", Picture},
+        {"screenshot", Screenshot},
         {"kill", [](auto &board, auto &) { return Do([&] { board.KillDaemon(); }, "the daemon is killed"); }},
         {"restart",
          [](auto &board, auto &) { return Do([&] { board.RestartDaemon(); }, "the daemon is started"); }},

@@ -96,8 +96,7 @@ void VirtualBoard::BootInside()
     player_.Connect(false);
     root_.MountVolatile();
     root_.ConnectSerial(options_.serial ? fpga_.SlavePath() : "");
-    if (options_.screen)
-        LayFramebuffer(root_, *options_.screen);
+    LayFramebuffers(root_, options_.screens);
     tree_.Boot(root_.Folder(), network_.NamespaceDescriptor());
     StartNetwork();
     supervisor_.Listen(options_.supervisor);
@@ -244,7 +243,7 @@ void VirtualBoard::LaunchDaemon()
     request.arguments.emplace_back(kDaemonPath);
     request.arguments.insert(request.arguments.end(), options_.arguments.begin(), options_.arguments.end());
     request.environment = Environment();
-    if (options_.screen) {
+    if (!options_.screens.empty()) {
         request.environment.push_back(fmt::format("LD_PRELOAD={}", kShimPath));
         // A sanitizer wants to be loaded first; it need not be for this.
         request.environment.insert(request.environment.begin(), "ASAN_OPTIONS=verify_asan_link_order=0:" +

@@ -115,7 +115,8 @@ public:
     void UsbDisk(bool in,
                  unsigned mebibytes = 1024); // a file system on /home/root/usb_dev; keeps its content
     bool UsbDiskIn() const;
-    std::optional<ScreenPicture> Picture() const { return ReadFramebuffer(root_); } // none: no screen
+    // What the screen behind "/dev/fb<device>" shows; none without it.
+    std::optional<ScreenPicture> Picture(unsigned device = 0) const { return ReadFramebuffer(root_, device); }
     Player &ThePlayer() { return player_; }
     const Player &ThePlayer() const { return player_; }
     void PlayerConnected(bool on); // true waits for the login

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Preloaded into the daemon when the board has a screen: "/dev/fb0" is a plain file there, and this answers
-// the framebuffer requests on it. Every other request goes to the kernel.
+// Preloaded into the daemon when the board has screens: they are plain files there, and this answers the
+// framebuffer requests on them. Every other request goes to the kernel.
 #include "framebuffer_state.h"
 
 #include <cerrno>
@@ -10,11 +10,17 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-static bool IsFramebuffer(int fd)
+static const inside::FramebufferPaths *FramebufferOf(int fd)
 {
     struct stat opened, device;
-    return fstat(fd, &opened) == 0 && stat(inside::kFramebufferPath, &device) == 0 &&
-           opened.st_dev == device.st_dev && opened.st_ino == device.st_ino;
+    if (fstat(fd, &opened) != 0)
+        return nullptr;
+    for (const inside::FramebufferPaths &paths : inside::kFramebuffers) {
+        if (stat(paths.device, &device) == 0 && opened.st_dev == device.st_dev &&
+            opened.st_ino == device.st_ino)
+            return &paths;
+    }
+    return nullptr;
 }
 
 static int Set(inside::FramebufferState &state, const fb_var_screeninfo &wanted, int file)
@@ -27,14 +33,14 @@ static int Set(inside::FramebufferState &state, const fb_var_screeninfo &wanted,
         return -1;
     }
     state.variable = wanted;
-    state.fixed.line_length = wanted.xres_virtual * wanted.bits_per_pixel / 8;
+    state.fixed.line_length = wanted.xres_virtual * wanted.bits_per_pixel / 8 + state.padding;
     return pwrite(file, &state, sizeof state, 0) == static_cast<ssize_t>(sizeof state) ? 0 : -1;
 }
 
-static int Answer(unsigned long request, void *argument)
+static int Answer(const char *statePath, unsigned long request, void *argument)
 {
     inside::FramebufferState state;
-    const int file = open(inside::kFramebufferStatePath, O_RDWR | O_CLOEXEC);
+    const int file = open(statePath, O_RDWR | O_CLOEXEC);
     int result = -1;
     if (file >= 0 && pread(file, &state, sizeof state, 0) == static_cast<ssize_t>(sizeof state)) {
         result = 0;
@@ -58,7 +64,8 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
     va_end(rest);
     const bool ours =
         request == FBIOGET_VSCREENINFO || request == FBIOGET_FSCREENINFO || request == FBIOPUT_VSCREENINFO;
-    if (ours && IsFramebuffer(fd))
-        return Answer(request, argument);
+    const inside::FramebufferPaths *const paths = ours ? FramebufferOf(fd) : nullptr;
+    if (paths != nullptr)
+        return Answer(paths->state, request, argument);
     return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
 }

@@ -70,6 +70,24 @@ TEST(VirtualBoardProgram, SteersARunningBoard)
                              "records are empty\n[0]");
 }
 
+TEST(VirtualBoardProgram, ScreenshotsAreFilesWhereTheyWereAskedFor)
+{
+    const std::string script = R"(vb exec --no-daemon --screen 40x24x16,bgr,pad=6 --screen 16x8 -- sh -c '
+        cd /dev/shm; virtual-board screenshot a.png; virtual-board screenshot b.png 1; virtual-board screenshot c.png 2
+        virtual-board screenshot c.png x; virtual-board screenshot no/a.png
+        for file in a b; do od -A n -t x1 -j 1 -N 3 $file.png; od -A n -t x1 -j 16 -N 8 $file.png; done
+        virtual-board run -- sh -c "wc -c < /dev/fb0"; rm a.png b.png'
+        vb exec --screen 40x24,bright -- true)";
+    EXPECT_EQ(Shell(script),
+              "40 x 24 pixels in /dev/shm/a.png\n16 x 8 pixels in /dev/shm/b.png\n"
+              "virtual-board: the board has no /dev/fb2; boot it with --screen\n"
+              "virtual-board: the number of a screen is 0, 1 or 2\n"
+              "virtual-board: cannot write /dev/shm/no/a.png\n"
+              " 50 4e 47\n 00 00 00 28 00 00 00 18\n 50 4e 47\n 00 00 00 10 00 00 00 08\n"
+              "7968\n" // two pages of 24 rows, each with room for 32 bits
+              "virtual-board: --screen wants WIDTHxHEIGHT[xBITS][,bgr][,pad=BYTES], not 40x24,bright\n[1]");
+}
+
 TEST(VirtualBoardProgram, PrintsLinesAndTakesCommandsOnAPipe)
 {
     const std::string output =

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <linux/fb.h>
 #include <netinet/in.h>
+#include <png.h>
 #include <set>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -295,7 +296,7 @@ static int DrawInBoard(int (*request)(int, unsigned long, ...), const std::strin
 
 TEST_F(VirtualBoardAlone, ScreenAnswersFramebufferRequests)
 {
-    options.screen = board::ScreenMode{.width = 16, .height = 8, .bitsPerPixel = 8, .refuses32 = true};
+    options.screens = {{.width = 16, .height = 8, .bitsPerPixel = 8, .refuses32 = true}};
     Boot();
     void *shim = dlopen((board->RootFolder() + board::kShimPath).c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(shim, nullptr) << dlerror();
@@ -311,7 +312,17 @@ TEST_F(VirtualBoardAlone, ScreenAnswersFramebufferRequests)
     EXPECT_EQ(picture->bitsPerPixel, 16U);
     EXPECT_EQ(picture->Pixel(3, 2), 0xFF5500U);
     EXPECT_EQ(picture->Pixel(2, 3), 0U);
-    EXPECT_EQ(picture->Ppm().substr(0, 12), "P6\n16 8\n255\n");
+    const std::string file = picture->Png();
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_NE(png_image_begin_read_from_memory(&image, file.data(), file.size()), 0) << image.message;
+    EXPECT_EQ(image.width, 16U);
+    EXPECT_EQ(image.height, 8U);
+    image.format = PNG_FORMAT_RGB;
+    std::string colours(std::size_t{16} * 8 * 3, '?');
+    ASSERT_NE(png_image_finish_read(&image, nullptr, colours.data(), 0, nullptr), 0) << image.message;
+    EXPECT_EQ(colours.substr((2 * 16 + 3) * 3, 3), std::string("\xFF\x55\0", 3));
+    EXPECT_EQ(colours.find_first_not_of('\0'), std::size_t{(2 * 16 + 3) * 3});
 }
 
 // Plays the daemon's end of the player's session byte by byte.
