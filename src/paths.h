@@ -6,6 +6,9 @@ namespace paths
 {
 
 constexpr char kSerialDevice[] = "/dev/ttyO0";
+constexpr char kPanel[] = "/dev/fb0";
+constexpr char kSecondPanel[] = "/dev/fb1";
+constexpr char kThirdPanel[] = "/dev/fb2";
 
 constexpr char kPlexaData[] = "/home/root/plexa_data";
 constexpr char kServerConfig[] = "/home/root/plexa_data/server_config";

@@ -9,12 +9,15 @@
 #include "sockets.h"
 #include "threads.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -24,6 +27,11 @@ namespace
 
 constexpr char kUnit[] = "src/serial_thread";
 constexpr std::size_t kLongestLine = 98;
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::seconds kPhase{1};
+constexpr Clock::time_point kNever = Clock::time_point::max();
+Clock::time_point s_nextPhase = kNever; // of the slant lines; the thread's own
 
 // One byte for each signal, from the handler to the thread.
 UniqueFd s_reading;
@@ -67,17 +75,46 @@ void ActOnSignal(int signal)
     std::fprintf(stderr, "-------------------------%s be call--------------------------\n", "sig_handle");
     if (signal == SIGUSR1)
         ApplySerialIni();
+    else if (signal == SIGUSR2)
+        s_nextPhase = g_serial->PaintSlantToggle() ? Clock::now() + kPhase : kNever;
+}
+
+// False at the end of the pipe.
+bool ServeSignal()
+{
+    std::uint8_t signal = 0;
+    const ssize_t count = read(s_reading.Get(), &signal, sizeof signal);
+    if (count == sizeof signal)
+        ActOnSignal(signal);
+    return count == sizeof signal || (count == -1 && errno == EINTR);
+}
+
+// With a client the service itself draws, whenever it waited for a second.
+void DrawWhenDue()
+{
+    if (Clock::now() < s_nextPhase)
+        return;
+    s_nextPhase = Clock::now() + kPhase;
+    if (!g_serial->HasClient())
+        timeout();
+}
+
+int MillisecondsToNextPhase()
+{
+    using std::chrono::milliseconds;
+    if (s_nextPhase == kNever)
+        return -1;
+    const auto left = std::chrono::ceil<milliseconds>(s_nextPhase - Clock::now());
+    return static_cast<int>(std::max(left, milliseconds(0)).count());
 }
 
 void ServeSignals()
 {
-    std::uint8_t signal = 0;
     for (;;) {
-        const ssize_t count = read(s_reading.Get(), &signal, sizeof signal);
-        if (count == sizeof signal)
-            ActOnSignal(signal);
-        else if (count != -1 || errno != EINTR)
+        pollfd wait{.fd = s_reading.Get(), .events = POLLIN, .revents = 0};
+        if (poll(&wait, 1, MillisecondsToNextPhase()) == 1 && !ServeSignal())
             return;
+        DrawWhenDue();
     }
 }
 
@@ -111,7 +148,7 @@ bool InstallSignals()
     }
     s_reading.Reset(ends[0]);
     s_writing.Reset(ends[1]);
-    if (SetNonBlocking(s_writing.Get()) && Catch(SIGUSR1))
+    if (SetNonBlocking(s_writing.Get()) && Catch(SIGUSR1) && Catch(SIGUSR2))
         return true;
     DiagErrno(kUnit, __func__, __LINE__, "sigaction: ");
     return false;

@@ -2,20 +2,22 @@
 // serial_thread.h — the setting service and its serial line to the FPGA (docs/protocols.md, "Settings" and
 // "FPGA").
 //
-// One lock guards the packet, the files under way, the caches, the settings files and the serial line, so
-// that the service thread (port 8879), the main thread (sessions, player, reboot schedule) and the thread
-// that acts on signals never mix. The public functions take it themselves; nothing is sent to a peer under
-// it.
+// One lock guards the packet, the files under way, the caches, the settings files, the serial line and the
+// slant lines, so that the service thread (port 8879), the main thread (sessions, player, reboot schedule)
+// and the thread that acts on signals never mix. The public functions take it themselves; nothing is sent to
+// a peer under it.
 #pragma once
 
 #include "files.h"
 #include "serial.h"
+#include "serial_thread_slant.h"
 #include "setting_records.h"
 #include "sockets.h"
 
 #include <QThread>
 
 #include <array>
+#include <atomic>
 #include <mutex>
 #include <string>
 
@@ -31,7 +33,7 @@ public:
     // Opens and configures the serial line, loads the caches, sends the settings to the FPGA, listens on port
     // 8879. False when there is no serial line (logged); a port that is not free is tried again later.
     bool Init();
-    // Begins to serve port 8879 and to act on SIGUSR1. Once, when the services are published and the device
+    // Begins to serve port 8879 and to act on signals. Once, when the services are published and the device
     // record is filled.
     void Serve();
 
@@ -50,6 +52,13 @@ public:
     unsigned GetScreenSize();       // record 3 of the working copy, 0 without one
     unsigned GetLuminance();        // reads the caches afresh; the highest luminance, 1 without a file
     unsigned ComputeMaxLuminance(); // 1 to 1000; 0 when the working copy does not say or nothing passes
+
+    // The slant lines on "/dev/fb0" (docs/protocols.md, "Slant lines"); any thread.
+    void PaintSlantInit();    // sets them up with phase 0; logged when that fails, they stay off then
+    void PaintSlantTimeOut(); // draws the next phase while they are on
+    void PaintSlantFinish();  // the panel is dark
+    bool PaintSlantToggle();  // sets them up and on, or off and finishes; whether they are on now
+    bool HasClient() const { return clientServed_; } // on port 8879
 
     // Whether first-plane width m (of the second: t times m) reaches 100 Hz; luminance.h names the letters.
     bool ComputeRefresh(unsigned t, unsigned w, unsigned h, unsigned s, unsigned n, unsigned m, unsigned g,
@@ -77,8 +86,9 @@ private:
     void Accept();
     static bool PrepareClient(int fd);
     void CloseListener();
-    void WorkThread(int fd); // serves a client to its end
-    int Read(int fd);        // the packet's length byte, 0 when that is 0, -1 the client is gone
+    void WorkThread(int fd);  // serves a client to its end
+    bool WaitForData(int fd); // false after a second, with the next phase of the slant lines drawn
+    int Read(int fd);         // the packet's length byte, 0 when that is 0, -1 the client is gone
     int ReadBody(int fd, std::size_t length); // as Read
     int DisposePacket(int fd);                // non-zero to go on, 0 to end the connection
 
@@ -125,7 +135,12 @@ private:
     unsigned maxLuminance = 1;
     unsigned luminance = 1;
     unsigned brightnessPercent = 100;
+    SlantPattern slant_;
+    std::atomic<bool> clientServed_ = false;
 };
+
+// PaintSlantTimeOut of the one service.
+void timeout();
 
 // Rewrites the boot copy from the working copy; `computed`: with the highest luminance worked out afresh,
 // else with the one that the working copy holds. Any thread, without the service's lock.

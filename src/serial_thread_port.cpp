@@ -42,12 +42,6 @@ void SetKeepAlive(int fd)
     SetOption(fd, IPPROTO_TCP, TCP_KEEPCNT, kProbes);
 }
 
-bool WaitForData(int fd)
-{
-    pollfd wait{.fd = fd, .events = POLLIN, .revents = 0};
-    return poll(&wait, 1, kWaitForData) == 1;
-}
-
 bool NothingYet(ssize_t received)
 {
     return received == -1 && (errno == EAGAIN || errno == EINTR);
@@ -122,10 +116,12 @@ void KSerialThread::Accept()
         }
         if (!PrepareClient(client.Get()))
             continue;
+        clientServed_ = true;
         CloseListener();
         WorkThread(client.Get());
         shutdown(client.Get(), SHUT_RDWR);
         client.Reset();
+        clientServed_ = false;
         ClientLeft(Entrance::kPort);
         if (!SocketInit())
             return;
@@ -172,6 +168,16 @@ void KSerialThread::WorkThread(int fd)
     }
 }
 
+bool KSerialThread::WaitForData(int fd)
+{
+    pollfd wait{.fd = fd, .events = POLLIN, .revents = 0};
+    if (poll(&wait, 1, kWaitForData) == 1)
+        return true;
+    std::printf("select continue.\n");
+    PaintSlantTimeOut();
+    return false;
+}
+
 int KSerialThread::Read(int fd)
 {
     received_.fill(std::byte{0});
@@ -179,8 +185,6 @@ int KSerialThread::Read(int fd)
     while (NothingYet(count)) {
         if (WaitForData(fd))
             count = recv(fd, received_.data(), 1, 0);
-        else
-            std::printf("select continue.\n");
     }
     if (count == 1)
         return ReadBody(fd, std::to_integer<std::size_t>(received_[0]));
@@ -199,8 +203,8 @@ int KSerialThread::ReadBody(int fd, std::size_t length)
             held += static_cast<std::size_t>(count);
         else if (!NothingYet(count))
             break;
-        else if (!WaitForData(fd))
-            std::printf("select continue.\n");
+        else
+            WaitForData(fd);
     }
     if (held == length)
         return static_cast<int>(length);
