@@ -141,6 +141,16 @@ double UntilLastFrame(board::VirtualBoard &board, const std::function<void()> &w
     return std::chrono::duration<double, std::milli>(board.Frames()[kFrames - 1].at - begin).count();
 }
 
+// The median of several, since a single one is over before the processor has warmed up.
+double UntilLastFrameOften(board::VirtualBoard &board, const std::function<void()> &work)
+{
+    constexpr int kTimes = 25;
+    bench::Samples samples;
+    for (int time = 0; time < kTimes; ++time)
+        samples.push_back(UntilLastFrame(board, work));
+    return bench::Median(samples);
+}
+
 void WriteFrames(int line, const std::string &frames)
 {
     for (std::size_t at = 0; at < frames.size(); at += sizeof(wire::FpgaFrame)) {
@@ -227,8 +237,8 @@ int main(int count, char **arguments)
             WriteFrames(line.Get(), frames);
         }));
         sent.subject.push_back(
-            UntilLastFrame(board, [&] { Send(client.Get(), Command(wire::kSettingSendToFpga)); }));
-        sent.baseline.push_back(UntilLastFrame(board, [&] { WriteFrames(line.Get(), frames); }));
+            UntilLastFrameOften(board, [&] { Send(client.Get(), Command(wire::kSettingSendToFpga)); }));
+        sent.baseline.push_back(UntilLastFrameOften(board, [&] { WriteFrames(line.Get(), frames); }));
     }
     return bench::Report("settings file of 256 records", {sent, saved, luminance});
 }
