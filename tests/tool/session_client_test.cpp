@@ -98,7 +98,12 @@ TEST(SessionClient, NobodyThere)
         const LocalSocket board(SOCK_STREAM);
         closed = board.Where();
     }
-    EXPECT_THROW(SessionClient(closed, "", milliseconds(300)), ToolError);
+    try {
+        const SessionClient session(closed, "", milliseconds(300));
+        ADD_FAILURE();
+    } catch (const ToolError &error) {
+        EXPECT_EQ(error.Status(), ExitStatus::kRefused);
+    }
 }
 
 TEST(SessionClient, GoesToTheCustomPortOfABoardAskedThere)
