@@ -79,10 +79,11 @@ bool SlantPattern::Init()
 
 bool SlantPattern::AllocateBuffer()
 {
+    constexpr std::uint64_t kMost = 1U << 30; // for panels that a board can have
     const std::uint64_t size = BufferSize(*target_);
-    size_ = static_cast<std::size_t>(size);
+    size_ = size <= kMost ? static_cast<std::size_t>(size) : 0;
     // Zeroed by the system, which gives memory only to the few rows that are drawn and read.
-    buffer_.reset(size == size_ ? static_cast<char *>(std::calloc(size_, 1)) : nullptr);
+    buffer_.reset(size_ != 0 ? static_cast<char *>(std::calloc(size_, 1)) : nullptr);
     if (!buffer_)
         Diag(kUnit, __func__, __LINE__, "no memory for slant lines on %d x %d pixels.", target_->real_width,
              target_->real_height);

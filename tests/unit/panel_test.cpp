@@ -204,7 +204,7 @@ TEST_F(Panel, NothingIsWrittenOutsideTheDevice)
         {0, 20, 32, 128, 2560, 0, 4096, 2560},               // no pixels
         {60000, 2, 64, 480000, 960000, 0, 970000, 960000},   // wide
         {2, 60000, 16, 4, 240000, 0, 250000, 240000},        // high
-        {65536, 65536, 64, 8, 8 * 65536, 0, 600000, 524288}, // a buffer beyond all memory, or nearly
+        {65536, 65536, 64, 8, 8 * 65536, 0, 600000, 524288}, // a buffer beyond all memory
     };
     const std::size_t descriptors = OpenDescriptors();
     for (const Row &row : rows) {
