@@ -39,7 +39,8 @@ nlohmann::json ClockJson(std::int64_t clock)
 std::string ClockText(const nlohmann::json &result)
 {
     const auto ahead = result["aheadMilliseconds"].get<std::int64_t>();
-    const double seconds = static_cast<double>(ahead / 100) / 10;
+    const std::int64_t tenths = ahead / 100; // so that little less than nothing is no "-0.0"
+    const double seconds = static_cast<double>(tenths) / 10;
     return fmt::format("{}, {:+.1f} s against this PC", result["time"].get<std::string>(), seconds);
 }
 

@@ -105,7 +105,7 @@ VerbAction DefineLuminanceGet(CLI::App &command)
 }
 
 // What a board does not reply to: tells it, and waits until it has handled that.
-SettingTask Told(const std::string &plan, std::function<void(SettingClient &)> tell,
+SettingTask Told(const std::string &plan, const std::function<void(SettingClient &)> &tell,
                  const nlohmann::json &result, const std::string &done)
 {
     const auto run = [=](SettingClient &client, const Board &) {

@@ -112,7 +112,7 @@ VerbAction DefineSubVerbs(CLI::App &command, const std::vector<SubVerb> &verbs)
     };
 }
 
-VerbAction DefineOnOff(CLI::App &command, const char *what, std::function<SettingTask(bool on)> make)
+VerbAction DefineOnOff(CLI::App &command, const char *what, const std::function<SettingTask(bool on)> &make)
 {
     const auto state = std::make_shared<std::string>();
     command.add_option("STATE", *state, what)->required()->check(CLI::IsMember({"on", "off"}))->type_name("");

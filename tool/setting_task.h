@@ -50,6 +50,6 @@ struct SubVerb {
 VerbAction DefineSubVerbs(CLI::App &command, const std::vector<SubVerb> &verbs);
 
 // An "on" or "off" in front of BOARD....
-VerbAction DefineOnOff(CLI::App &command, const char *what, std::function<SettingTask(bool on)> make);
+VerbAction DefineOnOff(CLI::App &command, const char *what, const std::function<SettingTask(bool on)> &make);
 
 } // namespace ledboard
