@@ -55,6 +55,7 @@ bool RunProgram(const std::vector<const char *> &words)
     const pid_t child = fork();
     if (child == 0) {
         std::vector<char *> arguments;
+        arguments.reserve(words.size() + 1);
         for (const char *const word : words)
             arguments.push_back(const_cast<char *>(word));
         arguments.push_back(nullptr);

@@ -200,6 +200,7 @@ private:
 void Play(std::vector<PlayedBoard> &boards, const std::function<bool()> &done)
 {
     std::vector<pollfd> waiting;
+    waiting.reserve(boards.size());
     for (const PlayedBoard &one : boards)
         waiting.push_back({.fd = one.Get(), .events = POLLIN, .revents = 0});
     while (!done()) {
@@ -242,6 +243,7 @@ void ManyBoards(pid_t server, int count)
 {
     const long before = ResidentKib(server);
     std::vector<PlayedBoard> boards;
+    boards.reserve(static_cast<std::size_t>(count));
     for (int number = 0; number < count; ++number)
         boards.emplace_back(number);
     constexpr std::chrono::seconds kIdleTime(14);

@@ -160,6 +160,7 @@ static void RunShell(Screen &screen, const std::vector<std::string> &command)
             signal(number, SIG_DFL);
         std::vector<std::string> copy = command;
         std::vector<char *> words;
+        words.reserve(copy.size() + 1);
         for (std::string &word : copy)
             words.push_back(word.data());
         words.push_back(nullptr);

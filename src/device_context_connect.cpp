@@ -181,8 +181,8 @@ bool SendLogin(DeviceContext *context, int fd)
     return SendBytes(fd, wire::BytesOf(login)) == sizeof login;
 }
 
-// Gives the socket to the work loop, once that has said where; closes it when there is no place for it.
-void HandOver(unsigned number, DeviceContext *context, UniqueFd socket)
+// Gives the socket to the work loop, once that has said where; leaves it when there is no place for it.
+void HandOver(unsigned number, DeviceContext *context, UniqueFd &socket)
 {
     std::unique_lock lock(RemoteMutex());
     s_changed.wait(lock, [number] { return s_monitorIsKnown || number != s_newest; });
@@ -219,8 +219,8 @@ void Run(unsigned number, DeviceContext *context)
     Diag(kUnit, "ConnectThread", __LINE__, "connect to remote server is success.");
     PrepareSocket(fd.Get());
     if (SendLogin(context, fd.Get()))
-        HandOver(number, context, std::move(fd));
-    fd.Reset(); // before another thread may log in
+        HandOver(number, context, fd);
+    fd.Reset(); // what was not taken, before another thread may log in
     EndLogin();
 }
 

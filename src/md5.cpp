@@ -80,7 +80,7 @@ void KMD5::Initialise()
 void KMD5::Update(const void *input, std::size_t length)
 {
     const auto *bytes = static_cast<const unsigned char *>(input);
-    std::size_t held = count[0] / 8 % kBlockSize;
+    const std::size_t held = count[0] / 8 % kBlockSize;
     const std::uint64_t bits = (std::uint64_t{count[1]} << 32 | count[0]) + std::uint64_t{length} * 8;
     count = {static_cast<std::uint32_t>(bits), static_cast<std::uint32_t>(bits >> 32)};
     if (held != 0) {
@@ -91,7 +91,6 @@ void KMD5::Update(const void *input, std::size_t length)
         MD5Transform(state.data(), buffer.data());
         bytes += taken;
         length -= taken;
-        held = 0;
     }
     for (; length >= kBlockSize; bytes += kBlockSize, length -= kBlockSize)
         MD5Transform(state.data(), bytes);

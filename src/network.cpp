@@ -87,8 +87,11 @@ bool IsSet(int fd, const fd_set &set)
 
 MonitorSlots CopySlots()
 {
-    MonitorSlots slots = *g_sessions;
-    slots[kSlotRemoteServer] = CopyMonitor((*g_sessions)[kSlotRemoteServer]);
+    MonitorSlots slots;
+    for (std::size_t slot = 0; slot < slots.size(); ++slot) {
+        // Other threads write to this one only.
+        slots[slot] = slot == kSlotRemoteServer ? CopyMonitor((*g_sessions)[slot]) : (*g_sessions)[slot];
+    }
     return slots;
 }
 

@@ -33,9 +33,10 @@ constexpr std::chrono::seconds kPhase{1};
 constexpr Clock::time_point kNever = Clock::time_point::max();
 Clock::time_point s_nextPhase = kNever; // of the slant lines; the thread's own
 
-// One byte for each signal, from the handler to the thread.
-UniqueFd s_reading;
-UniqueFd s_writing;
+// One byte for each signal, from the handler to the thread. Open until the process ends, as the thread is
+// there.
+int s_reading = -1;
+int s_writing = -1;
 
 // The decimal number that stands at a fixed place of the line.
 unsigned NumberAt(const std::string &line, std::size_t place)
@@ -83,7 +84,7 @@ void ActOnSignal(int signal)
 bool ServeSignal()
 {
     std::uint8_t signal = 0;
-    const ssize_t count = read(s_reading.Get(), &signal, sizeof signal);
+    const ssize_t count = read(s_reading, &signal, sizeof signal);
     if (count == sizeof signal)
         ActOnSignal(signal);
     return count == sizeof signal || (count == -1 && errno == EINTR);
@@ -111,7 +112,7 @@ int MillisecondsToNextPhase()
 void ServeSignals()
 {
     for (;;) {
-        pollfd wait{.fd = s_reading.Get(), .events = POLLIN, .revents = 0};
+        pollfd wait{.fd = s_reading, .events = POLLIN, .revents = 0};
         if (poll(&wait, 1, MillisecondsToNextPhase()) == 1 && !ServeSignal())
             return;
         DrawWhenDue();
@@ -135,20 +136,22 @@ void sig_handle(int signal)
     const int error = errno;
     const auto byte = static_cast<std::uint8_t>(signal);
     // A full pipe drops the signal: as many are waiting to be acted on already.
-    [[maybe_unused]] const ssize_t written = write(s_writing.Get(), &byte, sizeof byte);
+    [[maybe_unused]] const ssize_t written = write(s_writing, &byte, sizeof byte);
     errno = error;
 }
 
 bool InstallSignals()
 {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) == -1) {
-        DiagErrno(kUnit, __func__, __LINE__, "pipe: ");
-        return false;
+    if (s_reading == -1) {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) == -1) {
+            DiagErrno(kUnit, __func__, __LINE__, "pipe: ");
+            return false;
+        }
+        s_reading = ends[0];
+        s_writing = ends[1];
     }
-    s_reading.Reset(ends[0]);
-    s_writing.Reset(ends[1]);
-    if (SetNonBlocking(s_writing.Get()) && Catch(SIGUSR1) && Catch(SIGUSR2))
+    if (SetNonBlocking(s_writing) && Catch(SIGUSR1) && Catch(SIGUSR2))
         return true;
     DiagErrno(kUnit, __func__, __LINE__, "sigaction: ");
     return false;

@@ -69,7 +69,7 @@ void KWorkThread::CheckVideoRepeatStart()
             videos.append(NameOf(name));
     }
     for (const std::string &name : unwanted)
-        RemoveEntry(folder + "/" + name);
+        RemoveEntry(std::string(folder).append("/").append(name));
     for (const QString &name : std::as_const(videos))
         Diag(kUnit, __func__, kVideoFoundLine, "%s", name.toLatin1().constData());
 }

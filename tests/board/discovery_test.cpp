@@ -187,7 +187,7 @@ TEST_F(BoardDiscovery, CustomPortAnswersTheSender)
     const auto status = pc.Ask(Status(1), board->BoardAddress(), 12345);
     ASSERT_TRUE(status);
     EXPECT_EQ(status->bytes, Answered(41) + Le32(1) + Le32(0) + Le32(12345) + kId);
-    ExpectSilence(Status(1, "C1-0123456788\0"), 12345);
+    ExpectSilence(Status(1, "C1-0123456788" + Zeros(1)), 12345);
     for (const std::uint32_t command : {2U, 5U, 6U})
         ExpectSilence(Status(command), 12345);
     ExpectSilence(kHeader + Le32(0) + kId + RemoteAddress(board->PcAddress(), 4000), 12345);

@@ -5,6 +5,8 @@
 namespace
 {
 
+constexpr char kTakeNewInterfaces[] = "cp /etc/network/interfaces_static /etc/network/interfaces; "
+                                      "rm /etc/network/interfaces_static";
 constexpr char kCopyPort[] = "cp /home/root/plexa_data/server_config_tmp /home/root/plexa_data/server_config";
 constexpr char kPreUp[] = "        pre-up /bin/grep -v -e \"ip=[0-9]\\+\\.[0-9]\\+\\.[0-9]\\+\\.[0-9]\\+\" "
                           "/proc/cmdline > /dev/null\n";
@@ -49,9 +51,7 @@ TEST_F(AddressChange, FixedToDhcpAndBack)
     EXPECT_EQ(
         board->Commands(),
         (std::vector<std::string>{"killall -9 udhcpc", "ifconfig eth0 " + address + " netmask 255.255.255.0",
-                                  "route add default gw " + gateway,
-                                  "cp /etc/network/interfaces_static /etc/network/interfaces; "
-                                  "rm /etc/network/interfaces_static",
+                                  "route add default gw " + gateway, kTakeNewInterfaces,
                                   "rm /etc/resolv.conf; echo \"nameserver 8.8.8.8\" >> /etc/resolv.conf",
                                   kCopyPort, kCopyPort}));
     EXPECT_EQ(Interfaces(), std::string(kHead) + "iface eth0 inet static\n        address " + address +

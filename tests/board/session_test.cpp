@@ -176,11 +176,13 @@ TEST_F(Sessions, PacketsInAnyPieces)
         EXPECT_TRUE(peer.Send(packet));
         const std::string reply = peer.Take(kVersionReply);
         // Three packets, cut at every place of the first; each piece is served before the next is sent.
+        const std::string two = packet + packet;
+        const std::string threeReplies = reply + reply + reply;
         for (std::size_t cut = 1; cut < packet.size(); ++cut) {
             EXPECT_TRUE(peer.Send(packet.substr(0, cut)));
             EXPECT_TRUE(peer.Silent(2));
-            EXPECT_TRUE(peer.Send(packet.substr(cut) + packet + packet));
-            EXPECT_EQ(peer.Take(3 * kVersionReply), reply + reply + reply) << cut;
+            EXPECT_TRUE(peer.Send(packet.substr(cut).append(two)));
+            EXPECT_EQ(peer.Take(3 * kVersionReply), threeReplies) << cut;
         }
         for (const char byte : packet)
             EXPECT_TRUE(peer.Send(std::string(1, byte)));

@@ -69,7 +69,7 @@ TEST_F(SettingsTest, LoadsSavesAndReadsBack)
     EXPECT_TRUE(port.Send(Command(4)));
     EXPECT_EQ(port.Take(48),
               Records({{18, 9}, {4, 16}, {3, 128 + 64 * 65536}, {12, 0}, {14, 8}}) + std::string(8, '\xFF'));
-    EXPECT_TRUE(port.Send(Command(13, "\0")));
+    EXPECT_TRUE(port.Send(Command(13, Zeros(1))));
     EXPECT_TRUE(port.Send(Command(13, std::string(1, '\x32'))));
     EXPECT_TRUE(port.Send(Command(8)));
     EXPECT_EQ(

@@ -9,6 +9,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
+#include <fmt/core.h>
 #include <fstream>
 #include <linux/fb.h>
 #include <netinet/in.h>
@@ -418,7 +419,7 @@ TEST(VirtualBoardEnd, NothingIsLeftAfterAKill)
             usleep(static_cast<useconds_t>(row.after * 1000));
         std::string victim = std::to_string(outer);
         for (int generation = 0; generation < row.generation; ++generation)
-            victim = std::to_string(std::stoi(ReadText("/proc/" + victim + "/task/" + victim + "/children")));
+            victim = std::to_string(std::stoi(ReadText(fmt::format("/proc/{0}/task/{0}/children", victim))));
         ASSERT_EQ(kill(std::stoi(victim), SIGKILL), 0);
         int status = 0;
         ASSERT_EQ(waitpid(outer, &status, 0), outer);

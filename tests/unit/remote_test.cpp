@@ -137,7 +137,7 @@ TEST(RemoteFraming, CompleteIncompleteBroken)
         RemoteFrame::Result result;
     } rows[] = {
         {"", incomplete},
-        {"\x08\0\0", incomplete},
+        {std::string("\x08\0\0", 3), incomplete},
         {Le32(0), broken},
         {Le32(7) + Le32(99), broken},
         {Le32(9217), broken},
@@ -208,7 +208,8 @@ TEST(RemoteConnection, OnlyTheNewestLogsInAndOnlyWithAMonitor)
     const Listener newer;
     MonitorSession slot;
     context->SetAddrParam(context, "127.0.0.1", 0, old.port, "first");
-    context->ConnectToServer(context); // waits for the loop's SetMonitor, which never comes for it
+    context->ConnectToServer(context);      // waits for the loop's SetMonitor, which never comes for it
+    context->DisconnectFromServer(context); // and the next one need not keep its distance
     context->SetAddrParam(context, "127.0.0.1", 0, newer.port, "second");
     context->ConnectToServer(context);
     context->SetMonitor(context, &slot);

@@ -9,6 +9,7 @@
 
 #include <QMetaMethod>
 
+#include <algorithm>
 #include <fcntl.h>
 #include <linux/netlink.h>
 #include <sys/socket.h>
@@ -271,7 +272,7 @@ TEST(PlayerLiaison, ShortMessagesAreNotRead)
     // What a shorter message left behind in the buffer reads as a reboot.
     char buffer[wire::kSessionBufferSize] = {};
     const std::string reboot = Word(12) + Word(3) + Word(13);
-    std::memcpy(buffer, reboot.data(), reboot.size());
+    std::copy(reboot.begin(), reboot.end(), buffer);
     SocketSession session;
     EXPECT_EQ(DisposePlexaMessage(&session), 0); // no buffer
     session.buff = buffer;
