@@ -343,9 +343,9 @@ void BoardRoot::BindIn(const std::string &hostPath, const std::string &path)
     Mount(hostPath.c_str(), root_ + path, nullptr, MS_BIND | MS_REC);
 }
 
-void BoardRoot::ConnectSerial(const std::string &slave)
+void BoardRoot::ConnectLine(const std::string &name, const std::string &slave)
 {
-    const std::string device = root_ + "/dev/ttyO0";
+    const std::string device = root_ + "/dev/" + name;
     umount2(device.c_str(), MNT_DETACH);
     unlink(device.c_str());
     if (slave.empty())

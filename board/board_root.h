@@ -37,8 +37,8 @@ public:
     void CopyIn(const std::string &hostPath, const std::string &path);
     void BindIn(const std::string &hostPath, const std::string &path);
 
-    // The FPGA's line: `slave` becomes "/dev/ttyO0"; an empty path takes it away.
-    void ConnectSerial(const std::string &slave);
+    // `slave` becomes the device "/dev/NAME"; an empty path takes it away.
+    void ConnectLine(const std::string &name, const std::string &slave);
     // The disk's content stays while it is out. `mebibytes` counts when the disk is made or its size changes.
     void PlugUsbDisk(unsigned mebibytes);
     void UnplugUsbDisk();

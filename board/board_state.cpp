@@ -60,6 +60,7 @@ nlohmann::json StateJson(const VirtualBoard &board)
         connections.push_back({{"peer", one.peer}, {"port", one.port}});
     const auto exit = board.DaemonExit();
     const auto address = board.Eth0Address();
+    const ModemView modem = board.TheModem().View();
     return {
         {"running", board.Running()},
         {"boots", board.Boots()},
@@ -75,6 +76,8 @@ nlohmann::json StateJson(const VirtualBoard &board)
         {"pc", {{"interface", board.PcInterface()}, {"address", board.PcAddress()}}},
         {"cable", board.CableIn()},
         {"usb", board.UsbDiskIn()},
+        {"modem",
+         {{"in", modem.in}, {"state", ModemText(modem)}, {"signal", modem.signal}, {"sms", modem.sms}}},
         {"player", board.ThePlayer().LoggedIn()},
         {"connections", connections},
         {"frames", board.Frames().size()},
@@ -82,6 +85,24 @@ nlohmann::json StateJson(const VirtualBoard &board)
         {"commands", board.Commands().size()},
         {"heartbeats", board.Heartbeats().size()},
     };
+}
+
+std::string ModemText(const ModemView &modem)
+{
+    if (!modem.in)
+        return "out";
+    const char *how = "in";
+    if (modem.hangs)
+        how = "in, hangs";
+    else if (modem.sim != ModemSim::Ready)
+        how = modem.sim == ModemSim::Pin ? "in, the SIM wants a PIN" : "in, no SIM";
+    else if (modem.network == ModemNetwork::Home)
+        how = "in, registered";
+    else if (modem.network == ModemNetwork::Roaming)
+        how = "in, roaming";
+    else
+        how = modem.network == ModemNetwork::Denied ? "in, refused by the network" : "in, searching";
+    return fmt::format("{}, {} SMS", how, modem.sms);
 }
 
 static std::string DaemonText(const VirtualBoard &board)
@@ -105,6 +126,7 @@ std::vector<std::string> StateLines(const VirtualBoard &board)
                     board.BoardMac(), board.CableIn() ? "in" : "out", board.PcAddress(), board.PcInterface()),
         fmt::format("USB     disk {}; player {}; {} heartbeat{}", board.UsbDiskIn() ? "in" : "out",
                     board.ThePlayer().LoggedIn() ? "logged in" : "away", beats, beats == 1 ? "" : "s"),
+        fmt::format("modem   {}", ModemText(board.TheModem().View())),
     };
 }
 

@@ -23,6 +23,7 @@ std::vector<Connection> Connections(const VirtualBoard &board);
 nlohmann::json StateJson(const VirtualBoard &board);
 std::vector<std::string> StateLines(const VirtualBoard &board);
 
+std::string ModemText(const ModemView &modem);         // "in, registered, 1 SMS"
 std::string FrameLine(const Frame &frame);             // "a5 09 64 00 00 00 a5  luminance 100"
 std::string MessageLine(const PlayerMessage &message); // "SS_CMD_SLANT_LINE value 1"
 std::string WordsLine(const std::vector<std::string> &words);

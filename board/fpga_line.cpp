@@ -4,12 +4,7 @@
 #include "fpga_frame.h"
 
 #include <array>
-#include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
 #include <fmt/core.h>
-#include <sys/ioctl.h>
-#include <sys/mount.h>
 
 namespace board
 {
@@ -70,50 +65,36 @@ void FrameDecoder::Forget()
     strayBytes_ = 0;
 }
 
-FpgaLine::FpgaLine(Watcher &watcher, const std::string &folder) : watcher_(watcher), folder_(folder)
+FpgaLine::FpgaLine(Watcher &watcher, const std::string &folder) : watcher_(watcher), line_(folder)
 {
-    std::filesystem::create_directories(folder);
-    Checked(mount("devpts", folder.c_str(), "devpts", MS_NOSUID | MS_NOEXEC,
-                  "newinstance,ptmxmode=0666,mode=666"),
-            "mount devpts");
     Connect();
 }
 
 void FpgaLine::Connect()
 {
-    if (master_.Get() >= 0)
+    if (line_.IsOpen())
         return;
-    master_ = Descriptor(
-        Checked(open((folder_ + "/ptmx").c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK), "open ptmx"));
-    int unlock = 0;
-    Checked(ioctl(master_.Get(), TIOCSPTLCK, &unlock), "unlock the line");
-    unsigned number = 0;
-    Checked(ioctl(master_.Get(), TIOCGPTN, &number), "number of the line");
-    slavePath_ = fmt::format("{}/{}", folder_, number);
-    slave_ = Descriptor(Checked(open(slavePath_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), "open the line"));
-    watcher_.Add(master_.Get(), [this] { Receive(); });
+    line_.Open();
+    watcher_.Add(line_.Master(), [this] { Receive(); });
 }
 
 void FpgaLine::HangUp()
 {
-    if (master_.Get() < 0)
+    if (!line_.IsOpen())
         return;
-    watcher_.Remove(master_.Get());
-    slave_.Reset();
-    master_.Reset();
+    watcher_.Remove(line_.Master());
+    line_.Close();
 }
 
 FpgaLine::~FpgaLine()
 {
     HangUp();
-    umount2(folder_.c_str(), MNT_DETACH);
-    rmdir(folder_.c_str());
 }
 
 void FpgaLine::Receive()
 {
     std::array<char, 4096> bytes;
-    const ssize_t got = read(master_.Get(), bytes.data(), bytes.size());
+    const ssize_t got = read(line_.Master(), bytes.data(), bytes.size());
     if (got <= 0)
         return;
     const std::lock_guard guard(watcher_.Lock());
@@ -139,16 +120,9 @@ std::size_t FpgaLine::StrayBytes() const
     return decoder_.StrayBytes();
 }
 
-termios FpgaLine::Attributes() const
-{
-    termios attributes{};
-    Checked(tcgetattr(slave_.Get(), &attributes), "settings of the line");
-    return attributes;
-}
-
 void FpgaLine::Send(const std::string &bytes)
 {
-    Checked(static_cast<int>(write(master_.Get(), bytes.data(), bytes.size())), "send to the daemon");
+    Checked(static_cast<int>(write(line_.Master(), bytes.data(), bytes.size())), "send to the daemon");
 }
 
 void FpgaLine::Forget()

@@ -2,12 +2,11 @@
 // fpga_line.h — the far end of "/dev/ttyO0": reads what the daemon sends to the FPGA and decodes the frames.
 #pragma once
 
-#include "descriptor.h"
+#include "pseudo_terminal.h"
 #include "watcher.h"
 
 #include <cstdint>
 #include <string>
-#include <termios.h>
 #include <vector>
 
 namespace board
@@ -47,13 +46,13 @@ public:
     FpgaLine(Watcher &watcher, const std::string &folder); // `folder`: where its own devpts is mounted
     ~FpgaLine();
 
-    const std::string &SlavePath() const { return slavePath_; }
+    const std::string &SlavePath() const { return line_.SlavePath(); }
     void HangUp();  // the daemon's writes fail from now on; nothing when it is hung up
     void Connect(); // a fresh line after HangUp, at a SlavePath of its own; nothing when it is connected
     std::vector<Frame> Frames() const;
     std::string Bytes() const; // everything that came, as it came
     std::size_t StrayBytes() const;
-    termios Attributes() const;          // as the daemon has set the line
+    termios Attributes() const { return line_.Attributes(); }
     void Send(const std::string &bytes); // from the FPGA to the daemon
     void Forget();
 
@@ -61,10 +60,7 @@ private:
     void Receive();
 
     Watcher &watcher_;
-    std::string folder_;
-    std::string slavePath_;
-    Descriptor master_;
-    Descriptor slave_; // kept open, so that the line and its settings outlive the daemon
+    PseudoTerminal line_;
     FrameDecoder decoder_;
     std::string bytes_;
 };

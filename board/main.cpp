@@ -33,6 +33,7 @@ struct Settings {
     Words command;
     Words request; // to a board that runs already
     bool dhcp = false, dhcpSilent = false, noAddress = false;
+    bool modem = false;
     bool noSerial = false, noPlayer = false, noSupervisor = false, noDaemon = false;
     bool json = false, follow = false;
 };
@@ -136,6 +137,7 @@ static Options BoardOptions(const Settings &settings)
         options.addressing = board::Addressing::DhcpSilent;
     else if (settings.noAddress)
         options.addressing = board::Addressing::None;
+    options.modem = settings.modem;
     options.serial = !settings.noSerial;
     options.player = !settings.noPlayer;
     options.supervisor = !settings.noSupervisor;
@@ -172,6 +174,7 @@ static void AddBoardOptions(CLI::App &app, Settings &settings)
     app.add_flag("--dhcp", settings.dhcp, "eth0 asks by DHCP, a server answers")->group(group);
     app.add_flag("--dhcp-silent", settings.dhcpSilent, "eth0 asks by DHCP, nobody answers")->group(group);
     app.add_flag("--no-address", settings.noAddress, "eth0 is up without an address")->group(group);
+    app.add_flag("--modem", settings.modem, "a 3G modem is plugged in")->group(group);
     app.add_flag("--no-serial", settings.noSerial, "there is no /dev/ttyO0")->group(group);
     app.add_flag("--no-player", settings.noPlayer, "no player logs in")->group(group);
     app.add_flag("--no-supervisor", settings.noSupervisor, "nobody listens for the heartbeat")->group(group);
@@ -216,12 +219,13 @@ static Words PcShell()
 
 static void Welcome(const VirtualBoard &board)
 {
-    fmt::print("This shell is the PC at the other end of the board's cable ({} on {}).\n"
-               "The board is at {} ($BOARD). Programs here: ledboard, virtual-board.\n"
-               "virtual-board state, log, frames, messages, commands: what the board does.\n"
-               "virtual-board cable out|in, usb in|out, kill, restart, reboot: what happens to it.\n"
-               "virtual-board run -- sh: a shell inside the board. exit ends everything.\n\n",
-               board.PcAddress(), board.PcInterface(), board.Eth0Address().value_or("no address yet"));
+    fmt::print(
+        "This shell is the PC at the other end of the board's cable ({} on {}).\n"
+        "The board is at {} ($BOARD). Programs here: ledboard, virtual-board.\n"
+        "virtual-board state, log, frames, messages, commands: what the board does.\n"
+        "virtual-board cable out|in, usb in|out, modem in|out, kill, restart, reboot: what happens to it.\n"
+        "virtual-board run -- sh: a shell inside the board. exit ends everything.\n\n",
+        board.PcAddress(), board.PcInterface(), board.Eth0Address().value_or("no address yet"));
     std::fflush(stdout);
 }
 
@@ -294,6 +298,7 @@ struct Request {
     const char *help;
     const char *argument; // nullptr: none
     bool records;         // can be followed
+    int most = 2;         // words of the argument
 };
 
 static constexpr Request kRequests[] = {
@@ -308,6 +313,9 @@ static constexpr Request kRequests[] = {
     {"forget", "empty all of these records", nullptr, false},
     {"cable", "pull the Ethernet cable or plug it in", "in|out", false},
     {"usb", "plug a USB disk in or pull it out; the player tells the daemon", "in|out [MIB]", false},
+    {"modem", "plug the modem in or pull it out, or say how it is", "in|out|no-sim|pin|sms SENDER TEXT|...",
+     false, 64},
+    {"at", "AT commands the modem was given", nullptr, true},
     {"serial", "connect or take away /dev/ttyO0", "in|out", false},
     {"player", "the player logs in or goes away", "on|off", false},
     {"supervisor", "the supervisor listens or goes away", "on|off", false},
@@ -326,7 +334,9 @@ static void AddRequests(CLI::App &app, Settings &settings)
         if (request.records)
             verb->add_flag("--follow,-f", settings.follow, "go on showing what comes");
         if (request.argument != nullptr)
-            verb->add_option("what", settings.request, request.argument)->required()->expected(1, 2);
+            verb->add_option("what", settings.request, request.argument)
+                ->required()
+                ->expected(1, request.most);
         verb->callback(
             [&settings, name = request.name] { settings.request.insert(settings.request.begin(), name); });
     }

@@ -51,6 +51,7 @@ struct Options {
     unsigned dataMebibytes = 0;      // not 0: /home/root/plexa_data is a file system of this size
     std::vector<ScreenMode> screens; // "/dev/fb0" and on, at most three. Not for a daemon under an emulator.
     bool serial = true;              // false: no "/dev/ttyO0"
+    bool modem = false;              // true: a modem on "/dev/ttyUSB3" is plugged in at boot
     bool player = true;              // a player logs in as soon as the daemon listens
     bool supervisor = true;          // somebody listens on 127.0.0.1:6666 inside
     bool startDaemon = true;         // at boot

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 #include <fstream>
 #include <functional>
 #include <linux/capability.h>
@@ -94,6 +95,54 @@ static Answer Usb(VirtualBoard &board, const Words &words)
     });
 }
 
+// What is done to the modem, for words without an argument.
+static const std::map<std::string, void (*)(VirtualBoard &)> &ModemActions()
+{
+    static const std::map<std::string, void (*)(VirtualBoard &)> actions = {
+        {"in", [](auto &board) { board.ModemPlugged(true); }},
+        {"out", [](auto &board) { board.ModemPlugged(false); }},
+        {"sim", [](auto &board) { board.TheModem().SetSim(ModemSim::Ready); }},
+        {"no-sim", [](auto &board) { board.TheModem().SetSim(ModemSim::None); }},
+        {"pin", [](auto &board) { board.TheModem().SetSim(ModemSim::Pin); }},
+        {"searching", [](auto &board) { board.TheModem().SetNetwork(ModemNetwork::Searching); }},
+        {"registered", [](auto &board) { board.TheModem().SetNetwork(ModemNetwork::Home); }},
+        {"roaming", [](auto &board) { board.TheModem().SetNetwork(ModemNetwork::Roaming); }},
+        {"denied", [](auto &board) { board.TheModem().SetNetwork(ModemNetwork::Denied); }},
+        {"hang", [](auto &board) { board.TheModem().Hang(true); }},
+        {"answer", [](auto &board) { board.TheModem().Hang(false); }},
+        {"no-ucs2", [](auto &board) { board.TheModem().KnowUcs2(false); }},
+        {"ucs2", [](auto &board) { board.TheModem().KnowUcs2(true); }},
+    };
+    return actions;
+}
+
+static Answer ModemSignal(VirtualBoard &board, const std::string &text)
+{
+    unsigned steps = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), steps);
+    if (error != std::errc() || end != text.data() + text.size() || (steps > 31 && steps != 99))
+        return Failure("the signal is a number from 0 to 31, or 99");
+    board.TheModem().SetSignal(steps);
+    return Done("modem signal " + text);
+}
+
+static Answer ModemDoes(VirtualBoard &board, const Words &words)
+{
+    if (words.size() == 3 && words[1] == "signal")
+        return ModemSignal(board, words[2]);
+    if (words.size() > 3 && words[1] == "sms") {
+        const Words text(words.begin() + 3, words.end());
+        board.TheModem().Deliver(words[2], fmt::format("{}", fmt::join(text, " ")));
+        return Done("the modem has an SMS");
+    }
+    const auto action = ModemActions().find(words.size() == 2 ? words[1] : "");
+    if (action == ModemActions().end())
+        return Failure("modem wants in, out, sim, no-sim, pin, searching, registered, roaming, denied, "
+                       "signal STEPS, sms SENDER TEXT, hang, answer, no-ucs2 or ucs2");
+    action->second(board);
+    return Done("modem " + words[1]);
+}
+
 static Answer Screenshot(VirtualBoard &board, const Words &words)
 {
     if (words.size() < 2)
@@ -126,6 +175,7 @@ static const std::map<std::string, Verb> &Actions()
                      auto &words) { return Switch(words, "in", "out", [&](bool in) { board.Cable(in); }); }},
         {"usb", Usb},
         {"screenshot", Screenshot},
+        {"modem", ModemDoes},
         {"kill", [](auto &board, auto &) { return Do([&] { board.KillDaemon(); }, "the daemon is killed"); }},
         {"restart",
          [](auto &board, auto &) { return Do([&] { board.RestartDaemon(); }, "the daemon is started"); }},
@@ -186,6 +236,8 @@ static const std::map<std::string, Verb> &Reports()
          }},
         {"frames",
          [](auto &board, auto &words) { return ListOf(board.Frames(), words, FrameLine, FrameJson); }},
+        {"at", [](auto &board,
+                  auto &words) { return ListOf(board.TheModem().Commands(), words, CleanLine, Text); }},
         {"messages",
          [](auto &board, auto &words) {
              return ListOf(board.PlayerMessages(), words, MessageLine, MessageJson);

@@ -23,6 +23,8 @@ namespace board
 
 namespace fs = std::filesystem;
 
+static constexpr char kSerialName[] = "ttyO0";
+static constexpr char kModemName[] = "ttyUSB3";
 static constexpr Milliseconds kNetworkLimit{10000};
 static constexpr Milliseconds kDaemonLimit{20000}; // under an emulator or a sanitizer it takes its time
 static constexpr Milliseconds kLoginLimit{5000};
@@ -55,9 +57,10 @@ Options::Options()
 
 VirtualBoard::VirtualBoard(const Options &options)
     : options_(options), root_(options_), network_(options_.number),
-      fpga_(watcher_, fmt::format("{}/line{}", kPcFolder, options_.number)), supervisor_(watcher_, network_),
-      player_(watcher_, network_), tree_(watcher_, [this](BoardEnd end) { Ended(end); }),
-      journal_(root_.Journal())
+      fpga_(watcher_, fmt::format("{}/line{}", kPcFolder, options_.number)),
+      modem_(watcher_, fmt::format("{}/modem{}", kPcFolder, options_.number)),
+      supervisor_(watcher_, network_), player_(watcher_, network_),
+      tree_(watcher_, [this](BoardEnd end) { Ended(end); }), journal_(root_.Journal())
 {
     for (const std::string &word : options_.prefix) {
         if (word.front() == '/' && fs::exists(word) && !root_.Exists(word))
@@ -95,7 +98,10 @@ void VirtualBoard::BootInside()
     supervisor_.Listen(false);
     player_.Connect(false);
     root_.MountVolatile();
-    root_.ConnectSerial(options_.serial ? fpga_.SlavePath() : "");
+    root_.ConnectLine(kSerialName, options_.serial ? fpga_.SlavePath() : "");
+    modem_.Plug(false);
+    modem_.Plug(options_.modem);
+    root_.ConnectLine(kModemName, options_.modem ? modem_.SlavePath() : "");
     LayFramebuffers(root_, options_.screens);
     tree_.Boot(root_.Folder(), network_.NamespaceDescriptor());
     StartNetwork();
@@ -424,7 +430,20 @@ void VirtualBoard::SerialLine(bool connected)
     else
         fpga_.HangUp();
     if (tree_.Running())
-        root_.ConnectSerial(connected ? fpga_.SlavePath() : "");
+        root_.ConnectLine(kSerialName, connected ? fpga_.SlavePath() : "");
+}
+
+void VirtualBoard::ModemPlugged(bool in)
+{
+    const std::lock_guard power(power_);
+    options_.modem = in;
+    if (!tree_.Running())
+        return;
+    if (!in)
+        root_.ConnectLine(kModemName, "");
+    modem_.Plug(in);
+    if (in)
+        root_.ConnectLine(kModemName, modem_.SlavePath());
 }
 
 void VirtualBoard::UsbDisk(bool in, unsigned mebibytes)

@@ -25,6 +25,7 @@
 #include "framebuffer.h"
 #include "inside_process.h"
 #include "journal.h"
+#include "modem.h"
 #include "options.h"
 #include "player.h"
 #include "supervisor.h"
@@ -112,6 +113,9 @@ public:
     // --- what hangs on the board ---
     void SerialLine(bool connected); // "/dev/ttyO0" is there from now on, or gone
     FpgaLine &Fpga() { return fpga_; }
+    void ModemPlugged(bool in); // "/dev/ttyUSB3" is there from now on, or gone
+    Modem &TheModem() { return modem_; }
+    const Modem &TheModem() const { return modem_; }
     void UsbDisk(bool in,
                  unsigned mebibytes = 1024); // a file system on /home/root/usb_dev; keeps its content
     bool UsbDiskIn() const;
@@ -168,6 +172,7 @@ private:
     BoardRoot root_;
     BoardNetwork network_;
     FpgaLine fpga_;
+    Modem modem_;
     Supervisor supervisor_;
     Player player_;
     InsideTree tree_;

@@ -82,6 +82,7 @@ void VirtualBoard::Forget()
 {
     fpga_.Forget();
     player_.Forget();
+    modem_.Forget();
     supervisor_.Forget();
     const std::lock_guard guard(lock_);
     journal_.Poll();

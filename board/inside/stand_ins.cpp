@@ -3,12 +3,14 @@
 #include "inside.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
 #include <sys/reboot.h>
 #include <sys/uio.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 void AppendToJournal(char kind, const char *bytes, unsigned long size)
@@ -70,15 +72,44 @@ static int RunDate(int argc, char **argv)
     return 127;
 }
 
-// The dial-up daemon goes into the background and stays there until somebody kills it.
+// As the board's shell does it, but without a word in the journal. True when it worked.
+static bool RunUnseen(const char *script)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        execl("/usr/bin/busybox", "sh", "-c", script, nullptr);
+        _exit(127);
+    }
+    int status = -1;
+    return child > 0 && waitpid(child, &status, 0) == child && status == 0;
+}
+
+// The dial-up daemon makes its link, goes into the background and stays there until somebody kills it; the
+// link goes with it.
 static int RunPppd(int argc, char **argv)
 {
+    constexpr int kConnectFailed = 8;
+    constexpr char kUp[] = "ip link add ppp0 type veth peer name ppp0-peer && ip link set ppp0-peer up && "
+                           "ip addr add 10.64.64.64 peer 10.64.64.1 dev ppp0 && ip link set ppp0 up";
+    constexpr char kDown[] = "ip link delete ppp0";
     Journal("pppd", argc, argv);
+    sigset_t ends;
+    sigemptyset(&ends);
+    for (const int number : {SIGHUP, SIGINT, SIGTERM})
+        sigaddset(&ends, number);
+    sigprocmask(SIG_BLOCK, &ends, nullptr);
+    if (access("/etc/ppp/no-carrier", F_OK) == 0 || !RunUnseen(kUp))
+        return kConnectFailed;
     if (fork() != 0)
         return 0;
     setsid();
-    for (;;)
-        pause();
+    const int nothing = open("/dev/null", O_RDWR);
+    for (int standard = 0; standard < 3; ++standard)
+        dup2(nothing, standard);
+    int number = 0;
+    sigwait(&ends, &number);
+    RunUnseen(kDown);
+    return 0;
 }
 
 static int SyncBoard()
