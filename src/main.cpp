@@ -55,6 +55,8 @@ int main()
     InitDeviceInfo();
     StartHeartbeat();
     g_serial->Serve();
+    g_3GInfo->Start();
     WorkLoop();
+    g_3GInfo->Stop();
     return 0;
 }

@@ -6,6 +6,7 @@ namespace paths
 {
 
 constexpr char kSerialDevice[] = "/dev/ttyO0";
+constexpr char kModemDevice[] = "/dev/ttyUSB3";
 constexpr char kPanel[] = "/dev/fb0";
 constexpr char kSecondPanel[] = "/dev/fb1";
 constexpr char kThirdPanel[] = "/dev/fb2";
@@ -15,6 +16,7 @@ constexpr char kServerConfig[] = "/home/root/plexa_data/server_config";
 constexpr char kServerConfigTemporary[] = "/home/root/plexa_data/server_config_tmp";
 constexpr char kRemoteServer[] = "/home/root/plexa_data/remote_server";
 constexpr char kRebootPloy[] = "/home/root/plexa_data/reboot_ploy";
+constexpr char kSms[] = "/home/root/plexa_data/sms";
 constexpr char kSetting[] = "/home/root/plexa_data/setting.ss";
 constexpr char kPlayerSetting[] = "/home/root/setting.ss";
 constexpr char kStagedSetting[] = "setting.ss.bak"; // relative to where the daemon was started
@@ -38,6 +40,8 @@ constexpr char kFirmware[] = "/tmp/QV_Firmware";
 constexpr char kTemporary[] = "/home/root/temp";
 constexpr char kInfo[] = "/usr/share/info";
 constexpr char kUpgradeState[] = "/usr/share/info/server_upgrade_state";
+
+constexpr char kModemPeer[] = "/etc/ppp/peers/3g";
 
 constexpr char kInterfaces[] = "/etc/network/interfaces";
 constexpr char kInterfacesDynamic[] = "/etc/network/interfaces_dynamic";

@@ -150,6 +150,23 @@ void ShellGroup::End()
         kill(-group_, SIGKILL);
 }
 
+bool ShellChild::Start(const std::string &command)
+{
+    SpawnSetup setup;
+    setup.SetOwnGroup();
+    child_ = setup.Start(command).value_or(-1);
+    return child_ != -1;
+}
+
+std::optional<int> ShellChild::Ended()
+{
+    int status = -1;
+    if (child_ == -1 || waitpid(child_, &status, WNOHANG) == 0)
+        return std::nullopt;
+    child_ = -1;
+    return status;
+}
+
 std::string ReadShell(const std::string &command, std::size_t limit)
 {
     int ends[2];

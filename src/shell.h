@@ -5,6 +5,7 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 
@@ -26,6 +27,18 @@ public:
 private:
     std::mutex mutex_;
     pid_t group_ = -1;
+};
+
+// A command that runs beside the caller, in a process group of its own, and may outlive the daemon. One
+// thread.
+class ShellChild
+{
+public:
+    bool Start(const std::string &command); // false: no shell could be started (logged). None may run.
+    std::optional<int> Ended(); // once: the wait status as waitpid gives it; nothing before and later
+
+private:
+    pid_t child_ = -1;
 };
 
 // A name as it may stand in a command: plain names (letters, digits and "._/-+,:=@%" not led by a dash)

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+// What a modem says: however it is cut, the answer is the same, nothing grows beyond its bound, and every
+// text and number of it can be read.
+#include "third_generation_answers.h"
+#include "third_generation_lines.h"
+#include "third_generation_sms.h"
+
+#include <cstdlib>
+
+namespace
+{
+
+constexpr AtCommand kCommands[] = {
+    {"AT+CMGL=\"ALL\"", std::chrono::seconds(10), AtKind::kListing, "+CMGL:"},
+    {"AT+CREG?", std::chrono::seconds(3), AtKind::kPrefixed, "+CREG:"},
+    {"AT+CGMM", std::chrono::seconds(3), AtKind::kBare},
+    {"ATE0"},
+};
+
+void Require(bool holds)
+{
+    if (!holds)
+        std::abort();
+}
+
+// Everything an answer holds, as one text.
+std::string Told(const AtCommand &command, std::string_view bytes, std::size_t piece)
+{
+    AtLines lines;
+    AtExchange exchange(command);
+    bool complete = false;
+    for (; !bytes.empty(); bytes.remove_prefix(std::min(piece, bytes.size()))) {
+        lines.Feed(bytes.substr(0, piece));
+        while (const auto line = complete ? std::nullopt : lines.Next()) {
+            Require(!line->text.empty() && line->text.size() <= kLongestAtLine);
+            complete = exchange.Take(*line);
+        }
+    }
+    complete = complete || exchange.TakeTimeout();
+    std::string told = complete ? "complete" : "open";
+    told += exchange.Answer().ok ? " ok " : exchange.Answer().failure;
+    for (const std::string &line : exchange.Answer().lines)
+        told += "\n" + line;
+    for (const AtMessage &message : exchange.Answer().messages)
+        told += "\n" + message.header + "\n" + message.body;
+    for (const std::string &line : exchange.Unsolicited())
+        told += "\n!" + line;
+    return told;
+}
+
+void ReadAll(const std::string &text)
+{
+    ParseRegistration(text);
+    ParseOperator(text);
+    ParseFailure(text);
+    const auto signal = ParseSignal(text);
+    Require(!signal || (*signal >= -113 && *signal <= -51));
+    const std::string imei = ParseImei(text);
+    Require(imei.empty() || (imei.size() >= 14 && imei.size() <= 17));
+    const auto header = ParseMessageHeader(text);
+    for (const auto charset : {ModemCharset::kUcs2, ModemCharset::kGsm, ModemCharset::kRaw}) {
+        for (const std::optional<std::size_t> length : {std::optional<std::size_t>(), BodyLength(text)}) {
+            const SmsMessage message{header ? header->time : 0, header ? header->sender : "",
+                                     SmsText(text, length, charset)};
+            const auto again = SmsFromJson(SmsToJson(message));
+            Require(again && *again == message);
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    if (size == 0)
+        return -1;
+    const AtCommand &command = kCommands[data[0] & 3];
+    const std::string_view bytes(reinterpret_cast<const char *>(data) + 1, size - 1);
+    const std::string whole = Told(command, bytes, bytes.size() + 1);
+    Require(whole.size() < 200'000);
+    Require(Told(command, bytes, 1) == whole);
+    Require(Told(command, bytes, 1 + data[0] / 4) == whole);
+    ReadAll(std::string(bytes));
+    return 0;
+}

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// third_generation_store.h — messages on the disk: "/home/root/plexa_data/sms", one JSON object a line. Modem
+// thread.
+#pragma once
+
+#include "third_generation_sms.h"
+
+#include <deque>
+#include <vector>
+
+class SmsStore
+{
+public:
+    void Load(); // the last messages of the file, if there is one
+
+    // True when the message is on the disk, now or from before: one that could not be deleted from the modem,
+    // or was not for a power cut, comes again. False (logged once) when it could not be written.
+    bool Keep(const SmsMessage &message);
+
+    // The last ten, oldest first.
+    std::vector<SmsMessage> Last() const;
+
+private:
+    bool Append(const SmsMessage &message);
+
+    std::deque<SmsMessage> kept_; // as many as a SIM may still hold
+    bool failing_ = false;
+};
