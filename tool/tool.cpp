@@ -6,6 +6,7 @@
 #include "firmware_verb.h"
 #include "info_verb.h"
 #include "interrupt.h"
+#include "modem_verb.h"
 #include "network_verb.h"
 #include "screen_verbs.h"
 #include "server_verb.h"
@@ -28,6 +29,7 @@ constexpr Verb kVerbs[] = {
     {"info", "Show everything that a board tells about itself.", DefineInfo},
     {"server", "Say to which management server boards connect.", DefineServer},
     {"upload", "Send a display program to boards.", DefineUpload},
+    {"modem", "Show how the 3G modem is and what it has received.", DefineModem},
     {"network", "Show or change how a board gets its address.", DefineNetwork},
     {"settings", "Show, save, load or change the screen settings.", DefineSettings},
     {"brightness", "Set or show the brightness.", DefineBrightness},

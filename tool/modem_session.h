@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+// modem_session.h — asks a board's modem service.
+#pragma once
+
+#include "session_client.h"
+
+#include "modem_records.h"
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace ledboard
+{
+
+// One thread at a time. Every call throws ToolError.
+class ModemSession
+{
+public:
+    ModemSession(const Board &board, const std::string &interfaceName, std::chrono::milliseconds patience);
+
+    wire::ModemStatusReply AskStatus();
+    std::vector<wire::ModemSms> AskSms(); // oldest first
+
+private:
+    void Ask(wire::ModemCommand command);
+
+    SessionClient session_;
+};
+
+} // namespace ledboard

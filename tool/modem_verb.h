@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// modem_verb.h — "ledboard modem": how a board's 3G modem is and what it has received.
+#pragma once
+
+#include "verb.h"
+
+namespace ledboard
+{
+
+VerbAction DefineModem(CLI::App &command);
+
+} // namespace ledboard
