@@ -380,8 +380,7 @@ TEST_F(ToolSettings, FullDisksAreTold)
     Local(Noise(20'000));
     ExpectFailure({"luminance", "put", kLocal}, 1, "(its disk may be full)");
     Pairs other = Panel();
-    for (std::uint32_t id = 0; id < 2000; ++id)
-        other.emplace_back(80, id);
+    other.insert(other.end(), 2000, {80, 1});
     Local(SettingFile(other));
     ExpectFailure({"settings", "load", kLocal}, 6, "the board holds something else than was sent");
 }

@@ -58,30 +58,49 @@ TEST(RebootSchedule, DaysAndTimesAreRead)
 
 TEST(RebootSchedule, IsShownAsTheBoardTakesIt)
 {
-    const auto ploy = [](char enabled, const char *offset, char mode, char days, const char *mask) {
-        return std::string{enabled} + "??" + std::string(offset, 2) + "\4\36\11?" + mode +
-               std::string(3, '\0') + days + std::string(3, '\0') + std::string(mask, 4);
+    const auto ploy = [](char enabled, int offset, char mode, char days, unsigned mask) {
+        const auto byte = [](unsigned value, int shift) { return static_cast<char>(value >> shift & 0xFF); };
+        const auto minutes = static_cast<unsigned>(offset);
+        return std::string{enabled,
+                           '?',
+                           '?',
+                           byte(minutes, 0),
+                           byte(minutes, 8),
+                           4,
+                           30,
+                           9,
+                           '?',
+                           mode,
+                           0,
+                           0,
+                           0,
+                           days,
+                           0,
+                           0,
+                           0,
+                           byte(mask, 0),
+                           byte(mask, 8),
+                           byte(mask, 16),
+                           byte(mask, 24)};
     };
     const struct {
         std::string bytes;
         const char *text;
     } rows[] = {
-        {ploy(0, "\0\0", 0, 3, "\0\0\0\0"), "no scheduled reboot"},
-        {ploy(1, "\0\0", 0, 1, "\0\0\0\0"), "reboots every day at 04:30:09"},
-        {ploy(1, "\0\0", 0, 7, "\x12\0\0\0"), "reboots every 7 days at 04:30:09"},
-        {ploy(1, "\0\0", 0, 8, "\0\0\0\0"),
-         "reboots every day (it was told 8 and counts modulo one week) at 04:30:09"},
-        {ploy(1, "\0\0", 0, 62, "\0\0\0\0"),
+        {ploy(0, 0, 0, 3, 0), "no scheduled reboot"},
+        {ploy(1, 0, 0, 1, 0), "reboots every day at 04:30:09"},
+        {ploy(1, 0, 0, 7, 0x12), "reboots every 7 days at 04:30:09"},
+        {ploy(1, 0, 0, 8, 0), "reboots every day (it was told 8 and counts modulo one week) at 04:30:09"},
+        {ploy(1, 0, 0, 62, 0),
          "reboots every 6 days (it was told 62 and counts modulo one week) at 04:30:09"},
-        {ploy(1, "\0\0", 0, 63, "\0\0\0\0"), "reboots every day at 04:30:09"},
-        {ploy(1, "\0\0", 0, 0, "\0\0\0\0"), "reboots every day at 04:30:09"},
-        {ploy(1, "\0\0", 2, 2, "\x12\0\0\0"), "reboots every 2 days at 04:30:09"},
-        {ploy(1, "\0\0", 1, 2, "\x12\0\0\0"), "reboots on mon,thu at 04:30:09"},
-        {ploy(1, "\0\0", 1, 2, "\1\0\0\0"), "no scheduled reboot"},
-        {ploy(1, "\0\0", 1, 2, "\x02\1\0\0"), "no scheduled reboot"},
-        {ploy(1, "\xA6\xFF", 1, 2, "\x80\0\0\0"),
-         "reboots on sun at 04:30:09 of a clock -90 minutes from the board's"},
-        {ploy(1, "\xA1\x05", 1, 2, "\x80\0\0\0"), "reboots on sun at 04:30:09"}, // 1441 minutes
+        {ploy(1, 0, 0, 63, 0), "reboots every day at 04:30:09"},
+        {ploy(1, 0, 0, 0, 0), "reboots every day at 04:30:09"},
+        {ploy(1, 0, 2, 2, 0x12), "reboots every 2 days at 04:30:09"},
+        {ploy(1, 0, 1, 2, 0x12), "reboots on mon,thu at 04:30:09"},
+        {ploy(1, 0, 1, 2, 1), "no scheduled reboot"},
+        {ploy(1, 0, 1, 2, 0x102), "no scheduled reboot"},
+        {ploy(1, -90, 1, 2, 0x80), "reboots on sun at 04:30:09 of a clock -90 minutes from the board's"},
+        {ploy(1, 1441, 1, 2, 0x80), "reboots on sun at 04:30:09"},
     };
     for (const auto &row : rows)
         EXPECT_EQ(TextOf(row.bytes), row.text);

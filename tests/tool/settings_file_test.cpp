@@ -59,15 +59,15 @@ TEST(SettingsFile, RecordsAreDecodedAndShown)
 TEST(SettingsFile, WhatABoardWouldNotSendWholeIsRefused)
 {
     const std::string record("\5\0\0\0\1\0\0\0", 8);
-    const auto file = [](const char *head) { return std::string(head, 8); };
-    EXPECT_EQ(MessageOf(file("\x6D\x48\1\0\x08\0\0\0") + record), "");
-    for (const std::string &bytes :
-         {std::string(), std::string("\x6D\x48\1\0\x08\0\0", 7), file("\x48\x6D\1\0\x08\0\0\0") + record})
+    EXPECT_EQ(MessageOf(std::string("\x6D\x48\1\0\x08\0\0\0", 8) + record), "");
+    for (const std::string &bytes : {std::string(), std::string("\x6D\x48\1\0\x08\0\0", 7),
+                                     std::string("\x48\x6D\1\0\x08\0\0\0", 8) + record})
         EXPECT_EQ(MessageOf(bytes), "it is no settings file");
     for (const std::string &bytes :
-         {file("\x6D\x48\0\0\0\0\0\0"), file("\x6D\x48\1\0\x08\0\0\0"),
-          file("\x6D\x48\1\0\x07\0\0\0") + record, file("\x6D\x48\2\0\x10\0\0\0") + record,
-          file("\x6D\x48\1\0\x08\0\0\1") + record})
+         {std::string("\x6D\x48\0\0\0\0\0\0", 8), std::string("\x6D\x48\1\0\x08\0\0\0", 8),
+          std::string("\x6D\x48\1\0\x07\0\0\0", 8) + record,
+          std::string("\x6D\x48\2\0\x10\0\0\0", 8) + record,
+          std::string("\x6D\x48\1\0\x08\0\0\1", 8) + record})
         EXPECT_EQ(MessageOf(bytes), "it is damaged: its header does not fit its records");
 }
 
