@@ -21,6 +21,14 @@ template <typename Function> void ExpectUsage(const char *text, Function functio
     }
 }
 
+std::string Little(unsigned value, int bytes)
+{
+    std::string text;
+    for (int shift = 0; shift < 8 * bytes; shift += 8)
+        text += static_cast<char>(value >> shift & 0xFF);
+    return text;
+}
+
 // All 21 bytes, so that the places in the file are seen here.
 std::string TextOf(const std::string &bytes)
 {
@@ -58,30 +66,9 @@ TEST(RebootSchedule, DaysAndTimesAreRead)
 
 TEST(RebootSchedule, IsShownAsTheBoardTakesIt)
 {
-    const auto ploy = [](char enabled, int offset, char mode, char days, unsigned mask) {
-        const auto byte = [](unsigned value, int shift) { return static_cast<char>(value >> shift & 0xFF); };
-        const auto minutes = static_cast<unsigned>(offset);
-        return std::string{enabled,
-                           '?',
-                           '?',
-                           byte(minutes, 0),
-                           byte(minutes, 8),
-                           4,
-                           30,
-                           9,
-                           '?',
-                           mode,
-                           0,
-                           0,
-                           0,
-                           days,
-                           0,
-                           0,
-                           0,
-                           byte(mask, 0),
-                           byte(mask, 8),
-                           byte(mask, 16),
-                           byte(mask, 24)};
+    const auto ploy = [](char enabled, int offset, char mode, unsigned days, unsigned mask) {
+        return std::string{enabled, '?', '?'} + Little(static_cast<unsigned>(offset), 2) +
+               std::string{4, 30, 9, '?', mode} + Little(0, 3) + Little(days, 4) + Little(mask, 4);
     };
     const struct {
         std::string bytes;
