@@ -120,8 +120,8 @@ void SlantPattern::Paint()
         return;
     for (int row = 0; row < target_->width; ++row) // turned by 270 degrees: as many as the device has rows
         CopyRow(row);
-    // QUIRK phase-0-once: phase 8 looks like phase 0, which comes only once; a cycle of eight would be
-    // expected.
+    // QUIRK phase-0-once: phase 1 follows phase 8, so that phase 0 comes only once; a cycle of eight phases
+    // would be expected.
     phase_ = phase_ == kPeriod ? 1 : phase_ + 1;
 }
 

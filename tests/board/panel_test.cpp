@@ -105,7 +105,7 @@ protected:
 
 TEST_F(PanelTest, NinePhasesWhileAClientIsSilent)
 {
-    options.screens = {{.width = 52, .height = 35}};
+    options.screens = {{.width = 52, .height = 35, .bitsPerPixel = 16, .padding = 24}};
     Boot();
     Litter();
     const Peer port = Port();
@@ -115,22 +115,22 @@ TEST_F(PanelTest, NinePhasesWhileAClientIsSilent)
     EXPECT_TRUE(WaitForTwoHeartbeats([&] { Settle(port); }));
     EXPECT_TRUE(IsDark()) << "a client that talks keeps the service from drawing";
     board->Forget();
-    // Phase 8 looks like phase 0, which does not come again.
+    // Phase 8 is phase 0 with lines in its corner too, and phase 0 does not come again.
     const int phases[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 1, 2};
     std::size_t waits = 0;
     for (const int phase : phases) {
         EXPECT_TRUE(board->WaitForLog("select continue.", ++waits));
-        EXPECT_TRUE(WaitForPhase(ThinLines, phase, 700ms)) << "wait " << waits << ", phase " << phase;
+        EXPECT_TRUE(WaitForPhase(DoubleLines, phase, 700ms)) << "wait " << waits << ", phase " << phase;
     }
     const std::string begun = Command(15);
     EXPECT_TRUE(port.Send(begun.substr(0, 3)));
     board->Forget();
     EXPECT_TRUE(board->WaitForLog("select continue."));
-    EXPECT_TRUE(WaitForPhase(ThinLines, 3, 700ms)) << "a client in the middle of a packet";
+    EXPECT_TRUE(WaitForPhase(DoubleLines, 3, 700ms)) << "a client in the middle of a packet";
     EXPECT_TRUE(port.Send(begun.substr(3)));
     EXPECT_EQ(port.Take(14).size(), 14U);
     End(port);
-    EXPECT_TRUE(WaitForPhase(ThinLines, 4)) << "without a client again";
+    EXPECT_TRUE(WaitForPhase(DoubleLines, 4)) << "without a client again";
 }
 
 TEST_F(PanelTest, SignalTurnsItOnAndOff)
@@ -144,9 +144,9 @@ TEST_F(PanelTest, SignalTurnsItOnAndOff)
     EXPECT_TRUE(board->WaitFor([&] { return IsDark(0) && IsDark(1) && IsDark(2); }));
     EXPECT_TRUE(WaitForPhase(ThinLines, 0));
     const auto begin = std::chrono::steady_clock::now();
-    for (const int phase : {1, 2, 3})
+    for (const int phase : {1, 2, 3, 4, 5, 6, 7, 8, 1})
         EXPECT_TRUE(WaitForPhase(ThinLines, phase)) << phase;
-    EXPECT_GT(std::chrono::steady_clock::now() - begin, 2s) << "once a second";
+    EXPECT_GT(std::chrono::steady_clock::now() - begin, 8s) << "once a second";
     EXPECT_EQ(MappingsOfThePanel(), 1U);
     EXPECT_EQ(board->OpenDescriptors(), descriptors + 1);
 
