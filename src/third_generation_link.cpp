@@ -151,7 +151,7 @@ std::string ModemLink::Step(bool registered)
     case DialAction::kNone:
         break;
     }
-    const std::string failure = plan_.TakeFailure();
+    std::string failure = plan_.TakeFailure();
     if (!failure.empty())
         Diag(kUnit, "ModemLink", __LINE__, "modem link: %s.", failure.c_str());
     return failure;

@@ -26,6 +26,11 @@ struct Extended {
 constexpr Extended kExtension[] = {{0x0A, u'\f'}, {0x14, u'^'}, {0x28, u'{'}, {0x29, u'}'}, {0x2F, u'\\'},
                                    {0x3C, u'['},  {0x3D, u'~'}, {0x3E, u']'}, {0x40, u'|'}, {0x65, u'€'}};
 
+char16_t DefaultCharacter(char septet)
+{
+    return kAlphabet[static_cast<unsigned char>(septet) & 0x7FU];
+}
+
 // Texts in UCS2 that a person writes begin in these rows, mostly: up to Arabic, punctuation, and the scripts
 // of East Asia.
 bool LooksWritten(char16_t first)
@@ -81,18 +86,15 @@ std::string GsmToUtf8(std::string_view septets)
 {
     std::vector<char16_t> units;
     for (std::size_t at = 0; at < septets.size(); ++at) {
-        const char code = static_cast<char>(septets[at] & 0x7F);
-        if (code != kEscape) {
-            units.push_back(kAlphabet[static_cast<std::size_t>(code)]);
+        if (septets[at] != kEscape) {
+            units.push_back(DefaultCharacter(septets[at]));
             continue;
         }
         if (++at == septets.size())
             break;
         const auto known = std::ranges::find(kExtension, septets[at], &Extended::code);
         // An extension that is not known is shown as the character of the default alphabet (6.2.1.1).
-        units.push_back(known != std::end(kExtension)
-                            ? known->character
-                            : kAlphabet[static_cast<std::size_t>(septets[at] & 0x7F)]);
+        units.push_back(known != std::end(kExtension) ? known->character : DefaultCharacter(septets[at]));
     }
     return ToUtf8(units);
 }

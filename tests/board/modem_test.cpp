@@ -32,7 +32,7 @@ protected:
     {
         const Peer peer = LogIn();
         EXPECT_TRUE(peer.Send(Request(1)));
-        const std::string reply = peer.Take(308);
+        std::string reply = peer.Take(308);
         EXPECT_EQ(reply.substr(0, 8), Le32(308) + Le32(1));
         return reply;
     }
