@@ -55,8 +55,9 @@ sockaddr_in At(const char *address, std::uint16_t port)
         FD_SET(fd, &readable);
         for (std::size_t pair = 0; pair < idle.size(); pair += 2)
             FD_SET(idle[pair], &readable);
+        fd_set failed = readable; // the daemon asks for those as well
         timeval limit{.tv_sec = 1, .tv_usec = 0};
-        if (select(FD_SETSIZE / 16, &readable, nullptr, nullptr, &limit) < 1)
+        if (select(FD_SETSIZE / 16, &readable, nullptr, &failed, &limit) < 1)
             continue;
         sockaddr_in sender{};
         socklen_t size = sizeof sender;

@@ -157,7 +157,7 @@ std::shared_ptr<PushSession> MakePush(Boards &boards, const asio::any_io_executo
         if (ids.empty())
             throw std::out_of_range("no board is connected");
         const auto source = std::make_shared<SourceFolder>(request.at("folder").get<std::string>());
-        const auto session = std::make_shared<PushSession>(boards, executor);
+        auto session = std::make_shared<PushSession>(boards, executor);
         session->Start(ids, source);
         return session;
     } catch (const std::out_of_range &error) {
