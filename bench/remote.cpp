@@ -280,6 +280,7 @@ int main(int count, char **arguments)
 {
     const int mebibytes = count > 1 ? std::atoi(arguments[1]) : 256;
     const int boards = count > 2 ? std::atoi(arguments[2]) : 200;
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // programs that are forked print nothing of it again
     board::EnterPcSide();
     const pid_t server =
         StartServer({"run", "--listen", "0.0.0.0:" + std::to_string(kPort), "--control", kControl, "--quiet"},
