@@ -3,8 +3,11 @@
 #pragma once
 
 #include <algorithm>
+#include <arpa/inet.h>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <netinet/in.h>
 #include <sched.h>
 #include <string>
 #include <sys/resource.h>
@@ -35,6 +38,15 @@ inline double Percentile(Samples samples, double part)
     return samples.empty()
                ? 0
                : samples[static_cast<std::size_t>(part * static_cast<double>(samples.size() - 1))];
+}
+
+inline sockaddr_in At(const char *address, std::uint16_t port)
+{
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    inet_pton(AF_INET, address, &result.sin_addr);
+    return result;
 }
 
 // The server on one processor, its clients on the other, both ahead of what else runs on this machine.

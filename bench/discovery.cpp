@@ -31,15 +31,6 @@ constexpr int kUnderWay = 32;
 constexpr int kSingles = 4000; // asked one after the other in a run
 constexpr std::chrono::milliseconds kRunTime{1000};
 
-sockaddr_in At(const char *address, std::uint16_t port)
-{
-    sockaddr_in result{};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(port);
-    inet_pton(AF_INET, address, &result.sin_addr);
-    return result;
-}
-
 // Never returns: the baseline's process.
 [[noreturn]] void EchoLoop(int fd, bool broadcast)
 {
@@ -74,7 +65,7 @@ pid_t StartEcho(const board::VirtualBoard &board, std::uint16_t port, bool broad
     const Descriptor fd(board.SocketInBoard(AF_INET, SOCK_DGRAM));
     const int on = 1;
     setsockopt(fd.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
-    const sockaddr_in any = At("0.0.0.0", port);
+    const sockaddr_in any = bench::At("0.0.0.0", port);
     if (bind(fd.Get(), reinterpret_cast<const sockaddr *>(&any), sizeof any) == -1)
         throw std::runtime_error("the baseline has no port");
     const pid_t child = fork();
@@ -88,11 +79,11 @@ class Asker
 {
 public:
     Asker(const std::string &address, std::uint16_t port)
-        : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)), to_(At(address.c_str(), port))
+        : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)), to_(bench::At(address.c_str(), port))
     {
         const int on = 1;
         setsockopt(fd_.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
-        const sockaddr_in any = At("0.0.0.0", 0);
+        const sockaddr_in any = bench::At("0.0.0.0", 0);
         bind(fd_.Get(), reinterpret_cast<const sockaddr *>(&any), sizeof any);
     }
 

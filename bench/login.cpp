@@ -25,15 +25,6 @@ using board::Descriptor;
 constexpr std::uint16_t kBarePort = 7003;
 constexpr std::chrono::milliseconds kRunTime{1000};
 
-sockaddr_in At(const char *address, std::uint16_t port)
-{
-    sockaddr_in result{};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(port);
-    inet_pton(AF_INET, address, &result.sin_addr);
-    return result;
-}
-
 // Never returns: the baseline's process.
 [[noreturn]] void AnswerLoop(int listener)
 {
@@ -51,7 +42,7 @@ sockaddr_in At(const char *address, std::uint16_t port)
 pid_t StartBare(const board::VirtualBoard &board)
 {
     const Descriptor fd(board.SocketInBoard(AF_INET, SOCK_STREAM));
-    const sockaddr_in any = At("0.0.0.0", kBarePort);
+    const sockaddr_in any = bench::At("0.0.0.0", kBarePort);
     if (bind(fd.Get(), reinterpret_cast<const sockaddr *>(&any), sizeof any) == -1 ||
         listen(fd.Get(), 1) == -1)
         throw std::runtime_error("the baseline has no port");
@@ -106,8 +97,8 @@ int main(int count, char **arguments)
 
     bench::Row rate{"logins/s", {}, {}, bench::Limit::kAtLeastRatio, 0.60};
     for (int run = 0; run < runs; ++run) {
-        rate.subject.push_back(Rate(At(board.BoardAddress().c_str(), wire::kSessionPort)));
-        rate.baseline.push_back(Rate(At(board.BoardAddress().c_str(), kBarePort)));
+        rate.subject.push_back(Rate(bench::At(board.BoardAddress().c_str(), wire::kSessionPort)));
+        rate.baseline.push_back(Rate(bench::At(board.BoardAddress().c_str(), kBarePort)));
     }
     kill(bare, SIGKILL);
     waitpid(bare, nullptr, 0);
