@@ -42,8 +42,8 @@ void GetScreenPara(unsigned &width, unsigned &height, unsigned &level)
         if (const auto record = RecordAt(file.get(), kLevelOffset))
             level = record->value;
     }
-    std::printf("(w, h): (%d, %d), l: %d.\n", static_cast<int>(width), static_cast<int>(height),
-                static_cast<int>(level));
+    std::fprintf(stderr, "(w, h): (%d, %d), l: %d.\n", static_cast<int>(width), static_cast<int>(height),
+                 static_cast<int>(level));
 }
 
 void RefreshScreenSize()

@@ -83,7 +83,7 @@ int KSerialThread::LogIn()
 int KSerialThread::LogOut()
 {
     Diag(kUnit, "LogOut", kLogOutLine, "%s", "");
-    ClientLeft(Entrance::kSession);
+    ClientLeft();
     WriteSettingToSerial();
     return 0;
 }
@@ -96,7 +96,7 @@ int KSerialThread::DisposePacket(SocketSession *session)
         return 0;
     }
     SettingAnswer answer;
-    const int result = Handle(Entrance::kSession, *bytes, &answer);
+    const int result = Handle(session, *bytes, &answer);
     if (!Deliver(&answer, session->fd, kSessionPatience, s_mutex)) {
         Diag(kUnit, __func__, __LINE__, "session does not take its answer, closed.");
         session->connectFlag = 0;
@@ -108,18 +108,18 @@ int KSerialThread::DisposePacket(int fd)
 {
     SettingAnswer answer;
     const std::size_t length = std::to_integer<std::size_t>(received_[0]);
-    const int result = Handle(Entrance::kPort, wire::Bytes(received_).first(length + 1), &answer);
+    const int result = Handle(this, wire::Bytes(received_).first(length + 1), &answer);
     return Deliver(&answer, fd, kPortPatience, s_mutex) ? result : 0;
 }
 
-int KSerialThread::Handle(Entrance entrance, wire::Bytes bytes, SettingAnswer *answer)
+int KSerialThread::Handle(Client client, wire::Bytes bytes, SettingAnswer *answer)
 {
     const std::lock_guard lock(s_mutex);
     packet.fill(std::byte{0});
     std::memcpy(packet.data(), bytes.data(), bytes.size());
     switch (std::to_integer<std::uint8_t>(packet[1])) {
     case wire::kPacketCommand:
-        return HandleCommand(entrance, answer);
+        return HandleCommand(client, answer);
     case wire::kPacketFrame:
         return HandleFrame();
     case wire::kPacketData:
@@ -129,23 +129,33 @@ int KSerialThread::Handle(Entrance entrance, wire::Bytes bytes, SettingAnswer *a
     }
 }
 
-int KSerialThread::HandleCommand(Entrance entrance, SettingAnswer *answer)
+int KSerialThread::HandleCommand(Client client, SettingAnswer *answer)
 {
     const std::uint32_t code = wire::Read<wire::SettingCommand>(packet)->code;
     std::printf("serial type cmd. data: %d.\n", static_cast<int>(code));
-    return Commands(this, entrance, answer).Run(code);
+    return Commands(this, client, answer).Run(code);
 }
 
-void KSerialThread::ClientLeft(Entrance entrance)
+void KSerialThread::SessionEnds(const SocketSession *session)
+{
+    CloseTransfers(session);
+}
+
+void KSerialThread::CloseTransfers(Client client)
+{
+    const std::lock_guard lock(s_mutex);
+    for (Transfer *const transfer : {&luminanceFile, &bootScreenFile}) {
+        if (transfer->client == client)
+            *transfer = {};
+    }
+}
+
+void KSerialThread::ClientLeft()
 {
     bool debugging = false;
     {
         const std::lock_guard lock(s_mutex);
         debugging = debugFlag;
-        for (Transfer *const transfer : {&luminanceFile, &bootScreenFile}) {
-            if (transfer->file && transfer->entrance == entrance)
-                transfer->file.reset();
-        }
     }
     if (!debugging)
         ProbePlayer();

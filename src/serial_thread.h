@@ -38,9 +38,10 @@ public:
     void Serve();
 
     // For the session layer; main thread.
-    int LogIn();                               // 0
-    int LogOut();                              // 0
-    int DisposePacket(SocketSession *session); // non-zero done, 0 refused or the client's last; not used
+    int LogIn();                                    // 0
+    int LogOut();                                   // 0
+    void SessionEnds(const SocketSession *session); // before its LogOut: what it was sending is closed
+    int DisposePacket(SocketSession *session);      // non-zero done, 0 refused or the client's last; not used
 
     // The FPGA and the settings files; any thread.
     int WriteSettingToSerial();                         // 1 all records sent, 0 stopped early (logged)
@@ -71,13 +72,14 @@ protected:
 private:
     friend void CopySettingToBoot(bool computed);
 
-    enum class Entrance { kNone, kPort, kSession }; // where a packet came in
-    class Commands;                                 // one command, in serial_thread_commands.h
+    using Client = const void *; // only compared: a session, or the service itself for port 8879
+    class Commands;              // one command, in serial_thread_commands.h
 
     // A file that a client sends chunk by chunk.
     struct Transfer {
         FilePointer file;
-        Entrance entrance = Entrance::kNone; // of the client that began it
+        Client client = nullptr; // who began it
+        bool failed = false;     // nothing more is stored until its end, which says so
     };
 
     // Port 8879; service thread.
@@ -92,12 +94,13 @@ private:
     int ReadBody(int fd, std::size_t length); // as Read
     int DisposePacket(int fd);                // non-zero to go on, 0 to end the connection
 
-    int Handle(Entrance entrance, wire::Bytes bytes, SettingAnswer *answer); // as DisposePacket(int)
-    void ClientLeft(Entrance entrance);
+    int Handle(Client client, wire::Bytes bytes, SettingAnswer *answer); // as DisposePacket(int)
+    void CloseTransfers(Client client);
+    void ClientLeft();         // any
     static void ProbePlayer(); // the answer is not used
 
     // With the lock held; results as DisposePacket(int) where nothing else is said.
-    int HandleCommand(Entrance entrance, SettingAnswer *answer);
+    int HandleCommand(Client client, SettingAnswer *answer);
     int HandleFrame();
     int HandleData();
     int SendBytesToFpga(wire::Bytes bytes);                    // 7 sent, anything else not (logged)

@@ -98,8 +98,8 @@ const std::array<KSerialThread::Commands::Row, 29> KSerialThread::Commands::kRow
     {wire::kSettingWritePloy, nullptr, &Commands::WritePloy},
 }};
 
-KSerialThread::Commands::Commands(KSerialThread *service, Entrance entrance, SettingAnswer *answer)
-    : service_(service), entrance_(entrance), answer_(answer)
+KSerialThread::Commands::Commands(KSerialThread *service, Client client, SettingAnswer *answer)
+    : service_(service), client_(client), answer_(answer)
 {
 }
 

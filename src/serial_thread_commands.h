@@ -11,7 +11,7 @@
 class KSerialThread::Commands
 {
 public:
-    Commands(KSerialThread *service, Entrance entrance, SettingAnswer *answer);
+    Commands(KSerialThread *service, Client client, SettingAnswer *answer);
     int Run(std::uint32_t code);
 
 private:
@@ -74,7 +74,7 @@ private:
     void StageAgain();         // the last steps of saving
 
     KSerialThread *service_;
-    Entrance entrance_;
+    Client client_;
     SettingAnswer *answer_;
     std::uint32_t code_ = 0;
 };

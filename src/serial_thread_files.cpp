@@ -203,7 +203,9 @@ int KSerialThread::Commands::BootScreen()
 
 int KSerialThread::Commands::Receive(const TransferKind &kind, Transfer *transfer)
 {
-    switch (static_cast<std::uint8_t>(ArgumentWord())) {
+    constexpr unsigned kNoKind =
+        0x100; // an empty packet is no first chunk, which would empty the stored file
+    switch (Argument().empty() ? kNoKind : ArgumentWord() & 0xFF) {
     case wire::kChunkData:
         return ReceiveData(kind, transfer);
     case wire::kChunkEnd:
@@ -216,10 +218,13 @@ int KSerialThread::Commands::Receive(const TransferKind &kind, Transfer *transfe
 
 int KSerialThread::Commands::ReceiveData(const TransferKind &kind, Transfer *transfer)
 {
+    if (transfer->failed)
+        return 0;
     if (!transfer->file) {
-        *transfer = {.file = OpenFile(kind.choosePath(), "wb"), .entrance = entrance_};
+        *transfer = {.file = OpenFile(kind.choosePath(), "wb"), .client = client_};
         if (!transfer->file) {
             std::printf("%d.\n", kind.openLine);
+            transfer->failed = true;
             return 0;
         }
     }
@@ -230,6 +235,7 @@ int KSerialThread::Commands::ReceiveData(const TransferKind &kind, Transfer *tra
         return 1;
     DiagErrno(kUnit, "DisposePacket", __LINE__, "write of command %d: ", static_cast<int>(code_));
     transfer->file.reset();
+    transfer->failed = true;
     return 0;
 }
 
@@ -238,7 +244,7 @@ int KSerialThread::Commands::ReceiveEnd(const TransferKind &kind, Transfer *tran
     const bool stored = transfer->file && Finish(transfer->file.get(), true);
     if (transfer->file && !stored)
         DiagErrno(kUnit, "DisposePacket", __LINE__, "write of command %d: ", static_cast<int>(code_));
-    transfer->file.reset();
+    *transfer = {};
     if (stored)
         kind.stored(answer_);
     wire::ChunkResult result{

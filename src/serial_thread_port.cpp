@@ -40,6 +40,8 @@ void SetKeepAlive(int fd)
     SetOption(fd, IPPROTO_TCP, TCP_KEEPIDLE, kIdle);
     SetOption(fd, IPPROTO_TCP, TCP_KEEPINTVL, kInterval);
     SetOption(fd, IPPROTO_TCP, TCP_KEEPCNT, kProbes);
+    // No probe is sent while an answer is not acknowledged.
+    SetOption(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, (kIdle + kProbes * kInterval) * 1000);
 }
 
 bool NothingYet(ssize_t received)
@@ -122,7 +124,8 @@ void KSerialThread::Accept()
         shutdown(client.Get(), SHUT_RDWR);
         client.Reset();
         clientServed_ = false;
-        ClientLeft(Entrance::kPort);
+        CloseTransfers(this);
+        ClientLeft();
         if (!SocketInit())
             return;
     }

@@ -74,6 +74,7 @@ void CallLogOut(const SocketSession *session)
         static_cast<KWorkThread *>(session->session)->LogOut();
         break;
     case wire::kSessionSettings:
+        static_cast<KSerialThread *>(session->session)->SessionEnds(session);
         static_cast<KSerialThread *>(session->session)->LogOut();
         break;
     case wire::kSessionFirmware:
@@ -184,8 +185,8 @@ bool Dispatch(SocketSession *session)
     case wire::kSessionUpload:
         return g_recvProgram->DisposePacket(session) != -1;
     case wire::kSessionSettings:
-        g_serial->DisposePacket(session);
-        return true;
+        g_serial->DisposePacket(session); // its result is not looked at
+        return session->connectFlag != 0; // nobody waits for a second answer that is not taken
     case wire::kSessionFirmware:
         if (g_version->DisposePacket(session) != -1)
             return true;

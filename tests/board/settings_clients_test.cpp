@@ -111,10 +111,11 @@ TEST_F(SettingClients, StreamsReachSlowReadersWhole)
     const Peer dead = Port();
     EXPECT_TRUE(dead.Send(Command(24)));
     const Peer session = Session();
-    EXPECT_TRUE(session.Send(Framed(Command(24))));
+    EXPECT_TRUE(session.Send(Framed(Command(24)) + Framed(Command(24)) + Framed(Command(24))));
     EXPECT_TRUE(board->WaitForLog("session does not take its answer, closed.", 1, 8s));
     EXPECT_TRUE(board->WaitForLog("[---src/serial_thread::LogOut::2072---] "));
     EXPECT_TRUE(board->WaitForLog("wait accept one client.", 3, 15s));
+    EXPECT_EQ(Count("session does not take its answer, closed."), 1U) << "each waits for its own two seconds";
     End(Port());
 }
 
@@ -160,6 +161,21 @@ TEST_F(SettingClients, FullDiskIsToldToTheSender)
     const Peer other = Port();
     EXPECT_TRUE(other.Send(Command(14, "\1")));
     EXPECT_EQ(other.Take(10).substr(6), Le32(0));
+
+    // A session is not ended by it: no later chunk begins the file again, and its end says that it failed.
+    const Peer session = Session();
+    for (int count = 0; count < 64; ++count)
+        EXPECT_TRUE(session.Send(Framed(chunk)));
+    EXPECT_TRUE(session.Send(Framed(Command(14, "\1"))));
+    EXPECT_EQ(session.Take(10).substr(6), Le32(0));
+    board->Run("rm /home/root/plexa_data/fill");
+    EXPECT_TRUE(session.Send(Framed(chunk) + Framed(Command(14, "\1"))));
+    EXPECT_EQ(session.Take(10).substr(6), Le32(1));
+    // A packet without anything in it leaves the file as it is.
+    EXPECT_TRUE(session.Send(Framed(Command(14))));
+    EXPECT_TRUE(session.Send(Framed(Command(14, "\1"))));
+    EXPECT_EQ(session.Take(10).substr(6), Le32(0));
+    EXPECT_EQ(board->ReadFile("/home/root/plexa_data/luminance_file").size(), 249U);
 }
 
 TEST_F(SettingClients, AllEntrancesAtOnce)

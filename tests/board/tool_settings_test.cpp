@@ -363,6 +363,7 @@ TEST_F(ToolSettings, BusyBoardsAreWaitedForAndThenRefuse)
     EXPECT_EQ(waiting.Wait().status, 0);
     {
         std::vector<LedboardRun> crowd;
+        crowd.reserve(5);
         for (int count = 0; count < 5; ++count)
             crowd.emplace_back(std::vector<std::string>{"settings", "show", board->BoardAddress()});
         for (const LedboardRun &run : crowd)
