@@ -125,13 +125,14 @@ void CloseCustomPort()
     SetCustomPort(0);
 }
 
-// A socket that could not be opened leaves -1 in its slot, which the loop does not watch.
-void OpenCustomSlot(std::size_t index, int port, int fd)
+// False when the socket could not be opened: the slot then stays shut.
+bool OpenCustomSlot(std::size_t index, int port, int fd)
 {
     MonitorSession &slot = (*g_sessions)[index];
     slot.localPort = port;
-    slot.valid = 1;
+    slot.valid = fd >= 0 ? 1 : 0;
     slot.fd = fd;
+    return fd >= 0;
 }
 
 void ChangeCustomPort(std::int32_t port)
@@ -144,9 +145,12 @@ void ChangeCustomPort(std::int32_t port)
     if (port < kLowestCustomPort || port > kHighestCustomPort)
         return;
     SetCustomPort(port);
-    if (g_sessions != nullptr) {
-        OpenCustomSlot(kSlotCustomSessions, port, InitTcpSocket(kAnyAddress, port));
-        OpenCustomSlot(kSlotCustomDiscovery, port, InitUdpSocket(kAnyAddress, port));
+    if (g_sessions != nullptr &&
+        (!OpenCustomSlot(kSlotCustomSessions, port, InitTcpSocket(kAnyAddress, port)) ||
+         !OpenCustomSlot(kSlotCustomDiscovery, port, InitUdpSocket(kAnyAddress, port)))) {
+        // Stored, it would end every start from now on.
+        CloseCustomPort();
+        return;
     }
     WriteCustomPortToFile(port);
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // network.h — the work loop: one thread, nine watched endpoints, every TCP client (docs/protocols.md,
-// "Ports").
+// first table).
 #pragma once
 
 #include <array>

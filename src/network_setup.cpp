@@ -69,7 +69,7 @@ bool CreateServerConfig()
         return false;
     }
     const FilePointer file = OpenFile(paths::kServerConfig, "w");
-    return file && std::fputs("port=0\n", file.get()) >= 0;
+    return file && std::fputs("port=0\n", file.get()) >= 0 && std::fflush(file.get()) == 0;
 }
 
 int InitTcpSocketOnAny(int port)

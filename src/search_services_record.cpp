@@ -219,6 +219,7 @@ void WriteCustomPortToFile(int port)
         const FilePointer to = from ? OpenFile(paths::kServerConfigTemporary, "w") : nullptr;
         if (!to)
             return;
+        bool written = true;
         char part[256];
         bool atLineStart = true;
         bool isPortLine = false;
@@ -226,14 +227,18 @@ void WriteCustomPortToFile(int port)
             if (atLineStart) {
                 isPortLine = std::strncmp(part, kKey, sizeof kKey - 1) == 0;
                 if (isPortLine)
-                    std::fprintf(to.get(), "port=%d\n", port);
+                    written &= std::fprintf(to.get(), "port=%d\n", port) > 0;
             }
             if (!isPortLine)
-                std::fputs(part, to.get());
+                written &= std::fputs(part, to.get()) >= 0;
             atLineStart = std::strchr(part, '\n') != nullptr;
         }
-        std::fflush(to.get());
-        fsync(fileno(to.get()));
+        written &= std::fflush(to.get()) == 0 && fsync(fileno(to.get())) == 0;
+        if (!written) { // the command then leaves the file as it is
+            DiagErrno(kUnit, __func__, __LINE__, "write of the custom port: ");
+            unlink(paths::kServerConfigTemporary);
+        }
     }
     RunShell(std::string("cp ") + paths::kServerConfigTemporary + " " + paths::kServerConfig);
+    SyncFile(paths::kServerConfig);
 }

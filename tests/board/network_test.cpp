@@ -145,6 +145,24 @@ TEST_F(AddressChange, WhatIsNotThereIsNotRewritten)
     }
 }
 
+TEST_F(AddressChange, APortInUseIsNotKept)
+{
+    options.files["/home/root/plexa_data/server_config"] = "port=0\n";
+    Start();
+    const board::Descriptor taken(board->SocketInBoard(AF_INET, SOCK_DGRAM));
+    sockaddr_in any{};
+    any.sin_family = AF_INET;
+    any.sin_port = htons(12000);
+    ASSERT_EQ(bind(taken.Get(), reinterpret_cast<const sockaddr *>(&any), sizeof any), 0);
+    const std::size_t descriptors = board->OpenDescriptors();
+    Send(ToFixed(board->BoardAddress(), 12000));
+    ASSERT_TRUE(board->WaitForLog("udp port 12000 bind fail:  Address already in use"));
+    EXPECT_EQ(Mode(), std::make_pair('f', 0U));
+    EXPECT_FALSE(AcceptsTcp(12000));
+    EXPECT_EQ(board->ReadFile("/home/root/plexa_data/server_config"), "port=0\n");
+    EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; }, 15s));
+}
+
 TEST_F(AddressChange, APortKnownFromStartStaysClosed)
 {
     options.addressing = board::Addressing::Dhcp;
