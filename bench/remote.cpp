@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// bench_remote [MEBIBYTES [BOARDS]]: what ledboard-server does. A file is pushed to a virtual board; then
-// many boards, played by this program, stay connected and get a program of one MiB all at once. Prints rates,
-// the server's processor time and its memory; there is no limit to miss.
+// bench_remote [MEBIBYTES [BOARDS]]: what ledboard-server does. A file is pushed to a virtual board, in turn
+// with the same file uploaded by ledboard; then many boards, played by this program, stay connected and get a
+// program of one MiB all at once. Rates, the server's processor time and its memory. Status 1 when a transfer
+// failed.
 #include "bench_report.h"
 #include "pc_side.h"
 #include "remote_crc.h"
@@ -33,9 +34,9 @@ namespace fs = std::filesystem;
 constexpr char kControl[] = "/run/bench-server.sock";
 constexpr std::uint16_t kPort = 7001;
 
-pid_t StartServer(const std::vector<std::string> &words, const char *output)
+pid_t Start(const char *name, const std::vector<std::string> &words, const char *output)
 {
-    std::string program = fs::canonical("/proc/self/exe").parent_path() / "ledboard-server";
+    std::string program = fs::canonical("/proc/self/exe").parent_path() / name;
     const pid_t child = fork();
     if (child != 0)
         return child;
@@ -51,8 +52,8 @@ pid_t StartServer(const std::vector<std::string> &words, const char *output)
 
 pid_t StartPush(const std::string &folder)
 {
-    return StartServer({"push", folder, "--to", "all", "--control", kControl, "--json", "--quiet"},
-                       "/dev/null");
+    return Start("ledboard-server",
+                 {"push", folder, "--to", "all", "--control", kControl, "--json", "--quiet"}, "/dev/null");
 }
 
 bool Done(pid_t push)
@@ -212,8 +213,21 @@ void Play(std::vector<PlayedBoard> &boards, const std::function<bool()> &done)
     }
 }
 
-void PushToVirtualBoard(pid_t server, std::size_t mebibytes)
+// Seconds until the program ends; throws when it failed.
+double Time(pid_t child, const char *what)
 {
+    const Clock::time_point begin = Clock::now();
+    if (!Done(child))
+        throw std::runtime_error(std::string(what) + " FAILED");
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+int PushToVirtualBoard(pid_t server, std::size_t mebibytes)
+{
+    using bench::Limit;
+    bench::Row rate{"MiB/s, beside ledboard upload", {}, {}, Limit::kAtLeastRatio, 0};
+    bench::Row boardTime{"the daemon's processor time, s", {}, {}, Limit::kAtLeastRatio, 0};
+    bench::Row serverTime{"the server's processor time, s", {}, {}, Limit::kAtMostValue, 60};
     board::Options options;
     options.files["/usr/share/id/config"] = "K3-0000000000";
     options.files["/home/root/plexa_data/remote_server"] = "ip=10.20.30.1\nport=7001\nusername=bench\n";
@@ -227,19 +241,27 @@ void PushToVirtualBoard(pid_t server, std::size_t mebibytes)
         return log.find("login server success!") != std::string::npos;
     });
     WriteFile("/run/film/film.mp4", mebibytes);
-    const double serverBefore = ProcessorSeconds(server);
-    const double boardBefore = ProcessorSeconds(board.DaemonPid());
-    const Clock::time_point begin = Clock::now();
-    const bool done = Done(StartPush("/run/film"));
-    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    std::printf(
-        "push of %zu MiB to one board: %s, %.2f s, %.1f MiB/s; processor seconds: server %.2f, board %.2f\n",
-        mebibytes, done ? "done" : "FAILED", seconds, static_cast<double>(mebibytes) / seconds,
-        ProcessorSeconds(server) - serverBefore, ProcessorSeconds(board.DaemonPid()) - boardBefore);
+    const auto size = static_cast<double>(mebibytes);
+    for (int run = 0; run < 7; ++run) {
+        board.Run("rm -f /home/root/plexa_data/factory/*");
+        const double serverBefore = ProcessorSeconds(server);
+        double before = ProcessorSeconds(board.DaemonPid());
+        rate.subject.push_back(size / Time(StartPush("/run/film"), "push"));
+        serverTime.subject.push_back(ProcessorSeconds(server) - serverBefore);
+        boardTime.subject.push_back(ProcessorSeconds(board.DaemonPid()) - before);
+        before = ProcessorSeconds(board.DaemonPid());
+        const pid_t upload =
+            Start("ledboard", {"upload", "--all", "--yes", "--quiet", board.BoardAddress(), "/run/film"},
+                  "/dev/null");
+        rate.baseline.push_back(size / Time(upload, "upload"));
+        boardTime.baseline.push_back(ProcessorSeconds(board.DaemonPid()) - before);
+    }
     fs::remove_all("/run/film");
+    std::printf("%zu MiB to one board\n", mebibytes);
+    return bench::Report("push", {rate, boardTime, serverTime});
 }
 
-void ManyBoards(pid_t server, int count)
+int ManyBoards(pid_t server, int count)
 {
     const long before = ResidentKib(server);
     std::vector<PlayedBoard> boards;
@@ -272,6 +294,7 @@ void ManyBoards(pid_t server, int count)
                 "%ld KiB\n",
                 count, status == 0 ? "done" : "FAILED", seconds, count / seconds,
                 ProcessorSeconds(server) - processor, ResidentKib(server));
+    return status == 0 ? 0 : 1;
 }
 
 } // namespace
@@ -283,13 +306,18 @@ int main(int count, char **arguments)
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // programs that are forked print nothing of it again
     board::EnterPcSide();
     const pid_t server =
-        StartServer({"run", "--listen", "0.0.0.0:" + std::to_string(kPort), "--control", kControl, "--quiet"},
-                    "/dev/null");
+        Start("ledboard-server",
+              {"run", "--listen", "0.0.0.0:" + std::to_string(kPort), "--control", kControl, "--quiet"},
+              "/dev/null");
     while (!fs::exists(kControl))
         usleep(10000);
-    PushToVirtualBoard(server, static_cast<std::size_t>(mebibytes));
-    ManyBoards(server, boards);
+    int result = 1;
+    try {
+        result = PushToVirtualBoard(server, static_cast<std::size_t>(mebibytes)) | ManyBoards(server, boards);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "bench_remote: %s\n", error.what());
+    }
     kill(server, SIGTERM);
     waitpid(server, nullptr, 0);
-    return 0;
+    return result;
 }
