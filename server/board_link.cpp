@@ -6,6 +6,7 @@
 #include <asio/use_awaitable.hpp>
 #include <asio/write.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <utility>
@@ -24,6 +25,12 @@ std::string PeerOf(const asio::ip::tcp::socket &socket)
     asio::error_code error;
     const auto endpoint = socket.remote_endpoint(error);
     return error ? "?" : endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
+}
+
+bool IsPrintable(const std::string &text)
+{
+    return std::all_of(text.begin(), text.end(),
+                       [](char character) { return character >= ' ' && character <= '~'; });
 }
 
 } // namespace
@@ -79,7 +86,10 @@ asio::awaitable<BoardLogin> BoardLink::ReceiveLogin()
     const auto login = wire::Read<wire::RemoteLoginPacket>(packet);
     if (!login || login->prefix.command != wire::kRemoteLogin)
         throw BadPacket("not a login");
-    id_ = IdText(login->id);
+    const std::string id = IdText(login->id);
+    if (!IsPrintable(id))
+        throw BadPacket("an identifier that is not printable");
+    id_ = id;
     co_return BoardLogin{id_, std::string(login->username, strnlen(login->username, sizeof login->username))};
 }
 

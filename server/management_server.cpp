@@ -141,9 +141,9 @@ asio::awaitable<void> ManagementServer::ServeBoard(std::shared_ptr<BoardLink> li
         link->Send(MakeLoginAnswer(accepted));
         if (accepted) {
             boards_.LogIn(login, link);
-            Log(fmt::format("{}: logged in from {} as \"{}\"", login.id, link->PeerText(), login.username));
+            Log(fmt::format("{}: logged in from {} as {:?}", login.id, link->PeerText(), login.username));
         } else {
-            Log(fmt::format("{}: user \"{}\" refused, {}", login.id, login.username, link->PeerText()));
+            Log(fmt::format("{}: user {:?} refused, {}", login.id, login.username, link->PeerText()));
         }
         for (;;) {
             const wire::Bytes packet = co_await link->ReceivePacket();

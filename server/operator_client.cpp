@@ -24,7 +24,15 @@ namespace
 
 using nlohmann::json;
 
-enum Status { kDone = 0, kFailed = 1, kNoSuchBoard = 3, kRefused = 5, kVerification = 6, kPartly = 7 };
+enum Status {
+    kDone = 0,
+    kFailed = 1,
+    kUsage = 2,
+    kNoSuchBoard = 3,
+    kRefused = 5,
+    kVerification = 6,
+    kPartly = 7
+};
 
 class Problem : public std::runtime_error
 {
@@ -62,6 +70,8 @@ public:
             asio::write(socket_, asio::buffer(request.dump() + "\n"));
         } catch (const std::system_error &error) {
             throw Problem(kFailed, "failed", "no ledboard-server on " + path + ": " + error.code().message());
+        } catch (const json::type_error &) {
+            throw Problem(kUsage, "usage", "the folder and the board must be named in UTF-8");
         }
     }
 
@@ -100,7 +110,7 @@ int Report(const OperatorOptions &options, const Problem &problem)
     const json object = {
         {"error", {{"status", problem.Status()}, {"kind", problem.Kind()}, {"message", problem.what()}}}};
     if (options.json)
-        fmt::print("{}\n", object.dump());
+        fmt::print("{}\n", object.dump(-1, ' ', false, json::error_handler_t::replace));
     else
         fmt::print(stderr, "ledboard-server: {}\n", problem.what());
     return problem.Status();
@@ -188,12 +198,16 @@ int ListBoards(const OperatorOptions &options)
         return kDone;
     } catch (const Problem &problem) {
         return Report(options, problem);
+    } catch (const std::exception &error) {
+        return Report(options, Problem(kFailed, "failed", error.what()));
     }
 }
 
 int PushFolder(const OperatorOptions &options, const std::string &folder, const std::string &to)
 {
     try {
+        if (folder.empty())
+            throw Problem(kUsage, "usage", "the folder has no name");
         const std::string path = std::filesystem::absolute(folder);
         Server server(options.control, {{"command", "push"}, {"folder", path}, {"to", to}});
         ProgressLines progress(options.quiet);
@@ -214,6 +228,8 @@ int PushFolder(const OperatorOptions &options, const std::string &folder, const 
         }
     } catch (const Problem &problem) {
         return Report(options, problem);
+    } catch (const std::exception &error) {
+        return Report(options, Problem(kFailed, "failed", error.what()));
     }
 }
 

@@ -27,6 +27,12 @@ using Socket = asio::local::stream_protocol::socket;
 constexpr std::size_t kLongestRequest = 65536;
 constexpr auto kProgressPeriod = 200ms;
 
+// A name may be no UTF-8.
+std::string Line(const nlohmann::json &json)
+{
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
 nlohmann::json Problem(const std::string &kind, const std::string &text)
 {
     return {{"error", text}, {"kind", kind}};
@@ -74,7 +80,7 @@ public:
         while (results_.size() < pushes_.size() || !news_.empty()) {
             std::string lines;
             for (const auto &[id, progress] : news_)
-                lines += ProgressJson(id, progress).dump() + "\n";
+                lines += Line(ProgressJson(id, progress));
             news_.clear();
             if (present && !lines.empty())
                 present = co_await Write(socket, lines);
@@ -88,7 +94,7 @@ public:
         nlohmann::json list = nlohmann::json::array();
         for (const auto &[id, report] : results_)
             list.push_back(report.Json());
-        const std::string line = nlohmann::json{{"results", list}}.dump() + "\n";
+        const std::string line = Line({{"results", list}});
         if (present)
             co_await Write(socket, line);
     }
@@ -170,7 +176,7 @@ std::shared_ptr<PushSession> MakePush(Boards &boards, const asio::any_io_executo
 
 asio::awaitable<void> Answer(Socket &socket, const nlohmann::json &answer)
 {
-    const std::string line = answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    const std::string line = Line(answer);
     co_await asio::async_write(socket, asio::buffer(line), asio::use_awaitable);
 }
 

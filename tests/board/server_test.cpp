@@ -209,12 +209,18 @@ TEST_F(Server, BoardsThatAreOdd)
     const std::string name = "a" + Zeros(254);
     EXPECT_EQ(FakeBoard("stranger").Take(12), Le32(12) + Le32(10) + Le32(1));
     EXPECT_EQ(Push("K1-FAKE").status, 3);
-    for (const std::string &rubbish : {std::string("GET / HTTP/1.0\r\n\r\n"), "\3" + Le32(0),
-                                       "\3" + Le32(9217), "\3" + Le32(42) + Le32(3) + Zeros(34)}) {
+    for (const std::string &rubbish :
+         {std::string("GET / HTTP/1.0\r\n\r\n"), "\3" + Le32(0), "\3" + Le32(9217),
+          "\3" + Le32(42) + Le32(3) + Zeros(34),
+          "\3" + Le32(42) + Le32(2) + "operator" + Zeros(12) + "K1-\xFF" + Zeros(10)}) {
         const Peer peer = Peer::Connect("127.0.0.1", 7001);
         ASSERT_TRUE(peer.Send(rubbish));
         EXPECT_TRUE(peer.Ended());
     }
+
+    EXPECT_EQ(Ask({"push", "caf\xE9", "--to", "all"}).status, 2);
+    EXPECT_EQ(Ask({"push", source_, "--to", "\xFF"}).status, 2);
+    EXPECT_EQ(Ask({"push", "", "--to", "all"}).status, 2);
 
     // Replies to the requests in their order, and how the push ends.
     const std::string lock = FakeReply(15, Le32(1));
