@@ -120,7 +120,7 @@ void SendFrames(int fd, std::uint64_t count)
         batch.insert(batch.end(), frame.begin(), frame.end());
     while (count > 0) {
         const std::uint64_t now = std::min(count, kBatch);
-        SendAll(fd, wire::Bytes(batch).first(now * frame.size()));
+        SendAll(fd, wire::Bytes(batch).first(static_cast<std::size_t>(now) * frame.size()));
         count -= now;
     }
 }
