@@ -79,7 +79,7 @@ void Modem::Plug(bool in)
         output_.clear();
         commands_.clear();
         echo_ = true;
-        headers_ = ucs2_ = announces_ = announced_ = false;
+        headers_ = ucs2_ = announces_ = announced_ = listsSim_ = false;
         errors_ = 0;
         powered_ = std::chrono::steady_clock::now();
     }
@@ -114,6 +114,8 @@ void Modem::TakeInput()
 void Modem::TakeCommand(const std::string &command)
 {
     commands_.push_back(command);
+    if (command == ignored_)
+        return;
     if (echo_)
         Put(command + "\r");
     if (commands_.size() % kNoiseEvery == 0)
@@ -201,6 +203,8 @@ std::string Modem::Encode(const std::string &text) const
 
 std::string Modem::ListMessages()
 {
+    if (!listsSim_)
+        return "OK";
     std::string listing;
     for (Message &one : store_) {
         listing +=
@@ -259,6 +263,11 @@ std::string Modem::Answer(const std::string &command)
         return said(registered ? "+COPS: 0,0,\"Example, Net\",2" : "+COPS: 0");
     if (command == "AT+CGATT?")
         return said(registered ? "+CGATT: 1" : "+CGATT: 0");
+    if (command == "AT+CPMS=\"SM\",\"SM\",\"SM\"") {
+        listsSim_ = true;
+        const std::string memory = fmt::format("{},{}", store_.size(), kStoreSize);
+        return said(fmt::format("+CPMS: {0},{0},{0}", memory));
+    }
     if (command == "AT+CMGL=\"ALL\"")
         return ListMessages();
     if (command.starts_with("AT+CMGD=")) {
@@ -296,6 +305,12 @@ void Modem::Hang(bool hangs)
     const std::lock_guard guard(watcher_.Lock());
     view_.hangs = hangs;
     TakeInput();
+}
+
+void Modem::Ignore(const std::string &command)
+{
+    const std::lock_guard guard(watcher_.Lock());
+    ignored_ = command;
 }
 
 void Modem::KnowUcs2(bool knows)

@@ -40,7 +40,8 @@ public:
     void SetSim(ModemSim sim);
     void SetNetwork(ModemNetwork network); // tells of it unasked, where that was wanted
     void SetSignal(unsigned steps);
-    void Hang(bool hangs);     // true: says nothing; what it is told meanwhile it answers later
+    void Hang(bool hangs);                   // true: says nothing; what it is told meanwhile it answers later
+    void Ignore(const std::string &command); // has no answer to this one
     void KnowUcs2(bool knows); // false: it refuses the character set UCS2 and gives texts as they are
     void Deliver(const std::string &sender, const std::string &text); // UTF-8
     void Say(const std::string &bytes);                               // unasked, as they are
@@ -83,7 +84,9 @@ private:
     std::size_t pieces_ = 0; // sent so far
     std::chrono::steady_clock::time_point powered_{};
     std::chrono::steady_clock::time_point sayAfter_{};
+    std::string ignored_;
     bool knowsUcs2_ = true;
+    bool listsSim_ = false; // else its own memory, where nothing comes in
     bool echo_ = true, headers_ = false, ucs2_ = false, announces_ = false, announced_ = false;
     int errors_ = 0;
 };

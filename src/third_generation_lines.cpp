@@ -60,6 +60,12 @@ void AtLines::Clear()
     *this = {};
 }
 
+bool IsLocked(const AtAnswer &answer)
+{
+    constexpr int kCodes[] = {5, 11, 12, 17, 18, 40, 311, 312, 316};
+    return std::ranges::find(kCodes, answer.failureCode) != std::end(kCodes);
+}
+
 bool LooksUnsolicited(std::string_view text)
 {
     if (text == "RING" || text == "NO CARRIER")

@@ -72,6 +72,9 @@ inline bool IsBusy(const AtAnswer &answer)
     return answer.failureCode == 14 || answer.failureCode == 314;
 }
 
+// The SIM, or the modem for it, wants a PIN or PUK.
+bool IsLocked(const AtAnswer &answer);
+
 // Takes the lines that come after a command until its final result.
 class AtExchange
 {

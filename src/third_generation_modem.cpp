@@ -40,6 +40,8 @@ const ModemThread::Step ModemThread::kStartUp[] = {
 const ModemThread::Step ModemThread::kPreparation[] = {
     {{"AT+CREG=2"}, &ModemThread::TakeNothing, &ModemThread::TakeNothing},
     {{"AT+COPS=3,0"}, &ModemThread::TakeNothing, &ModemThread::TakeNothing},
+    // New messages go where they are looked for (27.005, 3.2.2).
+    {{"AT+CPMS=\"SM\",\"SM\",\"SM\"", kSimLimit}, &ModemThread::TakeNothing, &ModemThread::TakeNothing},
     {{"AT+CMGF=1", kSimLimit}, &ModemThread::TakeNothing, nullptr},
     {{"AT+CSDH=1"}, &ModemThread::TakeNothing, &ModemThread::TakeNothing},
     {{"AT+CNMI=2,1"}, &ModemThread::TakeNothing, &ModemThread::TakeNothing},
@@ -142,8 +144,9 @@ AtResult ModemThread::RunSteps(std::span<const Step> steps)
         AtAnswer answer;
         const AtResult result = channel_.Ask(step.command, &answer);
         if (!IsAnswer(result)) {
-            KeepFailure(answer.failure);
-            return result;
+            if (const AtResult passed = PassOver(result, answer); !IsAnswer(passed))
+                return passed;
+            continue;
         }
         if (result == AtResult::kOk)
             (this->*step.take)(answer);
@@ -155,9 +158,17 @@ AtResult ModemThread::RunSteps(std::span<const Step> steps)
     return AtResult::kOk;
 }
 
-AtResult ModemThread::StartUp()
+AtResult ModemThread::PassOver(AtResult result, const AtAnswer &answer)
 {
-    prepared_ = false;
+    KeepFailure(answer.failure);
+    if (result != AtResult::kTimeout)
+        return result;
+    prepared_ = false; // its settings may be lost
+    return Synchronise();
+}
+
+AtResult ModemThread::Synchronise()
+{
     AtResult result = AtResult::kRefused;
     for (int attempt = 0; result == AtResult::kRefused && attempt < kMostSyncs; ++attempt) {
         AtAnswer answer;
@@ -167,6 +178,14 @@ AtResult ModemThread::StartUp()
     }
     if (IsAnswer(result))
         result = channel_.Settle();
+    lookSoon_ = false; // a late answer looks like news
+    return result;
+}
+
+AtResult ModemThread::StartUp()
+{
+    prepared_ = false;
+    const AtResult result = Synchronise();
     return IsAnswer(result) ? RunSteps(kStartUp) : result;
 }
 
@@ -188,9 +207,8 @@ AtResult ModemThread::Look()
 AtResult ModemThread::Prepare()
 {
     charset_ = ModemCharset::kRaw;
-    const AtResult result = RunSteps(kPreparation);
-    prepared_ = IsAnswer(result);
-    return result;
+    prepared_ = true; // until a step is passed over
+    return RunSteps(kPreparation);
 }
 
 AtResult ModemThread::Wait()
@@ -212,24 +230,25 @@ AtResult ModemThread::ReadSms()
 {
     AtAnswer answer;
     AtResult result = channel_.Ask(kListSms, &answer);
-    if (result != AtResult::kOk) {
-        KeepFailure(answer.failure);
-        return result;
-    }
+    if (result != AtResult::kOk)
+        return PassOver(result, answer);
     for (const AtMessage &message : answer.messages) {
         const auto header = ParseMessageHeader(message.header);
         if (!header || !header->received || !message.whole)
             continue;
-        if (!store_.Keep({header->time, header->sender, SmsText(message.body, message.length, charset_)}))
+        const std::string body = SmsText(message.body, message.length, charset_);
+        if (!store_.Keep(header->index, {header->time, header->sender, body}))
             continue;
         state_.SetLastSms(store_.Last());
         const std::string text = "AT+CMGD=" + std::to_string(header->index);
         const AtCommand command{text.c_str(), kSimLimit};
         AtAnswer deleted;
         result = channel_.Ask(command, &deleted);
-        KeepFailure(deleted.failure);
         if (!IsAnswer(result))
-            return result;
+            return PassOver(result, deleted);
+        if (result == AtResult::kOk)
+            store_.Deleted(header->index);
+        KeepFailure(deleted.failure);
     }
     return AtResult::kOk;
 }
@@ -253,11 +272,8 @@ void ModemThread::TakeSim(const AtAnswer &answer)
 
 void ModemThread::RefuseSim(const AtAnswer &answer)
 {
-    constexpr int kPinRequired = 11;
-    constexpr int kPukRequired = 12;
     KeepFailure(answer.failure);
-    const bool locked = answer.failureCode == kPinRequired || answer.failureCode == kPukRequired;
-    SetSim(locked ? Sim::kLocked : Sim::kMissing, answer.failure);
+    SetSim(IsLocked(answer) ? Sim::kLocked : Sim::kMissing, answer.failure);
 }
 
 void ModemThread::SetSim(Sim sim, const std::string &words)
@@ -366,6 +382,10 @@ void ModemThread::TakeUnsolicited(const std::string &line)
 
 void ModemThread::ShowState()
 {
+    if (sim_ == Sim::kUnknown) {
+        SetState(wire::kModemStarting, "does not tell of its SIM");
+        return;
+    }
     if (sim_ != Sim::kReady) {
         const bool locked = sim_ == Sim::kLocked;
         if (locked && !simWords_.empty())

@@ -30,13 +30,16 @@ private:
     enum class Sim { kUnknown, kReady, kLocked, kMissing };
 
     void Run();
-    AtResult Serve();   // until the line is gone or has to be opened anew
-    AtResult StartUp(); // synchronises, sets up, asks who it is
-    AtResult Prepare(); // what needs a SIM
-    AtResult Look();    // one round of the 10 s
-    AtResult Wait();    // until the next round
+    AtResult Serve();       // until the line is gone or has to be opened anew
+    AtResult Synchronise(); // until it answers and the line is quiet
+    AtResult StartUp();     // synchronises, sets up, asks who it is
+    AtResult Prepare();     // what needs a SIM
+    AtResult Look();        // one round of the 10 s
+    AtResult Wait();        // until the next round
     AtResult ReadSms();
     AtResult RunSteps(std::span<const Step> steps);
+    // After a command without an answer: kTimeout when the modem does not answer at all.
+    AtResult PassOver(AtResult result, const AtAnswer &answer);
 
     void TakeSim(const AtAnswer &answer);
     void RefuseSim(const AtAnswer &answer);

@@ -89,9 +89,16 @@ bool SmsStore::Append(const SmsMessage &message)
     return false;
 }
 
-bool SmsStore::Keep(const SmsMessage &message)
+bool SmsStore::IsKept(int place, const SmsMessage &message) const
 {
-    if (std::ranges::find(kept_, message) != kept_.end())
+    const auto there = undeleted_.find(place);
+    return (there != undeleted_.end() && there->second == message) ||
+           (message.time != 0 && std::ranges::find(kept_, message) != kept_.end());
+}
+
+bool SmsStore::Keep(int place, const SmsMessage &message)
+{
+    if (IsKept(place, message))
         return true;
     if (!Append(message)) {
         if (!failing_)
@@ -102,10 +109,16 @@ bool SmsStore::Keep(const SmsMessage &message)
     }
     failing_ = false;
     Diag(kUnit, __func__, __LINE__, "SMS %s", SmsToJson(message).c_str());
+    undeleted_[place] = message;
     kept_.push_back(message);
     if (kept_.size() > kMostKept)
         kept_.pop_front();
     return true;
+}
+
+void SmsStore::Deleted(int place)
+{
+    undeleted_.erase(place);
 }
 
 std::vector<SmsMessage> SmsStore::Last() const

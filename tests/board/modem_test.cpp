@@ -190,6 +190,22 @@ TEST_F(ModemTrouble, SimAndNetwork)
     EXPECT_TRUE(std::ranges::none_of(commands, [](auto &one) { return one.starts_with("AT+CPIN="); }));
 }
 
+TEST_F(ModemTrouble, OneCommandWithoutAnAnswerHoldsUpNoOther)
+{
+    options.startDaemon = false;
+    options.files["/etc/ppp/peers/3g"] = "/dev/ttyUSB0\n";
+    Boot();
+    board->TheModem().Ignore("AT+COPS?");
+    board->StartDaemon();
+    EXPECT_TRUE(board->WaitForLog("modem link is up.", 1, 30s));
+    board->TheModem().Deliver("+49151", "all the same");
+    EXPECT_TRUE(WaitForSms("all the same"));
+    const std::string status = Status();
+    EXPECT_EQ(WordAt(status, 8), 7U);
+    EXPECT_EQ(WordAt(status, 24), 1U) << "asked for after the one without an answer";
+    EXPECT_EQ(TextAt(status, 164), "AT+COPS?: no answer");
+}
+
 TEST_F(ModemHang, NobodyWaitsForItAndItIsOpenedAgain)
 {
     options.startDaemon = false;

@@ -105,6 +105,21 @@ TEST(ThirdGeneration, AnswersAreCutFromWhateverComes)
     EXPECT_EQ(Told(kListing, "+CMGL: 1,\"REC READ\",\"+49\"\r\nhi\r\n", 5, true), "open| 1=hi");
 }
 
+TEST(ThirdGeneration, FailuresThatMeanALockedSim)
+{
+    const auto locked = [](const std::string &line) {
+        AtExchange exchange(kEchoOff);
+        EXPECT_TRUE(exchange.Take({line, line.size()})) << line;
+        return IsLocked(exchange.Answer());
+    };
+    for (const char *const failure : {"5", "11", "12", "17", "18", "40", "sim puk required"})
+        EXPECT_TRUE(locked(std::string("+CME ERROR: ") + failure)) << failure;
+    for (const char *const failure : {"311", "312", "316", "PH-SIM PIN required"})
+        EXPECT_TRUE(locked(std::string("+CMS ERROR: ") + failure)) << failure;
+    for (const char *const line : {"ERROR", "+CME ERROR: 10", "+CME ERROR: 13", "+CMS ERROR: 310"})
+        EXPECT_FALSE(locked(line)) << line;
+}
+
 TEST(ThirdGeneration, NothingGrowsWithoutEnd)
 {
     AtLines lines;
@@ -264,10 +279,10 @@ TEST(ThirdGeneration, MessagesAreKeptOnTheDisk)
         SmsStore store;
         store.Load();
         EXPECT_TRUE(store.Last().empty());
-        EXPECT_TRUE(store.Keep(message));
-        EXPECT_TRUE(store.Keep(message)) << "it was not deleted from the modem";
+        EXPECT_TRUE(store.Keep(1, message));
+        EXPECT_TRUE(store.Keep(1, message)) << "it was not deleted from the modem";
         for (int i = 0; i < 12; ++i)
-            EXPECT_TRUE(store.Keep({0, "2", std::to_string(i)}));
+            EXPECT_TRUE(store.Keep(i, {0, "2", std::to_string(i)}));
     }
     const std::string file = *ReadTestFile(paths::kSms);
     EXPECT_TRUE(
@@ -281,23 +296,32 @@ TEST(ThirdGeneration, MessagesAreKeptOnTheDisk)
     ASSERT_EQ(again.Last().size(), 10U);
     EXPECT_EQ(again.Last().front(), (SmsMessage{0, "2", "2"}));
     EXPECT_EQ(again.Last().back(), (SmsMessage{0, "2", "11"}));
-    EXPECT_TRUE(again.Keep(message)) << "known from before the restart";
+    EXPECT_TRUE(again.Keep(9, message)) << "known from before the restart";
     EXPECT_EQ(*ReadTestFile(paths::kSms), file);
 
+    // Without a time the next one may say the same; it is the old one only where that could not be deleted.
+    const SmsMessage timeless{0, "2", "11"};
+    for (const int place : {1, 1, 2})
+        EXPECT_TRUE(again.Keep(place, timeless));
+    again.Deleted(1);
+    EXPECT_TRUE(again.Keep(1, timeless));
+    const std::string line = SmsToJson(timeless) + "\n";
+    EXPECT_EQ(*ReadTestFile(paths::kSms), file + line + line + line);
+
     // The file is bounded.
-    const std::string line = SmsToJson({0, "3", std::string(500, 'x')}) + "\n";
+    const std::string longLine = SmsToJson({0, "3", std::string(500, 'x')}) + "\n";
     std::string large;
     while (large.size() <= 1 << 20)
-        large += line;
+        large += longLine;
     WriteTestFile(paths::kSms, large);
-    EXPECT_TRUE(again.Keep({0, "4", "last"}));
+    EXPECT_TRUE(again.Keep(3, {0, "4", "last"}));
     const std::string shorter = *ReadTestFile(paths::kSms);
     EXPECT_LT(shorter.size(), 600'000U);
     EXPECT_TRUE(shorter.starts_with("{\"sender\":\"3\"")) << "it begins with a whole line";
     EXPECT_TRUE(shorter.ends_with("\"text\":\"last\",\"time\":null}\n"));
     RemoveTestFile(paths::kSms);
     std::filesystem::create_directories(paths::kSms); // no file can be written there
-    EXPECT_FALSE(again.Keep({0, "5", "stays in the modem"}));
+    EXPECT_FALSE(again.Keep(4, {0, "5", "stays in the modem"}));
     RemoveTestFile(paths::kSms);
 }
 
