@@ -21,6 +21,7 @@ namespace
 {
 
 constexpr std::size_t kFramesPerSend = 16; // so that a fast network is not held up by system calls
+constexpr char kFolderMaker[] = "ledboard-video-check";
 
 wire::KProtocolHeader UploadHeader(wire::UploadType type, std::size_t length)
 {
@@ -156,6 +157,10 @@ void UploadSession::Open(const Board &board, const std::string &interfaceName, c
 
 std::set<std::string> UploadSession::CheckVideos(const std::vector<std::string> &videos)
 {
+    // A board without a program folder, as on a new USB disk, would go on with the videos of an earlier
+    // check. A file makes the folder, and goes with everything that is no video.
+    BeginFile(kFolderMaker);
+    SendCommand(wire::kUploadFileEnd);
     SendCommand(wire::kUploadVideoStart);
     std::set<std::string> found;
     for (const std::vector<std::byte> &payload : ListPayloads(videos)) {
@@ -176,12 +181,17 @@ void UploadSession::RemoveOtherVideos()
     SendCommand(wire::kUploadVideoEnd);
 }
 
+void UploadSession::BeginFile(const std::string &name)
+{
+    std::vector<std::byte> payload;
+    AppendText(&payload, name);
+    SendCommand(wire::kUploadFileBegin, payload);
+}
+
 void UploadSession::SendFile(const ProgramFile &file, const std::function<void(std::uint64_t)> &advance)
 {
     FileReader reader(file);
-    std::vector<std::byte> name;
-    AppendText(&name, file.name);
-    SendCommand(wire::kUploadFileBegin, name);
+    BeginFile(file.name);
     std::vector<std::byte> frames;
     frames.reserve(kFramesPerSend * wire::kSessionBufferSize);
     while (reader.Left() > 0) {

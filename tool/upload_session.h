@@ -53,6 +53,7 @@ public:
     BoardState State() const { return state_; }
 
 private:
+    void BeginFile(const std::string &name);
     void SendCommand(wire::UploadCode code, wire::Bytes payload = {});
     void Expect(wire::UploadCode code);
     std::vector<std::byte> ReceiveReply(wire::UploadCode code); // what follows the code

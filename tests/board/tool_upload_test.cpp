@@ -98,6 +98,19 @@ TEST_F(ToolUpload, SendsWhatTheBoardDoesNotHave)
     EXPECT_EQ(OnBoard("a.mp4"), "same name, other content");
 }
 
+TEST_F(ToolUpload, SparesNothingThatANewUsbDiskDoesNotHave)
+{
+    Put("a.mp4", "film");
+    Boot();
+    RunJson();
+    EXPECT_EQ(RunJson()["sparedByName"]["files"], json({"a.mp4"}));
+    board->UsbDisk(true);
+    EXPECT_EQ(RunJson()["sent"]["files"], json({"a.mp4"}));
+    EXPECT_EQ(board->Run("ls -A /home/root/usb_dev/tarvo").output, "a.mp4\n");
+    EXPECT_EQ(board->ReadFile("/home/root/usb_dev/tarvo/a.mp4"), "film");
+    EXPECT_EQ(RunJson()["sparedByName"]["files"], json({"a.mp4"}));
+}
+
 TEST_F(ToolUpload, RefusesBeforeAnythingIsSent)
 {
     Boot();
@@ -144,7 +157,7 @@ TEST_F(ToolUpload, SaysWhatABrokenUploadLeaves)
     for (const auto &row : rows) {
         board->Forget();
         const LedboardRun run({"upload", "10.20.30.2", kProgram, "-t", "2", "--all"});
-        ASSERT_TRUE(board->WaitForLog("work_thread.cpp, type: 21")) << row.name;
+        ASSERT_TRUE(board->WaitForLog("work_thread.cpp, type: 21", 2)) << row.name;
         board->SignalDaemon(SIGSTOP); // so that the tool cannot get to its end
         row.breakIt(run.Pid());
         const LedboardResult result = run.Wait();
