@@ -128,6 +128,8 @@ const char *DescribeState(BoardState state)
     switch (state) {
     case BoardState::kUntouched:
         return "nothing on the board has changed";
+    case BoardState::kMayBeEmptied:
+        return "the login may have been taken: the board then empties its program folder; repeat the upload";
     case BoardState::kIncomplete:
         return "the board has no complete program now: it empties its program folder when it notices that "
                "the "
@@ -146,7 +148,14 @@ void UploadSession::Open(const Board &board, const std::string &interfaceName, c
                          std::size_t files)
 {
     client_.emplace(SessionEndpoint(board), interfaceName, patience_.answer);
-    client_->LogIn(wire::kSessionUpload);
+    state_ = BoardState::kMayBeEmptied; // a board that is late with its answer still logs in
+    try {
+        client_->LogIn(wire::kSessionUpload);
+    } catch (const ToolError &error) {
+        if (error.Status() == ExitStatus::kRefused)
+            state_ = BoardState::kUntouched;
+        throw;
+    }
     state_ = BoardState::kIncomplete;
     keepAlive_.emplace(client_->LocalAddress(), Endpoint{BoardAddress(board), board.source.port});
     SendCommand(wire::kUploadRequest, UploadRequestPayload(program, files));

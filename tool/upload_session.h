@@ -19,9 +19,10 @@ namespace ledboard
 
 // What has become of the program on the board, should the session end now.
 enum class BoardState {
-    kUntouched,  // no session was opened
-    kIncomplete, // the board drops what it has when the session ends
-    kUnknown,    // told to finish, but it has not answered
+    kUntouched,    // no session was opened
+    kMayBeEmptied, // asked to log in, but it has not answered
+    kIncomplete,   // the board drops what it has when the session ends
+    kUnknown,      // told to finish, but it has not answered
     kComplete,
 };
 const char *DescribeState(BoardState state); // a sentence without capital and full stop

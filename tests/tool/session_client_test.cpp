@@ -5,6 +5,7 @@
 
 #include "keep_alive.h"
 #include "tool_error.h"
+#include "upload_session.h"
 
 #include "example_board.h"
 
@@ -89,6 +90,18 @@ TEST(SessionClient, LoginAnswers)
     EXPECT_EQ(LogInResult(std::string("\x09\0\0\0\x01\0\0\0", 8)), "failed");
     EXPECT_EQ(LogInResult("HTTP"), "failed"); // and closes
     EXPECT_EQ(LogInResult(""), "time-out");
+}
+
+TEST(UploadSession, ALoginWithoutAnswerMayHaveBeenTaken)
+{
+    const LocalSocket listener(SOCK_STREAM); // takes the connection, says nothing
+    Board board = ExampleBoard();
+    board.record.ipaddr = static_cast<std::int32_t>(listener.Where().address.s_addr);
+    board.source = listener.Where();
+    UploadSession session({milliseconds(100), milliseconds(100)});
+    EXPECT_EQ(session.State(), BoardState::kUntouched);
+    EXPECT_THROW(session.Open(board, "", "program", 1), ToolError);
+    EXPECT_EQ(session.State(), BoardState::kMayBeEmptied);
 }
 
 TEST(SessionClient, NobodyThere)
