@@ -132,6 +132,7 @@ int KWorkThread::LogIn()
     Diag(kUnit, __func__, kLogInLine, "%s", "");
     RunShell(std::string("rm ") + paths::kBootScreen);
     complete = 0;
+    begun_ = false;
     spoiled_ = false;
     scratch = std::make_unique<char[]>(wire::kSessionBufferSize);
     const std::int32_t size = CheckIsUDiskCard();
@@ -312,6 +313,7 @@ int KWorkThread::Upload()
 {
     pending = 0;
     complete = 0;
+    begun_ = false;
     spoiled_ = false;
     result = 1;
     return 1;
@@ -342,6 +344,10 @@ int KWorkThread::AskTransComplete()
 bool KWorkThread::IsStored() const
 {
     const UniqueFd folder(open(ProgramFolder(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (uDiskMode != 0 && g_serverStatus.uDiskConnectFlag == 0)
+        return false;
+    if (!folder.Valid() && (uDiskMode != 0 || begun_))
+        return false;
     if (folder.Valid() && syncfs(folder.Get()) == -1) {
         DiagErrno(kUnit, "AskTransComplete", __LINE__, "sync fail: ");
         return false;
@@ -395,6 +401,7 @@ int KWorkThread::FileBegin()
     MakeFolderWithParents(folder);
     sinceWriteBack_ = 0;
     if (file.Open(destination, "wb") == 1) {
+        begun_ = true;
         file.SetBufferSize(_IONBF, 0);
         return 1;
     }

@@ -308,3 +308,28 @@ TEST_F(Upload, GoesToTheUsbDisk)
     ASSERT_TRUE(board->SendAsPlayer(7, 1));
     EXPECT_TRUE(board->WaitForLog("[---src/server_witch_plexa::UpdateUSBState::261---] usb mount."));
 }
+
+TEST_F(Upload, IsNotStoredWhenItsDiskIsGone)
+{
+    Boot();
+    for (const bool playerTells : {true, false}) {
+        board->Forget();
+        board->UsbDisk(true);
+        const Peer peer = LogIn();
+        ASSERT_TRUE(peer.Send(Begin("a") + Data("1") + kFileEnd));
+        Settle(peer);
+        if (playerTells) {
+            ASSERT_TRUE(board->SendAsPlayer(7, 0));
+            ASSERT_TRUE(board->WaitForLog("usb remove."));
+        } else {
+            board->UsbDisk(false);
+        }
+        Ask(peer, kComplete, Result(10, 0));
+    }
+    ASSERT_TRUE(board->WaitFor([&] { return List() + "." == "."; }));
+    const Peer peer = LogIn();
+    ASSERT_TRUE(peer.Send(Begin("a") + kFileEnd));
+    Settle(peer);
+    board->Run("rm -r "s + kFolder);
+    Ask(peer, kComplete, Result(10, 0));
+}
