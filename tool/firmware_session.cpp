@@ -93,10 +93,11 @@ void FirmwareSession::SendArchive(const std::string &archive,
     }
 }
 
-bool FirmwareSession::Install()
+bool FirmwareSession::Install(std::chrono::milliseconds patience)
 {
     SendRequest(wire::kAskUpgradeComplete, wire::UpgradeCompleteRequest{});
     Receive<wire::UpgradeCompleteReply>();
+    client_.SetPatience(patience);
     // A board that unpacks the archive ends without answering this; one that cannot says so.
     try {
         return AskState().succeeded;

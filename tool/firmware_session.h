@@ -36,8 +36,8 @@ public:
     void SendArchive(const std::string &archive, const std::function<void(std::uint64_t)> &advance);
 
     // Has the archive installed. True when the board has ended the session to do so; false when it says that
-    // it cannot.
-    bool Install();
+    // it cannot, for which it has `patience`: it answers nothing while it unpacks.
+    bool Install(std::chrono::milliseconds patience);
 
 private:
     void Send(wire::FirmwareKind kind, wire::Bytes tail);

@@ -107,7 +107,7 @@ nlohmann::json Install(ToolContext &context, const Board &board, const std::stri
             session.SendArchive(archive, [&](std::uint64_t bytes) { progress.Advance(bytes); });
         }
         context.output.Note(BoardLabel(board) + ": installing");
-        if (!session.Install())
+        if (!session.Install(context.Timeout(kInstallPatience)))
             throw ToolError(ExitStatus::kFailed,
                             "the board cannot unpack the archive; its firmware is as it was");
     }
@@ -159,8 +159,9 @@ VerbAction DefineFirmware(CLI::App &command)
     AddBoardNames(*install, arguments->names);
     CLI::App *const result = command.add_subcommand("result", "Show whether the last installation worked.");
     AddBoardNames(*result, arguments->names);
-    command.footer("A board forgets a failed installation once it has told of it.\n"
-                   "--timeout also holds for every answer (30 s) and for the restart (5 min).");
+    command.footer(
+        "A board forgets a failed installation once it has told of it.\n"
+        "--timeout also holds for every answer (30 s), for unpacking and for the restart (5 min each).");
     return [arguments, version, install](ToolContext &context) {
         if (install->parsed())
             return RunInstall(context, *arguments);
