@@ -132,8 +132,10 @@ int KWorkThread::LogIn()
     Diag(kUnit, __func__, kLogInLine, "%s", "");
     RunShell(std::string("rm ") + paths::kBootScreen);
     complete = 0;
-    begun_ = false;
-    spoiled_ = false;
+    if (sessions_++ == 0) { // what is gone stays gone for the sessions that lost it
+        begun_ = false;
+        spoiled_ = false;
+    }
     scratch = std::make_unique<char[]>(wire::kSessionBufferSize);
     const std::int32_t size = CheckIsUDiskCard();
     g_serverStatus.uDiskSize = size;
@@ -149,6 +151,7 @@ int KWorkThread::LogOut()
 {
     Diag(kUnit, __func__, kLogOutLine, "%s", "");
     scratch.reset();
+    --sessions_;
     if (complete == 0) {
         // A file that is still open would keep its room on the disk. If it belongs to a second session, that
         // session must not believe that it can still succeed.

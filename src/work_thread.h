@@ -135,6 +135,7 @@ private:
     QList<QString> names;
 
     std::size_t sinceWriteBack_ = 0; // bytes written since write-back was last begun
+    int sessions_ = 0;               // logged in
     bool begun_ = false;             // a file of this transfer was opened
     bool spoiled_ = false;           // something of this transfer could not be stored or is gone again
 };

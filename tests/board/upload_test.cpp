@@ -273,6 +273,8 @@ TEST_F(Upload, TwoSessionsShareTheService)
         EXPECT_EQ(List(), "");
         Ask(second, Command(24, "x.mp4"), Packet(1, "\x1a"));
         Ask(second, kComplete, Result(10, 0)); // what it sent is gone
+        const Peer third = LogIn();
+        Ask(second, kComplete, Result(10, 0)); // and does not come back
         ASSERT_TRUE(second.Send(Data("late")));
         EXPECT_TRUE(second.Ended());
     }
