@@ -378,6 +378,8 @@ const char *KWorkThread::ProgramFolder() const
 
 int KWorkThread::BeginNamedFile(const KDataPacket &packet)
 {
+    if (EndFile() == -1) // one that was not ended, which may not be stored
+        return -1;
     const std::string name = TextAt(packet.data, 1, wire::kUploadNameLimit);
     if (uDiskMode != 0)
         MakeFolderIfMissing(paths::kUsbProgram);
