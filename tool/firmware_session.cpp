@@ -25,7 +25,7 @@ SessionClient Opened(const Board &board, const std::string &interfaceName, std::
 FirmwareSession::FirmwareSession(const Board &board, const std::string &interfaceName,
                                  std::chrono::milliseconds patience)
     : client_(Opened(board, interfaceName, patience)),
-      keepAlive_(client_.LocalAddress(), {BoardAddress(board), board.source.port})
+      keepAlive_(client_.LocalAddress(), {BoardAddress(board), board.source.port}, interfaceName)
 {
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "keep_alive.h"
 
+#include "session_client.h"
 #include "tool_error.h"
 
 #include <sys/socket.h>
@@ -24,11 +25,13 @@ sockaddr_in SocketAddress(const Endpoint &endpoint)
 
 } // namespace
 
-KeepAlive::KeepAlive(in_addr local, const Endpoint &board, std::chrono::milliseconds period)
+KeepAlive::KeepAlive(in_addr local, const Endpoint &board, const std::string &interfaceName,
+                     std::chrono::milliseconds period)
     : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)), period_(period)
 {
     const sockaddr_in from = SocketAddress({local, 0});
     const sockaddr_in to = SocketAddress(board);
+    UseInterface(fd_.Get(), interfaceName);
     if (fd_.Get() < 0 || bind(fd_.Get(), reinterpret_cast<const sockaddr *>(&from), sizeof from) != 0 ||
         connect(fd_.Get(), reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0)
         throw SystemError("cannot keep the session alive", errno);

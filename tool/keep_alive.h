@@ -11,6 +11,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <string>
 #include <thread>
 
 namespace ledboard
@@ -22,8 +23,9 @@ class KeepAlive
 {
 public:
     // The first search goes out at once, the last before the destructor returns. `local` is the session's own
-    // address, `board` where the board takes searches. Throws ToolError.
-    KeepAlive(in_addr local, const Endpoint &board, std::chrono::milliseconds period = kKeepAlivePeriod);
+    // address, `board` where the board takes searches, `interfaceName` as for the session. Throws ToolError.
+    KeepAlive(in_addr local, const Endpoint &board, const std::string &interfaceName,
+              std::chrono::milliseconds period = kKeepAlivePeriod);
 
 private:
     void Run(const std::stop_token &stop);

@@ -20,15 +20,20 @@ Endpoint SessionEndpoint(const Board &board)
     return {BoardAddress(board), custom ? board.source.port : wire::kSessionPort};
 }
 
+void UseInterface(int socket, const std::string &interfaceName)
+{
+    if (!interfaceName.empty() && setsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
+                                             static_cast<socklen_t>(interfaceName.size())) != 0)
+        throw SystemError("cannot use the interface " + interfaceName, errno);
+}
+
 SessionClient::SessionClient(const Endpoint &board, const std::string &interfaceName,
                              std::chrono::milliseconds patience)
     : peer_(board), patience_(patience), fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
     if (fd_.Get() < 0)
         throw SystemError("cannot open a socket", errno);
-    if (!interfaceName.empty() && setsockopt(fd_.Get(), SOL_SOCKET, SO_BINDTODEVICE, interfaceName.c_str(),
-                                             static_cast<socklen_t>(interfaceName.size())) != 0)
-        throw SystemError("cannot use the interface " + interfaceName, errno);
+    UseInterface(fd_.Get(), interfaceName);
     const int on = 1;
     setsockopt(fd_.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     Connect();

@@ -30,7 +30,7 @@ SettingClient::SettingClient(const Board &board, const std::string &interfaceNam
     client_ = std::make_unique<SessionClient>(SessionEndpoint(board), interfaceName, patience);
     client_->LogIn(wire::kSessionSettings);
     keepAlive_ = std::make_unique<KeepAlive>(client_->LocalAddress(),
-                                             Endpoint{BoardAddress(board), board.source.port});
+                                             Endpoint{BoardAddress(board), board.source.port}, interfaceName);
 }
 
 void SettingClient::ConnectToPort(const Endpoint &port, const std::string &interfaceName,

@@ -157,7 +157,8 @@ void UploadSession::Open(const Board &board, const std::string &interfaceName, c
         throw;
     }
     state_ = BoardState::kIncomplete;
-    keepAlive_.emplace(client_->LocalAddress(), Endpoint{BoardAddress(board), board.source.port});
+    keepAlive_.emplace(client_->LocalAddress(), Endpoint{BoardAddress(board), board.source.port},
+                       interfaceName);
     SendCommand(wire::kUploadRequest, UploadRequestPayload(program, files));
     Expect(wire::kUploadAnswer);
     SendCommand(wire::kUploadAskReady);

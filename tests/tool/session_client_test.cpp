@@ -131,7 +131,7 @@ TEST(KeepAlive, SearchesAgainAndAgainFromTheSessionsAddress)
 {
     const LocalSocket board(SOCK_DGRAM);
     const auto began = Clock::now();
-    const KeepAlive keepAlive(Address("127.0.0.5"), board.Where(), milliseconds(50));
+    const KeepAlive keepAlive(Address("127.0.0.5"), board.Where(), "", milliseconds(50));
     for (int i = 0; i < 4; ++i) {
         ASSERT_TRUE(WaitFor(board.Fd(), POLLIN, Clock::now() + std::chrono::seconds(5)));
         char datagram[64];
@@ -143,6 +143,7 @@ TEST(KeepAlive, SearchesAgainAndAgainFromTheSessionsAddress)
         EXPECT_EQ(FormatAddress(from.sin_addr), "127.0.0.5");
     }
     EXPECT_GE(Clock::now() - began, milliseconds(3 * 50)); // not all at once
+    EXPECT_THROW(KeepAlive(Address("127.0.0.5"), board.Where(), "none0"), ToolError);
 }
 
 } // namespace ledboard
