@@ -35,7 +35,6 @@ bool s_linkWasUp = false; // while the probe runs
 LinkLocalClaim s_claim;
 
 bool s_delayPending = false; // a DelaySnicker has begun to wait
-int s_delayCalls = 0;        // calls of DelaySnicker in this tick
 
 std::string Dotted(std::uint32_t address)
 {
@@ -247,7 +246,6 @@ void SetLOAddress()
 
 void SetUDPPacketAddress()
 {
-    s_delayCalls = 0;
     if (GetFixedStatus() != 0) {
         s_probe = Probe::kOver;
         s_claim.Stop();
@@ -262,8 +260,8 @@ void SetUDPPacketAddress()
 void DelaySnicker()
 {
     const auto now = Clock::now();
-    if (++s_delayCalls > 1) {
-        // The link went down once more: the one entry that stays waits anew.
+    if (SlotsInTick(DelaySnicker) > 1) {
+        // The link went down once more: the last entry stays and waits anew.
         s_waitEnd = now + kLeaseChance;
         RemoveFromTick(DelaySnicker);
         return;

@@ -15,10 +15,11 @@ int DisposeSnickerPacket(int fd);
 // eth0 has no address at start: brings it up and picks the first candidate.
 void SetLOAddress();
 
-// Tick function, always there and before DelaySnicker in the table. In dynamic addressing it keeps address,
-// mask and gateway of the device record equal to the interface's and drives the probe's timers.
+// Tick function, always there. In dynamic addressing it keeps address, mask and gateway of the device record
+// equal to the interface's and drives the probe's timers.
 void SetUDPPacketAddress();
 
 // Tick function, inserted when the link goes down. Waits until the link is back and a lease had its chance,
-// starts the probe again and removes itself; of several entries all but one drop out at their first call.
+// starts the probe again and removes itself; of several entries all but the last drop out at their first
+// call.
 void DelaySnicker();

@@ -86,7 +86,7 @@ void StartTimer(std::int32_t seconds)
     const std::lock_guard lock(s_ployMutex);
     s_rebootSeconds = seconds;
     RemoveFromTick(RebootTimer);
-    InsertToTick(RebootTimer);
+    InsertToTickOrWait(RebootTimer);
 }
 
 } // namespace

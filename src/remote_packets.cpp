@@ -61,7 +61,7 @@ bool HandleLoginAnswer(DeviceContext *context, wire::Bytes packet)
         return false;
     // QUIRK heartbeat-doubles: every accepted answer inserts the function again and it then runs more than
     // once a tick; one entry would be expected.
-    InsertToTick(Heartbeat);
+    InsertToTickOrWait(Heartbeat);
     return true;
 }
 

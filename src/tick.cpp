@@ -5,6 +5,7 @@
 #include "sockets.h"
 #include "wire_types.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <linux/netlink.h>
@@ -12,6 +13,7 @@
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
+#include <vector>
 
 namespace
 {
@@ -26,6 +28,7 @@ constexpr std::uint32_t kFiredWord = 1;
 
 std::mutex s_tickMutex;
 std::array<TickFunction, kTickSlots> tickArray{};
+std::vector<TickFunction> s_waiting; // for an empty slot, each one once, the oldest first
 
 int s_timerFd = -1; // the replacement source, -1 with the board's driver
 
@@ -58,6 +61,30 @@ int ReadTimer(int fd)
     return read(fd, &expirations, sizeof expirations) == sizeof expirations ? 1 : -1;
 }
 
+// The functions on the table hold s_tickMutex.
+
+bool IntoEmptySlot(TickFunction fn)
+{
+    const auto slot = std::ranges::find(tickArray, nullptr);
+    if (slot == tickArray.end())
+        return false;
+    *slot = fn;
+    return true;
+}
+
+void SeatWaiting()
+{
+    while (!s_waiting.empty() && IntoEmptySlot(s_waiting.front()))
+        s_waiting.erase(s_waiting.begin());
+}
+
+void Wait(TickFunction fn)
+{
+    if (std::ranges::find(tickArray, fn) == tickArray.end() &&
+        std::ranges::find(s_waiting, fn) == s_waiting.end())
+        s_waiting.push_back(fn);
+}
+
 } // namespace
 
 void InsertToTick(TickFunction fn)
@@ -65,13 +92,19 @@ void InsertToTick(TickFunction fn)
     if (fn == nullptr)
         return;
     const std::lock_guard lock(s_tickMutex);
-    for (TickFunction &slot : tickArray) {
-        if (slot != nullptr)
-            continue;
-        slot = fn;
+    if (!IntoEmptySlot(fn))
+        Diag(kUnit, __func__, __LINE__, "no tick slot is empty, the function is not run.");
+}
+
+void InsertToTickOrWait(TickFunction fn)
+{
+    if (fn == nullptr)
         return;
-    }
-    Diag(kUnit, __func__, __LINE__, "no tick slot is empty, the function is not run.");
+    const std::lock_guard lock(s_tickMutex);
+    if (IntoEmptySlot(fn))
+        return;
+    Diag(kUnit, __func__, __LINE__, "no tick slot is empty, the function waits for one.");
+    Wait(fn);
 }
 
 void RemoveFromTick(TickFunction fn)
@@ -79,12 +112,17 @@ void RemoveFromTick(TickFunction fn)
     if (fn == nullptr)
         return;
     const std::lock_guard lock(s_tickMutex);
-    for (TickFunction &slot : tickArray) {
-        if (slot != fn)
-            continue;
-        slot = nullptr;
-        return;
-    }
+    const auto slot = std::ranges::find(tickArray, fn);
+    if (slot != tickArray.end())
+        *slot = nullptr;
+    else
+        std::erase(s_waiting, fn);
+}
+
+int SlotsInTick(TickFunction fn)
+{
+    const std::lock_guard lock(s_tickMutex);
+    return static_cast<int>(std::ranges::count(tickArray, fn));
 }
 
 void CallTickFunctions()
@@ -98,6 +136,8 @@ void CallTickFunctions()
         if (fn != nullptr)
             fn();
     }
+    const std::lock_guard lock(s_tickMutex);
+    SeatWaiting();
 }
 
 int InitTick()

@@ -24,6 +24,14 @@ void B()
 {
     s_calls += 'b';
 }
+void C()
+{
+    s_calls += 'c';
+}
+void D()
+{
+    s_calls += 'd';
+}
 void RemovesB()
 {
     s_calls += 'r';
@@ -40,7 +48,7 @@ std::string CallsOfOneTick()
 void EmptyTable()
 {
     for (int slot = 0; slot < kTickSlots; ++slot) {
-        for (const TickFunction fn : {A, B, RemovesB})
+        for (const TickFunction fn : {A, B, C, D, RemovesB})
             RemoveFromTick(fn);
     }
 }
@@ -108,6 +116,27 @@ TEST(TickTable, MayBeChangedByATickFunction)
     InsertToTick(B);
     InsertToTick(A);
     EXPECT_EQ(CallsOfOneTick(), "ra");
+    EmptyTable();
+}
+
+TEST(TickTable, AFullTableIsWaitedForByWhatMustNotGetLost)
+{
+    EmptyTable();
+    for (const TickFunction fn : {RemovesB, B, A, A, A})
+        InsertToTick(fn);
+    EXPECT_EQ(SlotsInTick(A), 3);
+    InsertToTickOrWait(C);
+    InsertToTickOrWait(C); // once is enough
+    InsertToTickOrWait(A); // is in the table already
+    InsertToTickOrWait(D); // for the next slot
+    EXPECT_EQ(CallsOfOneTick(), "raaa") << "the slot of B is empty when the tick ends";
+    EXPECT_EQ(CallsOfOneTick(), "rcaaa");
+    RemoveFromTick(D); // waits no more
+    RemoveFromTick(A);
+    EXPECT_EQ(CallsOfOneTick(), "rcaa");
+    EXPECT_EQ(CallsOfOneTick(), "rcaa");
+    InsertToTickOrWait(D); // nothing to wait for
+    EXPECT_EQ(CallsOfOneTick(), "rcdaa");
     EmptyTable();
 }
 
