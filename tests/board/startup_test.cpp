@@ -38,6 +38,12 @@ protected:
 
 class BoardHeartbeat : public BoardTest
 {
+protected:
+    int RefusedConnects()
+    {
+        return std::stoi(
+            board->Run("awk '/^Tcp: [0-9]/ { print $8 }' /proc/net/snmp").output); // AttemptFails
+    }
 };
 
 } // namespace
@@ -143,15 +149,20 @@ TEST_F(BoardHeartbeat, BeatsOnceASecondAndComesBackToTheSupervisor)
     for (std::size_t index = 0; index < 3; ++index) {
         EXPECT_EQ(beats[index].bytes, "server");
         EXPECT_EQ(beats[index].connection, 1U);
-        const std::chrono::duration<double> age = beats[index].at - beats[0].at;
-        EXPECT_NEAR(age.count(), static_cast<double>(index), 0.3);
     }
+    // Each end may be late on a busy machine.
+    const std::chrono::duration<double> twoPauses = beats[2].at - beats[0].at;
+    EXPECT_GT(twoPauses.count(), 1.5);
+    EXPECT_LT(twoPauses.count(), 4.0);
     board->SupervisorListens(false);
     EXPECT_TRUE(board->WaitForLog("catch signal: 13"));
     EXPECT_TRUE(board->WaitForLog("send heartbeat fail. errno: 32."));
     board->Forget();
     EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->BoardAddress()));
-    EXPECT_FALSE(board->WaitFor([&] { return !board->Heartbeats().empty(); }, 2500ms));
+    // It finds nobody there at least twice.
+    const int refused = RefusedConnects();
+    EXPECT_TRUE(board->WaitFor([&] { return RefusedConnects() >= refused + 2; }, 15s));
+    EXPECT_TRUE(board->Heartbeats().empty());
     board->SupervisorListens(true);
     ASSERT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 2; }));
     EXPECT_EQ(board->Heartbeats()[0].connection, 2U);

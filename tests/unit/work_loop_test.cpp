@@ -11,6 +11,7 @@
 
 #include <fcntl.h>
 #include <memory>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -68,7 +69,8 @@ void OnRemoteServer(DeviceContext *)
                                (waits ? ", packet waits" : ", no packet"));
     s_inside->tickInRound = false;
     if (s_inside->rounds.size() == 1) {
-        usleep(1200000);
+        pollfd tick{.fd = (*g_sessions)[kSlotTick].fd, .events = POLLIN, .revents = 0};
+        EXPECT_EQ(poll(&tick, 1, 10000), 1);
         EXPECT_EQ(write(s_inside->probe[1], "not an ARP packet", 17), 17);
     }
     if (s_inside->rounds.size() == 3)
