@@ -3,17 +3,22 @@
 #include "network_peer.h"
 
 #include <linux/if_packet.h>
+#include <linux/sockios.h>
 #include <net/ethernet.h>
 #include <net/if.h>
+#include <sys/ioctl.h>
+
+#include <cstdlib>
+#include <fstream>
 
 namespace
 {
 
-// What was heard of the board on the cable, and when.
+// What was heard of the board on the cable, and when it was sent.
 struct Arp {
     std::string kind; // "probe", "announcement" or ""
     std::string address;
-    Clock::time_point at;
+    std::chrono::duration<double> at{};
 };
 
 class AddressProbe : public Network
@@ -22,6 +27,15 @@ protected:
     void OpenCapture()
     {
         arp_ = board::Descriptor(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(ETH_P_ARP)));
+        SentAt(); // the kernel notes the times from now on
+    }
+
+    // When the packet that was read last was sent; this process may be late to read it.
+    std::chrono::duration<double> SentAt()
+    {
+        timespec time{};
+        ioctl(arp_.Get(), SIOCGSTAMPNS, &time);
+        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
     }
 
     // The next probe or announcement by the board; kind "" when none comes in time.
@@ -41,7 +55,7 @@ protected:
             const Bytes sender = bytes.substr(14, 4);
             const Bytes target = bytes.substr(24, 4);
             if (sender == target || sender == Bytes(4, '\0'))
-                return {sender == target ? "announcement" : "probe", Dotted(target), Clock::now()};
+                return {sender == target ? "announcement" : "probe", Dotted(target), SentAt()};
         }
     }
 
@@ -66,9 +80,9 @@ protected:
     std::string ClaimSeen(std::vector<std::chrono::duration<double>> *gaps = nullptr)
     {
         std::string address;
-        Clock::time_point last{};
+        std::chrono::duration<double> last{};
         for (int count = 0; count < 5; ++count) {
-            const Arp heard = Heard(count == 0 ? 15000ms : 4000ms);
+            const Arp heard = Heard(count == 0 ? 25000ms : 6000ms);
             EXPECT_EQ(heard.kind, count < 3 ? "probe" : "announcement") << count;
             if (address.empty())
                 address = heard.address;
@@ -92,23 +106,24 @@ TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
     std::vector<std::chrono::duration<double>> gaps;
     const std::string first = ClaimSeen(&gaps);
     ASSERT_TRUE(first.starts_with("169.254."));
-    EXPECT_EQ(Found("169.254.", 2s), first) << "the record has it";
+    EXPECT_EQ(Found("169.254.", kTwoSeconds), first) << "the record has it";
     EXPECT_LT(Clock::now() - before, 15s);
     EXPECT_EQ(board->Eth0Address(), first);
     EXPECT_EQ(Record().substr(kAddress + 4, 4), Backwards(Quad("255.255.0.0")));
-    for (const std::size_t pause : {0U, 1U}) {
+    // A tick may come up to a quarter of a second early; late ticks shift what follows.
+    for (const std::size_t pause : {0U, 1U})
         EXPECT_GT(gaps[pause].count(), 0.7);
-        EXPECT_LT(gaps[pause].count(), 3.0);
-    }
-    EXPECT_NEAR(gaps[2].count(), 2.0, 0.9);
-    EXPECT_NEAR(gaps[3].count(), 2.0, 0.9);
+    for (const std::size_t pause : {2U, 3U})
+        EXPECT_GT(gaps[pause].count(), 1.7);
+    for (const auto gap : gaps)
+        EXPECT_LT(gap.count(), 3.5);
 
     // A second host: once defended, then the board moves.
     Claim(first);
-    EXPECT_EQ(Heard(1000ms).kind, "announcement");
+    EXPECT_EQ(Heard(5000ms).kind, "announcement");
     EXPECT_EQ(board->Eth0Address(), first);
     Claim(first);
-    const Arp probe = Heard(3000ms);
+    const Arp probe = Heard(6000ms);
     EXPECT_EQ(probe.kind, "probe");
     EXPECT_NE(probe.address, first);
     EXPECT_EQ(board->Eth0Address(), std::nullopt);
@@ -116,17 +131,17 @@ TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
     Claim(probe.address);
     const std::string third = ClaimSeen();
     EXPECT_NE(third, probe.address);
-    EXPECT_EQ(Found("169.254.", 2s), third);
+    EXPECT_EQ(Found("169.254.", kTwoSeconds), third);
 
     // The DHCP client's script flushes it: it is probed for and put back.
     board->Run("ifconfig eth0 0.0.0.0");
     EXPECT_EQ(ClaimSeen(), third);
-    EXPECT_EQ(Found("169.254.", 2s), third);
+    EXPECT_EQ(Found("169.254.", kTwoSeconds), third);
 
     // A lease: the link-local address goes.
     board->DhcpServer(true);
-    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->LeaseAddress(); }, 40s));
-    EXPECT_EQ(Found(board->LeaseAddress(), 2s), board->LeaseAddress());
+    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->LeaseAddress(); }, kLeaseTime));
+    EXPECT_EQ(Found(board->LeaseAddress(), kTwoSeconds), board->LeaseAddress());
     EXPECT_EQ(board->Run("ip -4 addr show dev eth0 | grep -c inet").output, "1\n");
     EXPECT_EQ(Record().substr(kAddress + 8, 4), Backwards(Quad(board->PcAddress())));
     Claim(third); // the probe is over and hears it no more
@@ -144,13 +159,19 @@ protected:
         return status;
     }
 
-    // Returns when the daemon has said nothing for a while.
-    void AwaitQuiet()
+    // Returns when the daemon has seen it, and all link messages before it.
+    void MoveCable(bool in)
     {
-        for (std::size_t lines = 0; lines != board->Log().size();) {
-            lines = board->Log().size();
-            board->WaitFor([&] { return lines != board->Log().size(); }, 400ms);
-        }
+        const std::string line = in ? "netlink event up." : "netlink event down.";
+        const std::size_t seen = Lines(line);
+        board->Cable(in);
+        ASSERT_TRUE(board->WaitForLog(line, seen + 1, 20s));
+    }
+
+    std::size_t Lines(const std::string &text)
+    {
+        return static_cast<std::size_t>(std::ranges::count_if(
+            board->Log(), [&](const std::string &line) { return line.find(text) != std::string::npos; }));
     }
 };
 
@@ -159,7 +180,7 @@ TEST_F(Cable, PulledAndNoServerAnyMore)
     options.addressing = board::Addressing::Dhcp;
     OpenCapture();
     Start();
-    ASSERT_EQ(Found(board->LeaseAddress(), 10s), board->LeaseAddress());
+    ASSERT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
     board->DhcpServer(false);
     board->Cable(false);
     EXPECT_TRUE(board->WaitForMessage(9));
@@ -170,60 +191,123 @@ TEST_F(Cable, PulledAndNoServerAnyMore)
     board->Cable(true);
     EXPECT_TRUE(ClaimSeen().starts_with("169.254."));
     EXPECT_GT(Clock::now() - plugged, 14s) << "a lease had its chance first";
-    EXPECT_NE(Found("169.254.", 2s), "");
+    EXPECT_NE(Found("169.254.", kTwoSeconds), "");
 
     // The server comes back with the cable.
     board->Cable(false);
     EXPECT_TRUE(board->WaitForMessage(9, 2));
     board->DhcpServer(true);
     board->Cable(true);
-    EXPECT_EQ(Found(board->LeaseAddress(), 30s), board->LeaseAddress());
+    EXPECT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
 }
 
-TEST_F(Cable, FlappingLeavesNothingBehind)
+class FlappingCable : public Cable
+{
+protected:
+    // As fast as the daemon takes notice of it.
+    void Flap(int times)
+    {
+        for (; times > 0 && !HasFatalFailure(); --times) {
+            MoveCable(false);
+            MoveCable(true);
+        }
+    }
+
+    // KiB of the daemon's own; nothing where a sanitizer adds to it.
+    long Memory()
+    {
+        if (getenv("ASAN_OPTIONS") != nullptr || getenv("TSAN_OPTIONS") != nullptr)
+            return 0;
+        std::ifstream file("/proc/" + std::to_string(board->DaemonPid()) + "/status");
+        for (std::string word; file >> word;) {
+            long number = 0;
+            if (word == "RssAnon:" && file >> number)
+                return number;
+        }
+        ADD_FAILURE() << "no RssAnon";
+        return 0;
+    }
+
+    void ExpectAsBefore(std::size_t descriptors, long memory)
+    {
+        EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; }, 20s));
+        EXPECT_LE(Memory(), memory + 128);
+    }
+};
+
+TEST_F(FlappingCable, LeavesAFixedAddressAndNothingElseBehind)
+{
+    Start();
+    Flap(10);
+    const std::size_t descriptors = board->OpenDescriptors();
+    const long memory = Memory();
+    Flap(100);
+    EXPECT_EQ(Found(board->BoardAddress(), 10s), board->BoardAddress());
+    ExpectAsBefore(descriptors, memory);
+}
+
+TEST_F(FlappingCable, LeavesTickSlotsForTheOthers)
 {
     options.addressing = board::Addressing::Dhcp;
+    options.files["/home/root/plexa_data/remote_server"] = "ip=127.0.0.1\nport=7001\nusername=user\n";
+    options.startDaemon = false;
     Start();
-    ASSERT_EQ(Found(board->LeaseAddress(), 10s), board->LeaseAddress());
+    const board::Descriptor listener(board->SocketInBoard(AF_INET, SOCK_STREAM));
+    sockaddr_in here{};
+    here.sin_family = AF_INET;
+    here.sin_port = htons(7001);
+    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr *>(&here), sizeof here), 0);
+    ASSERT_EQ(listen(listener.Get(), 1), 0);
+    board->StartDaemon();
+    const Peer server(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    ASSERT_EQ(server.Take(43).size(), 43U);
+    ASSERT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
+    Flap(10);
     const std::size_t descriptors = board->OpenDescriptors();
-    for (int count = 0; count < 30; ++count) {
-        board->Cable(false);
-        board->WaitFor([] { return false; }, 50ms);
-        board->Cable(true);
-        board->WaitFor([] { return false; }, 50ms);
-    }
-    EXPECT_EQ(Found(board->LeaseAddress(), 30s), board->LeaseAddress());
+    const long memory = Memory();
+
+    // The server's answer, which makes the heartbeat a tick function, comes when all slots are taken.
+    for (std::size_t refused = 0; refused == 0;
+         refused = Lines("no tick slot is empty, the function is not run."))
+        Flap(1);
+    ASSERT_TRUE(server.Send(Le32(12) + Le32(10) + Le32(0)));
+    EXPECT_EQ(server.Take(522).size(), 522U);
+    Flap(100);
+    EXPECT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
+    EXPECT_EQ(server.Take(12, 10000), Le32(12) + Le32(11) + Le32(0)) << "the heartbeat has its slot";
     const std::vector<std::string> commands = board->Commands();
-    EXPECT_LE(std::count(commands.begin(), commands.end(), kRestart), 12) << "one waits, not thirty";
-    EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; }, 15s));
-    // All tick slots but one of the delay are free again: the next pull finds one.
+    EXPECT_LE(std::count(commands.begin(), commands.end(), kRestart), 60) << "one waits, not a hundred";
+    ExpectAsBefore(descriptors, memory);
+    // The surplus entries of the delay are gone: the next pull finds a slot.
     board->Forget();
-    board->Cable(false);
-    EXPECT_TRUE(board->WaitForLog("netlink event down."));
-    EXPECT_FALSE(board->WaitForLog("no tick slot is empty", 1, 1500ms));
-    EXPECT_TRUE(board->ThePlayer().Messages().size() > 0);
+    Flap(1);
+    EXPECT_EQ(Lines("no tick slot is empty"), 0U);
+    EXPECT_FALSE(board->ThePlayer().Messages().empty());
 }
 
 TEST_F(Cable, TheModemTakesTheDefaultRoute)
 {
+    options.startDaemon = false;
     Start();
     ASSERT_EQ(Ip("ip link add ppp0 type veth peer name ppp1 && ip addr add 10.64.0.1 peer 10.64.0.9 dev ppp0 "
                  "&& ip link set ppp1 up && ip link set ppp0 up"),
               0);
-    for (const bool in : {false, true, false, true, false}) {
-        AwaitQuiet();
-        board->Cable(in);
-    }
-    AwaitQuiet();
+    ASSERT_TRUE(board->WaitFor([&] { return Ip("ip link show ppp0 | grep -q LOWER_UP") == 0; }));
+    board->StartDaemon();
     const std::string move = "route delete default;route add  default gw 10.64.0.9;"
                              "cp /etc/ppp/resolv.conf /var/run/resolv.conf";
+    for (const std::size_t pulls : {1U, 2U, 3U}) {
+        MoveCable(false);
+        EXPECT_TRUE(board->WaitForCommand(move, pulls));
+        if (pulls < 3)
+            MoveCable(true);
+    }
     int moves = 0;
     for (const std::string &command : board->Commands()) {
         if (command.starts_with(move)) {
             EXPECT_EQ(command, move + (moves++ % 2 == 0 ? ";killall pppd" : ""));
         }
     }
-    EXPECT_GE(moves, 3);
     EXPECT_EQ(board->Eth0Address(), board->BoardAddress()) << "a fixed address is left alone";
 
     // Another interface's link comes up while eth0 has no cable: up it is.
