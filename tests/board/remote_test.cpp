@@ -203,7 +203,7 @@ TEST_F(RemoteServer, LoginParametersAndHeartbeats)
     EXPECT_EQ(peer.Take(12), kHeartbeat);
     const auto quick = Clock::now();
     EXPECT_EQ(peer.Take(12), kHeartbeat);
-    EXPECT_LT(Clock::now() - quick, 4500ms);
+    EXPECT_LT(Clock::now() - quick, 6s);
 }
 
 TEST_F(RemoteServer, PacketsInAnyPieces)
