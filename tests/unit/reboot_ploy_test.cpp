@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "reboot_ploy.h"
+#include "test_files.h"
+#include "tick.h"
 
 #include <gtest/gtest.h>
 
@@ -89,4 +91,28 @@ TEST(RebootPloy, OffsetsBeyondADayCountAsNone)
         ploy.minuteOffset = static_cast<std::int16_t>(offset);
         EXPECT_EQ(ValidRebootPloy(ploy).minuteOffset, std::abs(offset) > 1440 ? 0 : offset);
     }
+}
+
+TEST(RebootPloy, AFullTickTableLosesNoReboot)
+{
+    const TickFunction other = [] {};
+    for (int slot = 0; slot < kTickSlots; ++slot)
+        InsertToTick(other);
+    std::string ploy = std::string("\1\0\0\0\0\0\0\0\0\0\0\0\0\2", 14) + std::string(7, '\0'); // every 2 days
+    WriteTestFile(g_rebootPloy, ploy);
+    ReloadRebootPloy();
+    EXPECT_EQ(SlotsInTick(RebootTimer), 0);
+    RemoveFromTick(other);
+    CallTickFunctions();
+    EXPECT_EQ(SlotsInTick(RebootTimer), 1);
+    ReloadRebootPloy();
+    EXPECT_EQ(SlotsInTick(RebootTimer), 1) << "once";
+
+    ploy[0] = 0;
+    WriteTestFile(g_rebootPloy, ploy);
+    ReloadRebootPloy();
+    EXPECT_EQ(SlotsInTick(RebootTimer), 0);
+    for (int slot = 0; slot < kTickSlots; ++slot)
+        RemoveFromTick(other);
+    RemoveTestFile(g_rebootPloy);
 }
