@@ -231,7 +231,7 @@ protected:
     void ExpectAsBefore(std::size_t descriptors, long memory)
     {
         EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; }, 20s));
-        EXPECT_LE(Memory(), memory + 128);
+        EXPECT_LE(Memory(), memory + 48);
     }
 };
 

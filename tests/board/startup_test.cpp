@@ -152,8 +152,8 @@ TEST_F(BoardHeartbeat, BeatsOnceASecondAndComesBackToTheSupervisor)
     }
     // Each end may be late on a busy machine.
     const std::chrono::duration<double> twoPauses = beats[2].at - beats[0].at;
-    EXPECT_GT(twoPauses.count(), 1.5);
-    EXPECT_LT(twoPauses.count(), 4.0);
+    EXPECT_GT(twoPauses.count(), 1.2);
+    EXPECT_LT(twoPauses.count(), 6.0);
     board->SupervisorListens(false);
     EXPECT_TRUE(board->WaitForLog("catch signal: 13"));
     EXPECT_TRUE(board->WaitForLog("send heartbeat fail. errno: 32."));
