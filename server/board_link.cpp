@@ -41,7 +41,6 @@ BoardLink::BoardLink(asio::ip::tcp::socket socket)
 {
     asio::error_code ignored;
     socket_.set_option(asio::ip::tcp::no_delay(true), ignored);
-    replyCame_.expires_at(asio::steady_timer::time_point::max());
 }
 
 asio::awaitable<void> BoardLink::ReceiveMore()
@@ -132,17 +131,28 @@ void BoardLink::PutReply(Reply reply)
     replyCame_.cancel();
 }
 
-asio::awaitable<Reply> BoardLink::NextReply()
+void BoardLink::Wake()
 {
-    while (replies_.empty()) {
-        if (closed_)
-            throw LinkLost("the connection ended");
+    replyCame_.cancel();
+}
+
+asio::awaitable<std::optional<Reply>> BoardLink::NextReply(Deadline deadline)
+{
+    if (replies_.empty() && !closed_) {
         asio::error_code cancelled;
+        replyCame_.expires_at(deadline);
         co_await replyCame_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
+        if (!cancelled && replies_.empty() && !closed_)
+            throw BadPacket("the board does not answer");
     }
-    Reply reply = std::move(replies_.front());
-    replies_.pop_front();
-    co_return reply;
+    if (!replies_.empty()) {
+        Reply reply = std::move(replies_.front());
+        replies_.pop_front();
+        co_return reply;
+    }
+    if (closed_)
+        throw LinkLost("the connection ended");
+    co_return std::nullopt;
 }
 
 } // namespace server

@@ -46,7 +46,10 @@ public:
     // Replies of the remote session: put here by whoever receives the packets, taken by the one push that is
     // under way.
     void PutReply(Reply reply);
-    asio::awaitable<Reply> NextReply(); // throws LinkLost
+    using Deadline = std::chrono::steady_clock::time_point;
+    // Nothing when woken by Wake. Throws LinkLost; without a reply until the deadline BadPacket.
+    asio::awaitable<std::optional<Reply>> NextReply(Deadline deadline);
+    void Wake();
 
     const std::string &Id() const { return id_; }
     std::string PeerText() const { return peer_; }
@@ -63,7 +66,7 @@ private:
     std::size_t handled_ = 0;
     std::deque<std::string> sending_;
     std::deque<Reply> replies_;
-    asio::steady_timer replyCame_; // never expires; cancelled to wake the waiter
+    asio::steady_timer replyCame_; // expires at the waiter's deadline; cancelled to wake it
     bool closed_ = false;
     std::chrono::steady_clock::time_point lastHeard_;
 };

@@ -11,6 +11,12 @@ namespace server
 namespace
 {
 
+using namespace std::chrono_literals;
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kReplyLimit = 5min; // a board reads a large file for its digest
+constexpr auto kAbortLimit = 10s;  // all of the unlocking
+
 // Data is sent in chunks of one size, for ever: a board's table of a half received file counts them. Two of
 // them with their headers fill the board's buffer, so that one is on its way while the other is stored.
 constexpr std::size_t kChunkSize = 4556;
@@ -54,16 +60,19 @@ Push::Push(Boards &boards, std::string id, std::shared_ptr<SourceFolder> source,
 
 void Push::Cancel()
 {
-    cancelled_ = true;
+    if (std::exchange(cancelled_, true))
+        return;
+    if (link_ != nullptr)
+        link_->Wake();
     boards_.Notify();
 }
 
 asio::awaitable<PushReport> Push::Run()
 {
-    const auto begin = std::chrono::steady_clock::now();
+    const auto begin = Clock::now();
     while (!co_await TryOnce()) {
     }
-    report_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    report_.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
     if (BoardEntry *const entry = boards_.Find(report_.id))
         entry->push.clear();
     co_return report_;
@@ -98,16 +107,16 @@ asio::awaitable<void> Push::Abort()
 {
     link_->Send(MakeRequest(report_.id, wire::kRemoteUnlock));
     link_->Send(MakeRequest(report_.id, wire::kRemoteListVideos));
+    const auto deadline = Clock::now() + kAbortLimit;
     try {
-        for (std::vector<std::string> names; names.size() <= kMostNames;) {
-            const Reply reply = co_await link_->NextReply();
-            if (reply.code == wire::kRemoteVideosReply && TakeNames(reply, &names))
+        for (std::vector<std::string> names; names.size() <= kMostNames && Clock::now() < deadline;) {
+            const std::optional<Reply> reply = co_await link_->NextReply(deadline);
+            if (reply && reply->code == wire::kRemoteVideosReply && TakeNames(*reply, &names))
                 co_return;
         }
-        link_->Close();
-    } catch (const LinkLost &) {
-        co_return; // which ends the lock as well
+    } catch (const std::exception &) { // lost, silent, or rubbish
     }
+    link_->Close(); // which ends the lock as well
 }
 
 asio::awaitable<void> Push::WaitForBoard()
@@ -236,7 +245,7 @@ asio::awaitable<std::uint64_t> Push::ReadTable(std::string name, std::string *di
 {
     SendNamed(wire::kRemoteGetTable, name);
     SendNamed(wire::kRemoteGetMd5, name);
-    Reply reply = co_await link_->NextReply();
+    Reply reply = co_await NextReply();
     std::uint64_t chunks = 0;
     const bool hasTable = reply.code == wire::kRemoteTableReply;
     std::size_t piece = hasTable ? ReplyTableLength(reply) : 0;
@@ -329,11 +338,21 @@ asio::awaitable<void> Push::Finish()
     Show("done");
 }
 
+asio::awaitable<Reply> Push::NextReply()
+{
+    const auto deadline = Clock::now() + kReplyLimit;
+    for (;;) {
+        if (cancelled_)
+            throw PushFailure("cancelled", "cancelled");
+        std::optional<Reply> reply = co_await link_->NextReply(deadline);
+        if (reply)
+            co_return std::move(*reply);
+    }
+}
+
 asio::awaitable<Reply> Push::Expect(wire::RemoteReply code)
 {
-    if (cancelled_)
-        throw PushFailure("cancelled", "cancelled");
-    Reply reply = co_await link_->NextReply();
+    Reply reply = co_await NextReply();
     if (reply.code != static_cast<std::uint32_t>(code))
         throw BadPacket("reply " + std::to_string(reply.code) + " in the place of " + std::to_string(code));
     co_return reply;

@@ -46,7 +46,7 @@ public:
     // Starts over whenever the board has come back, until all is done or cannot be. Never throws.
     asio::awaitable<PushReport> Run();
 
-    void Cancel(); // takes effect at the next reply of the board
+    void Cancel(); // wakes a wait for the board
 
 private:
     struct Task {
@@ -71,6 +71,7 @@ private:
     asio::awaitable<bool> VerifyFile(Task task);
     asio::awaitable<void> Finish();
 
+    asio::awaitable<Reply> NextReply();
     asio::awaitable<Reply> Expect(wire::RemoteReply code);
     void SendNamed(wire::RemoteRequest request, const std::string &name);
     void Show(const std::string &state, const std::string &file = "");

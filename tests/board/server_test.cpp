@@ -250,3 +250,28 @@ TEST_F(Server, BoardsThatAreOdd)
         EXPECT_EQ(LastLine(result.out)["results"][0].value("message", ""), row.message);
     }
 }
+
+TEST_F(Server, CtrlCEndsAPushToABoardThatDoesNotAnswer)
+{
+    Source("a", "content");
+    const std::string lock = Le32(44) + Le32(13) + "K1-FAKE" + Zeros(7) + Le32(22) + Le32(14);
+    for (const bool answersAtLast : {true, false}) {
+        const Peer peer = FakeBoard();
+        EXPECT_EQ(peer.Take(12).size(), 12U);
+        const LedboardRun push({"push", source_, "--to", "K1-FAKE", "--control", kControl}, "",
+                               "ledboard-server");
+        EXPECT_EQ(peer.Take(44).substr(0, lock.size()), lock);
+        kill(push.Pid(), SIGINT);
+        EXPECT_EQ(push.Wait().status, 128 + SIGINT);
+        EXPECT_EQ(peer.Take(88).size(), 88U) << "unlock, and a listing to know the last reply by";
+        if (!answersAtLast) {
+            EXPECT_TRUE(peer.Ended(15000));
+            break;
+        }
+        ASSERT_TRUE(peer.Send(FakeReply(15, Le32(1)) + FakeReply(37, Zeros(1)) + FakeReply(15, Le32(2))));
+        LedboardResult result = Push("K1-FAKE");
+        while (result.out.find("under way") != std::string::npos)
+            result = Push("K1-FAKE");
+        EXPECT_EQ(result.status, 5) << "not the reply of before: " << result.out;
+    }
+}
