@@ -30,9 +30,8 @@ namespace
 
 constexpr char kUnit[] = "src/device_context.cpp";
 constexpr char kVideoMark[] = ".mp4";
-constexpr char kUsbProgramDir[] = "/home/root/usb_dev/tarvo/";
-constexpr char kInternalProgramDir[] = "/home/root/plexa_data/factory/";
 
+std::string s_programDir;                   // what the context points to
 std::vector<std::string> s_programFileList; // relative to the program folder, as LogIn found them
 std::vector<std::string> s_videoFileList;
 std::string s_lastRecvFile; // the unfinished file that LogIn found
@@ -158,7 +157,8 @@ bool LogIn(DeviceContext *context, wire::Bytes)
     // then refused; a refusal would be expected to change nothing.
     CloseReadTable();
     context->uDiskFlag = g_serverStatus.uDiskConnectFlag;
-    context->programDir = context->uDiskFlag == 1 ? kUsbProgramDir : kInternalProgramDir;
+    s_programDir = std::string(context->uDiskFlag == 1 ? paths::kUsbProgram : paths::kInternalProgram) + "/";
+    context->programDir = s_programDir.c_str();
     context->finishFlag = 0;
     TellPlayer(__func__, "SS_CMD_RECV_PROGRAM", wire::SS_CMD_RECV_PROGRAM);
     ListPrograms(context->programDir);
