@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -44,6 +45,16 @@ bool IsFolder(const std::string &path)
         return false;
     closedir(folder);
     return true;
+}
+
+void MakeFolders(const std::string &path)
+{
+    constexpr mode_t kMode = 0777;
+    std::size_t end = 0;
+    while (end != std::string::npos) {
+        end = path.find('/', end + 1);
+        mkdir(path.substr(0, end).c_str(), kMode);
+    }
 }
 
 FileReplacement::FileReplacement(std::string path)

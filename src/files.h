@@ -21,6 +21,9 @@ std::optional<std::string> ReadFileStart(const std::string &path, std::size_t li
 
 bool IsFolder(const std::string &path); // it can be opened as a folder
 
+// Makes the folder and its parents, mode 0777. One that cannot be made shows when a file is opened in it.
+void MakeFolders(const std::string &path);
+
 // A file that takes the place of another once it is whole: what is written goes to a neighbour, which Commit
 // syncs and renames. Without Commit the old file stays as it was.
 class FileReplacement

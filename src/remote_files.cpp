@@ -10,13 +10,9 @@
 #include "safe_name.h"
 #include "shell.h"
 
-#include <QDir>
-#include <QFile>
-
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -50,12 +46,6 @@ FilePointer OpenDirect(const std::string &path, const char *mode)
     return file;
 }
 
-void MakeFolderOf(const std::string &path)
-{
-    const std::size_t end = path.find_last_of("/\\");
-    QDir().mkpath(QFile::decodeName(path.substr(0, end).c_str()));
-}
-
 // Opens the named file and its table. True when both are open; else neither is.
 bool OpenForReception(DeviceContext *context, wire::Bytes packet, const char *mode)
 {
@@ -64,7 +54,9 @@ bool OpenForReception(DeviceContext *context, wire::Bytes packet, const char *mo
     if (!path)
         return false;
     const std::string table = *path + kTableSuffix;
-    MakeFolderOf(*path);
+    // QUIRK remote-backslash-folder: a backslash ends the folder as well, so that "a\b" makes a folder "a"
+    // beside the file "a\b"; only the slash would be expected to count.
+    MakeFolders(path->substr(0, path->find_last_of("/\\")));
     FilePointer file = OpenDirect(*path, mode);
     s_bakFile = OpenDirect(table, mode);
     if (!file || !s_bakFile) {

@@ -32,7 +32,6 @@ constexpr int kLogOutLine = 2340;
 constexpr int kEndMessageLine = 2364;
 
 constexpr mode_t kFolderMode = 0700;
-constexpr mode_t kNamedFolderMode = 0777;
 // The kernel is told to write in steps of this size, so that the sync at the end has little left to do.
 constexpr std::size_t kWriteBackStep = 4U << 20U;
 
@@ -64,15 +63,6 @@ void MakeInternalFolders()
         return;
     mkdir(paths::kPlexaData, kFolderMode);
     mkdir(paths::kInternalProgram, kFolderMode);
-}
-
-void MakeFolderWithParents(const std::string &folder)
-{
-    std::size_t end = 0;
-    while (end != std::string::npos) {
-        end = folder.find('/', end + 1);
-        mkdir(folder.substr(0, end).c_str(), kNamedFolderMode);
-    }
 }
 
 // A datagram socket of kernel events, group 1, under this process' id.
@@ -403,7 +393,7 @@ int KWorkThread::FileBegin()
     // QUIRK backslash-folder: a backslash ends the folder as well, so that "a\b" makes a folder "a" beside
     // the file "a\b"; only the slash would be expected to count.
     folder.resize(std::min(folder.find_last_of("/\\"), folder.size()));
-    MakeFolderWithParents(folder);
+    MakeFolders(folder);
     sinceWriteBack_ = 0;
     if (file.Open(destination, "wb") == 1) {
         begun_ = true;

@@ -222,12 +222,13 @@ TEST_F(RemoteServer, PacketsInAnyPieces)
 TEST_F(RemoteServer, RubbishIsAnsweredWithPatience)
 {
     Boot();
-    const ino_t before = [this] {
+    const auto inode = [this] {
         struct stat status {
         };
         stat((board->RootFolder() + kConfigFile).c_str(), &status);
         return status.st_ino;
-    }();
+    };
+    const ino_t before = inode();
     Clock::time_point last = Clock::now() - 1h;
     const std::string rubbish[] = {"", Le32(0)};
     for (const std::string &bytes : rubbish) {
@@ -245,10 +246,7 @@ TEST_F(RemoteServer, RubbishIsAnsweredWithPatience)
     last = Clock::now();
     AcceptAndWelcome();
     EXPECT_LT(Clock::now() - last, 5s) << "a server that had accepted is found again at once";
-    struct stat status {
-    };
-    stat((board->RootFolder() + kConfigFile).c_str(), &status);
-    EXPECT_EQ(status.st_ino, before) << "the file is not written again";
+    EXPECT_EQ(inode(), before) << "the file is not written again";
 }
 
 TEST_F(RemoteServer, SetByTheToolAndForgotten)
@@ -379,6 +377,20 @@ TEST_F(RemoteServer, FilesAreReceivedResumedAndVerified)
     Expect(again, Named(24, "c"), NameReply(30, "c", 1));
     ASSERT_TRUE(board->SendAsPlayer(7, 1));
     EXPECT_TRUE(board->WaitFor([&] { return Ask(again, Chunk("x"), 52) == ChunkReply(2); }));
+}
+
+TEST_F(RemoteServer, NamesAreBytes)
+{
+    const Peer peer = Begin();
+    for (const std::string name : {"caf\xE9/na\xEFve/f\xFFlm", ".hidden/.file", "\xE6\x96\x87\\b"}) {
+        Expect(peer, Named(24, name), NameReply(30, name, 1));
+        Expect(peer, Chunk(name), ChunkReply(1));
+        EXPECT_EQ(board->ReadFile(kFolder + name), name);
+    }
+    EXPECT_TRUE(board->Exists(std::string(kFolder) + "\xE6\x96\x87")) << "cut at the backslash, too";
+    Expect(peer, Request(14), LockReply(2));
+    // Neither hidden names nor what is no UTF-8 is listed.
+    Expect(peer, Request(20), Reply(29, 21, "\xE6\x96\x87\\b" + Zeros(2)));
 }
 
 TEST_F(RemoteServer, RefusalsAndMissingThings)
