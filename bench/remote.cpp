@@ -174,6 +174,8 @@ private:
             };
             return Reply(Empty{}, wire::kRemoteFilesReply);
         }
+        case wire::kRemoteGetMd5:
+            return Reply(wire::RemoteMd5Reply{}, wire::kRemoteMd5Reply); // there is no such file
         case wire::kRemoteCreate:
             crc_ = wire::kCrcStart;
             return Reply(wire::RemoteNameReply{.named = {}, .result = wire::kRemoteSuccess},

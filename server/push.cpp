@@ -2,7 +2,7 @@
 #include "push.h"
 
 #include <algorithm>
-#include <set>
+#include <iterator>
 #include <utility>
 
 namespace server
@@ -27,6 +27,9 @@ static_assert(2 * kChunkPacket == kWindow);
 constexpr std::size_t kDigestsInFlight = kWindow / sizeof(wire::RemoteNamePacket);
 constexpr std::size_t kMostNames = 1'000'000; // in a board's listing
 
+// What a board tells of an empty file, and of a folder, which opens and reads as one.
+constexpr char kEmptyDigest[] = "d41d8cd98f00b204";
+
 class PushFailure : public std::runtime_error
 {
 public:
@@ -39,6 +42,20 @@ public:
 private:
     std::string result_;
 };
+
+BadPacket Misplaced(const Reply &reply, wire::RemoteReply expected)
+{
+    return BadPacket("reply " + std::to_string(reply.code) + " in the place of " + std::to_string(expected));
+}
+
+// The folders that a name on the board lies in.
+std::vector<std::string> ParentsOf(const std::string &name)
+{
+    std::vector<std::string> parents;
+    for (std::size_t end = name.find('/'); end != std::string::npos; end = name.find('/', end + 1))
+        parents.push_back(name.substr(0, end));
+    return parents;
+}
 
 } // namespace
 
@@ -137,16 +154,12 @@ asio::awaitable<void> Push::WaitForBoard()
 asio::awaitable<void> Push::AllSteps()
 {
     co_await LockDevice();
-    const std::vector<std::string> onBoard = co_await ListFiles();
-    co_await RemoveGone(onBoard);
-    const std::vector<Task> tasks = co_await CompareFiles(onBoard);
-    progress_.done = progress_.total = 0;
-    for (const Task &task : tasks) {
-        progress_.total += source_->Files().at(task.name).size;
-        progress_.done += task.offset;
+    const Names listed = co_await ListFiles();
+    co_await RemoveGone(listed);
+    for (bool isComplete = false; !isComplete;) {
+        const std::vector<Task> tasks = co_await CompareFiles(listed);
+        isComplete = co_await SendFiles(tasks);
     }
-    for (const Task &task : tasks)
-        co_await SendFile(task);
     co_await Finish();
 }
 
@@ -159,11 +172,11 @@ asio::awaitable<void> Push::LockDevice()
         throw PushFailure("refused", "another user has locked the board");
 }
 
-asio::awaitable<std::vector<std::string>> Push::ListFiles()
+asio::awaitable<Push::Names> Push::ListFiles()
 {
     Show("listing");
     link_->Send(MakeRequest(report_.id, wire::kRemoteListFiles));
-    std::vector<std::string> names;
+    Names names;
     for (bool last = false; !last;) {
         const Reply reply = co_await Expect(wire::kRemoteFilesReply);
         last = TakeNames(reply, &names);
@@ -173,46 +186,77 @@ asio::awaitable<std::vector<std::string>> Push::ListFiles()
     co_return names;
 }
 
-asio::awaitable<void> Push::RemoveGone(std::vector<std::string> names)
+asio::awaitable<void> Push::RemoveGone(Names listed)
 {
-    std::erase_if(names, [this](const std::string &name) { return source_->Files().contains(name); });
-    if (names.empty())
+    std::erase_if(listed, [this](const std::string &name) { return source_->Files().contains(name); });
+    if (listed.empty())
         co_return;
     Show("removing");
+    const Names tables = co_await FindTables(listed);
+    co_await Remove(listed);
+    co_await Remove(tables);
+    report_.removed += listed.size();
+}
+
+asio::awaitable<void> Push::Remove(Names names)
+{
     for (std::string &request : MakeRemovals(report_.id, names)) {
         link_->Send(std::move(request));
         co_await Expect(wire::kRemoteRemoveReply);
     }
-    report_.removed += names.size();
 }
 
-// What has to be sent: files that the board does not have, or has otherwise, or has only a part of.
-asio::awaitable<std::vector<Push::Task>> Push::CompareFiles(std::vector<std::string> names)
+// The reception tables beside these files: boards do not list them, but tell their digests.
+asio::awaitable<Push::Names> Push::FindTables(Names names)
+{
+    const auto canBeAsked = [](const std::string &name) { return name.size() < wire::kRemoteNameSize; };
+    for (std::string &name : names)
+        name += kTableSuffix;
+    Names asked;
+    std::copy_if(names.begin(), names.end(), std::back_inserter(asked), canBeAsked);
+    std::map<std::string, std::string> digests = co_await AskDigests(asked);
+    std::erase_if(names, [&](const std::string &name) { return canBeAsked(name) && digests[name].empty(); });
+    co_return names;
+}
+
+// What has to be sent: files that the board does not have, or has otherwise, or has only a part of. All names
+// are asked for, since boards have files that they do not list.
+asio::awaitable<std::vector<Push::Task>> Push::CompareFiles(Names listed)
 {
     Show("comparing");
-    std::erase_if(names, [this](const std::string &name) { return !source_->Files().contains(name); });
+    std::sort(listed.begin(), listed.end());
+    Names names;
+    for (const auto &[name, file] : source_->Files())
+        names.push_back(name);
     const std::map<std::string, std::string> digests = co_await AskDigests(names);
     std::vector<Task> tasks;
-    report_.unchanged = 0;
-    for (const auto &[name, file] : source_->Files()) {
-        const auto onBoard = digests.find(name);
-        if (onBoard == digests.end()) {
-            tasks.push_back({.name = name, .offset = 0});
+    Names unchanged;
+    for (const auto &[name, digest] : digests) {
+        const bool maybeFolder =
+            digest == kEmptyDigest && !std::binary_search(listed.begin(), listed.end(), name);
+        if (digest.empty() || maybeFolder) {
+            tasks.push_back({.name = name, .offset = 0, .maybeFolder = maybeFolder});
             continue;
         }
         Show("comparing", name);
-        const FileFacts facts = co_await source_->Facts(name, file.size);
-        if (onBoard->second == facts.digest && name != inTransit_) {
-            report_.unchanged += sentNames_.contains(name) ? 0 : 1;
+        const FileFacts facts = co_await source_->Facts(name, source_->Files().at(name).size);
+        if (digest == facts.digest && name != inTransit_) {
+            unchanged.push_back(name);
             continue;
         }
         Task task = co_await PlanFile(name);
         tasks.push_back(std::move(task));
     }
+    report_.unchanged = static_cast<std::uint64_t>(
+        std::count_if(unchanged.begin(), unchanged.end(),
+                      [this](const std::string &name) { return !sentNames_.contains(name); }));
+    const Names tables = co_await FindTables(unchanged);
+    co_await Remove(tables);
     co_return tasks;
 }
 
-asio::awaitable<std::map<std::string, std::string>> Push::AskDigests(std::vector<std::string> names)
+// By name; empty for what is not there.
+asio::awaitable<std::map<std::string, std::string>> Push::AskDigests(Names names)
 {
     std::map<std::string, std::string> digests;
     std::size_t asked = 0;
@@ -250,7 +294,9 @@ asio::awaitable<std::uint64_t> Push::ReadTable(std::string name, std::string *di
     const bool hasTable = reply.code == wire::kRemoteTableReply;
     std::size_t piece = hasTable ? ReplyTableLength(reply) : 0;
     if (hasTable)
-        reply = co_await Expect(wire::kRemoteMd5Reply);
+        reply = co_await NextReply();
+    if (reply.code != wire::kRemoteMd5Reply)
+        throw Misplaced(reply, wire::kRemoteMd5Reply);
     *digest = ReplyDigest(reply);
     while (piece != 0) {
         chunks += piece;
@@ -261,11 +307,33 @@ asio::awaitable<std::uint64_t> Push::ReadTable(std::string name, std::string *di
     co_return chunks;
 }
 
-asio::awaitable<void> Push::SendFile(Task task)
+// False when the board has changed so that files have to be compared anew.
+asio::awaitable<bool> Push::SendFiles(std::vector<Task> tasks)
+{
+    progress_.done = progress_.total = 0;
+    for (const Task &task : tasks) {
+        progress_.total += source_->Files().at(task.name).size;
+        progress_.done += task.offset;
+    }
+    for (const Task &task : tasks) {
+        const bool isSent = co_await SendFile(task);
+        if (!isSent)
+            co_return false;
+    }
+    co_return true;
+}
+
+asio::awaitable<bool> Push::SendFile(Task task)
 {
     for (int attempt = 1;; ++attempt) {
         inTransit_ = task.name;
-        co_await OpenFile(task);
+        const bool isOpen = co_await OpenFile(task);
+        if (!isOpen) {
+            const bool isClear = co_await ClearWay(task);
+            if (!isClear)
+                throw PushFailure("failed", "the board cannot open " + task.name);
+            co_return false;
+        }
         co_await SendData(task);
         Show("verifying", task.name);
         const bool verified = co_await VerifyFile(task);
@@ -280,14 +348,41 @@ asio::awaitable<void> Push::SendFile(Task task)
     sentNames_.insert(task.name);
     report_.sent = sentNames_.size();
     report_.resumed += task.offset > 0 ? 1 : 0;
+    co_return true;
 }
 
-asio::awaitable<void> Push::OpenFile(Task task)
+asio::awaitable<bool> Push::OpenFile(Task task)
 {
     SendNamed(task.offset > 0 ? wire::kRemoteResume : wire::kRemoteCreate, task.name);
     const Reply reply = co_await Expect(wire::kRemoteOpenReply);
-    if (ReplyWord(reply) != wire::kRemoteSuccess)
-        throw PushFailure("failed", "the board cannot open " + task.name);
+    co_return ReplyWord(reply) == wire::kRemoteSuccess;
+}
+
+// Removes what may keep a file from being opened: a folder of its name, or a file in the place of its folder.
+// True when something was done. Boards remove single files and empty folders, but the former only by name and
+// the latter only with all that is no video; a folder that is not empty goes when the whole program goes.
+asio::awaitable<bool> Push::ClearWay(Task task)
+{
+    Show("clearing", task.name);
+    if (task.maybeFolder && !std::exchange(emptyFoldersRemoved_, true)) {
+        link_->Send(MakeRequest(report_.id, wire::kRemoteRemoveNotVideo));
+        co_await Expect(wire::kRemoteNotVideoReply);
+        co_return true;
+    }
+    if (task.maybeFolder && !std::exchange(cleaned_, true)) {
+        link_->Send(MakeRequest(report_.id, wire::kRemoteClean));
+        co_await Expect(wire::kRemoteCleanReply);
+        co_return true;
+    }
+    Names parents = ParentsOf(task.name);
+    const std::map<std::string, std::string> digests = co_await AskDigests(parents);
+    std::erase_if(parents, [&digests](const std::string &parent) {
+        return digests.at(parent).empty() || digests.at(parent) == kEmptyDigest;
+    });
+    if (parents.empty() || !clearedNames_.insert(task.name).second)
+        co_return false;
+    co_await Remove(parents);
+    co_return true;
 }
 
 asio::awaitable<void> Push::SendData(Task task)
@@ -354,7 +449,7 @@ asio::awaitable<Reply> Push::Expect(wire::RemoteReply code)
 {
     Reply reply = co_await NextReply();
     if (reply.code != static_cast<std::uint32_t>(code))
-        throw BadPacket("reply " + std::to_string(reply.code) + " in the place of " + std::to_string(code));
+        throw Misplaced(reply, code);
     co_return reply;
 }
 

@@ -9,9 +9,11 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace server
 {
@@ -52,21 +54,27 @@ private:
     struct Task {
         std::string name;
         std::uint64_t offset = 0; // where sending begins
+        bool maybeFolder = false; // something is there that reads as empty and is not listed
     };
+    using Names = std::vector<std::string>;
 
     asio::awaitable<bool> TryOnce();
     asio::awaitable<void> Abort();
     asio::awaitable<void> WaitForBoard();
     asio::awaitable<void> AllSteps();
     asio::awaitable<void> LockDevice();
-    asio::awaitable<std::vector<std::string>> ListFiles();
-    asio::awaitable<void> RemoveGone(std::vector<std::string> names);
-    asio::awaitable<std::vector<Task>> CompareFiles(std::vector<std::string> names);
-    asio::awaitable<std::map<std::string, std::string>> AskDigests(std::vector<std::string> names);
+    asio::awaitable<Names> ListFiles();
+    asio::awaitable<void> RemoveGone(Names listed);
+    asio::awaitable<void> Remove(Names names);
+    asio::awaitable<Names> FindTables(Names names);
+    asio::awaitable<std::vector<Task>> CompareFiles(Names listed);
+    asio::awaitable<std::map<std::string, std::string>> AskDigests(Names names);
     asio::awaitable<Task> PlanFile(std::string name);
     asio::awaitable<std::uint64_t> ReadTable(std::string name, std::string *digest);
-    asio::awaitable<void> SendFile(Task task);
-    asio::awaitable<void> OpenFile(Task task);
+    asio::awaitable<bool> SendFiles(std::vector<Task> tasks);
+    asio::awaitable<bool> SendFile(Task task);
+    asio::awaitable<bool> OpenFile(Task task);
+    asio::awaitable<bool> ClearWay(Task task);
     asio::awaitable<void> SendData(Task task);
     asio::awaitable<bool> VerifyFile(Task task);
     asio::awaitable<void> Finish();
@@ -84,6 +92,9 @@ private:
     PushProgress progress_;
     std::string inTransit_; // the file that a lost connection may have left half sent
     std::set<std::string> sentNames_;
+    std::set<std::string> clearedNames_; // whose parents have been looked after
+    bool emptyFoldersRemoved_ = false;
+    bool cleaned_ = false;
     bool cancelled_ = false;
 };
 

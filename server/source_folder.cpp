@@ -26,7 +26,6 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kReadSize = 256 * 1024;
 constexpr std::size_t kToldDigits = 16;
-constexpr char kTableSuffix[] = ".tarvo.bak"; // belongs to the boards
 
 bool BoardsTake(const std::string &name)
 {

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <sys/stat.h>
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
@@ -99,6 +100,14 @@ protected:
         return count;
     }
 
+    static struct stat Status(const board::VirtualBoard &board, const std::string &path)
+    {
+        struct stat status {
+        };
+        stat((board.RootFolder() + path).c_str(), &status);
+        return status;
+    }
+
     LedboardResult Push(const std::string &to) const { return Ask({"push", source_, "--to", to, "--quiet"}); }
 
     // A board played by the test, logged in.
@@ -130,11 +139,15 @@ TEST_F(Server, PushesOnlyWhatDiffersAndRemovesWhatIsGone)
                                                         {"empty", ""},
                                                         {"sub/it's a film.mp4", Film(700'001, 1)},
                                                         {"sub/chunk.mp4", Film(4556, 2)},
-                                                        {"sub/chunks.mp4", Film(2 * 4556, 3)}};
+                                                        {"sub/chunks.mp4", Film(2 * 4556, 3)},
+                                                        {".hidden/.file", "not listed"},
+                                                        {"caf\xE9/na\xEFve", "nor is this"}};
     for (const auto &[name, content] : program)
         Source(name, content);
     board::Options options;
     options.files[std::string(kFolder) + "same.txt"] = "same";
+    options.files[std::string(kFolder) + "same.txt.tarvo.bak"] = "1";
+    options.files[std::string(kFolder) + "gone.mp4.tarvo.bak"] = "11";
     options.files[std::string(kFolder) + "differs.txt"] = "old";
     options.files[std::string(kFolder) + "gone.mp4"] = "gone";
     options.files[std::string(kFolder) + "deep/gone, too"] = "gone";
@@ -146,7 +159,7 @@ TEST_F(Server, PushesOnlyWhatDiffersAndRemovesWhatIsGone)
     nlohmann::json report = LastLine(result.out)["results"][0];
     EXPECT_EQ(report["result"], "done");
     EXPECT_EQ(report["unchanged"], 1);
-    EXPECT_EQ(report["sent"], 5);
+    EXPECT_EQ(report["sent"], 7);
     EXPECT_EQ(report["removed"], 2);
     EXPECT_EQ(report["resumed"], 0);
     for (const auto &[name, content] : program)
@@ -160,13 +173,43 @@ TEST_F(Server, PushesOnlyWhatDiffersAndRemovesWhatIsGone)
     result = Push("all");
     report = LastLine(result.out)["results"][0];
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(report["unchanged"], 6);
+    EXPECT_EQ(report["unchanged"], 8);
     EXPECT_EQ(report["bytes"], 0);
     EXPECT_EQ(Push("K3-0000000009").status, 3);
     EXPECT_EQ(Ask({"push", "/run/nowhere", "--to", "all"}).status, 1);
     const nlohmann::json entry = nlohmann::json::parse(Ask({"boards"}).out)["boards"][0];
     EXPECT_EQ(entry["user"], "operator");
     EXPECT_EQ(entry["device"]["address"], "10.20.30.2");
+}
+
+TEST_F(Server, FoldersThatBecomeFilesAndFilesThatBecomeFolders)
+{
+    const std::string name = kFolder;
+    for (const bool hasHiddenContent : {false, true}) {
+        board::Options options;
+        options.files[name + "film.mp4"] = "the same";
+        options.files[name + "text"] = "the same";
+        options.files[name + "becomes file/old"] = "x";
+        options.files[name + "becomes folder"] = "x";
+        options.files[name + ".becomes folder"] = "x";
+        options.folders.push_back(name + "becomes empty");
+        if (hasHiddenContent)
+            options.files[name + "becomes file/.hidden"] = "x";
+        board::VirtualBoard &board = AddBoard(hasHiddenContent ? 1 : 0, options);
+        const std::map<std::string, std::string> program = {
+            {"film.mp4", "the same"},   {"text", "the same"},          {"becomes file", "a file"},
+            {"becomes folder/new", ""}, {".becomes folder/new", "\n"}, {"becomes empty", ""}};
+        for (const auto &[file, content] : program)
+            Source(file, content);
+        ASSERT_TRUE(board.WaitFor([&] { return Connected() == boards_.size(); }));
+        const struct stat before = Status(board, name + "film.mp4");
+        const LedboardResult result = Push(hasHiddenContent ? "K3-0000000001" : "K3-0000000000");
+        EXPECT_EQ(result.status, 0) << result.out << result.err;
+        for (const auto &[file, content] : program)
+            EXPECT_EQ(board.TryReadFile(name + file), content) << file;
+        EXPECT_EQ(Status(board, name + "film.mp4").st_ino == before.st_ino, !hasHiddenContent)
+            << "videos are sent again only when there is no other way";
+    }
 }
 
 TEST_F(Server, BoardLostHalfWayIsResumed)
@@ -224,8 +267,8 @@ TEST_F(Server, BoardsThatAreOdd)
 
     // Replies to the requests in their order, and how the push ends.
     const std::string lock = FakeReply(15, Le32(1));
-    const std::string begun =
-        lock + FakeReply(21, Zeros(1)) + FakeReply(30, name + Le32(1)) + FakeReply(33, Zeros(4) + Le32(1));
+    const std::string compared = lock + FakeReply(21, Zeros(1)) + FakeReply(17, name + Zeros(16));
+    const std::string begun = compared + FakeReply(30, name + Le32(1)) + FakeReply(33, Zeros(4) + Le32(1));
     const std::string wrongCrc = FakeReply(29, name + Le32(7));
     const struct {
         std::string replies;
@@ -235,8 +278,7 @@ TEST_F(Server, BoardsThatAreOdd)
         {FakeReply(15, Le32(2)), 5, "another user has locked the board"},
         {FakeReply(21, Zeros(1)), 1, "reply 21 in the place of 15"},
         {lock + FakeReply(21, "half a name"), 1, "a listing with half a name"},
-        {lock + FakeReply(21, Zeros(1)) + FakeReply(30, name + Le32(2)) + FakeReply(37, Zeros(1)), 1,
-         "the board cannot open a"},
+        {compared + FakeReply(30, name + Le32(2)) + FakeReply(37, Zeros(1)), 1, "the board cannot open a"},
         {begun + wrongCrc + FakeReply(30, name + Le32(1)) + FakeReply(33, Zeros(4) + Le32(1)) + wrongCrc +
              FakeReply(37, Zeros(1)),
          6, "the board has a otherwise than it was sent"},
