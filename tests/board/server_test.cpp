@@ -238,12 +238,70 @@ TEST_F(Server, BoardLostHalfWayIsResumed)
     for (board::VirtualBoard *const board : {&first, &second})
         EXPECT_TRUE(board->ReadFile(std::string(kFolder) + "film.mp4") == film);
 
-    // What is there of another film is begun again; a full disk is told.
+    // What is there of another film is begun again.
     second.WriteFile(std::string(kFolder) + "film.mp4", film.substr(0, 4556) + "x");
     second.WriteFile(table, "1");
     const nlohmann::json again = LastLine(Push("K3-0000000001").out)["results"][0];
     EXPECT_EQ(again["result"], "done");
     EXPECT_EQ(again["bytes"], film.size());
+}
+
+TEST_F(Server, FullDiskIsToldAndNothingIsLost)
+{
+    board::Options options;
+    options.dataMebibytes = 4;
+    board::VirtualBoard &board = AddBoard(0, options);
+    const std::string folder = kFolder;
+    board.WriteFile(folder + "a.txt", "old");
+    board.WriteFile("/home/root/plexa_data/fill", std::string(2'000'000, 'x'));
+    const std::string film = Film(3'000'000, 5);
+    Source("a.txt", "new");
+    Source("film.mp4", film);
+    ASSERT_TRUE(board.WaitFor([] { return Connected() == 1; }));
+    LedboardResult result = Push("all");
+    EXPECT_EQ(result.status, 1);
+    nlohmann::json report = LastLine(result.out)["results"][0];
+    EXPECT_EQ(report["message"], "the board cannot store film.mp4");
+    EXPECT_TRUE(board.WaitForMessage(12)) << "the player hears that it was not finished";
+    EXPECT_EQ(board.ReadFile(folder + "a.txt"), "new");
+    const std::string stored = board.ReadFile(folder + "film.mp4");
+    EXPECT_GT(stored.size(), 1'000'000U);
+    EXPECT_TRUE(stored == film.substr(0, stored.size()));
+    EXPECT_EQ(board.ReadFile(folder + "film.mp4.tarvo.bak").size() * 4556, stored.size());
+
+    board.Run("rm /home/root/plexa_data/fill");
+    result = Push("all");
+    report = LastLine(result.out)["results"][0];
+    EXPECT_EQ(result.status, 0) << result.out;
+    EXPECT_EQ(report["resumed"], 1);
+    EXPECT_EQ(report["bytes"], film.size() - stored.size());
+    EXPECT_TRUE(board.ReadFile(folder + "film.mp4") == film);
+    EXPECT_FALSE(board.Exists(folder + "film.mp4.tarvo.bak"));
+}
+
+TEST_F(Server, CablePulledHalfWayIsResumed)
+{
+    const std::string film = Film(30'000'000, 6);
+    Source("film.mp4", film);
+    board::VirtualBoard &board = AddBoard(0);
+    ASSERT_TRUE(board.WaitFor([] { return Connected() == 1; }));
+    const std::string table = std::string(kFolder) + "film.mp4.tarvo.bak";
+    const auto chunks = [&] { return board.TryReadFile(table).value_or("").size(); };
+    const LedboardRun push({"push", source_, "--to", "all", "--control", kControl, "--json", "--quiet"}, "",
+                           "ledboard-server");
+    ASSERT_TRUE(board.WaitFor([&] { return chunks() > 500; }, 20s));
+    board.Cable(false);
+    // Out for so long that the board has begun anew; the server has heard nothing of that.
+    board.KillDaemon();
+    const std::size_t had = chunks();
+    board.StartDaemon();
+    board.Cable(true);
+    const LedboardResult result = push.Wait();
+    ASSERT_EQ(result.status, 0) << result.out << result.err;
+    const nlohmann::json report = LastLine(result.out)["results"][0];
+    EXPECT_EQ(report["resumed"], 1);
+    EXPECT_LE(report["bytes"], film.size() + 2 * 4556) << "what was there, " << had << " chunks, stays";
+    EXPECT_TRUE(board.ReadFile(std::string(kFolder) + "film.mp4") == film);
 }
 
 TEST_F(Server, BoardsThatAreOdd)
