@@ -29,7 +29,9 @@ constexpr std::size_t kToldDigits = 16;
 
 bool BoardsTake(const std::string &name)
 {
-    const auto isControl = [](char character) { return static_cast<unsigned char>(character) < ' '; };
+    const auto isControl = [](char character) {
+        return static_cast<unsigned char>(character) < ' ' || character == '\x7F';
+    };
     return name.size() < wire::kRemoteNameSize && name.find('\\') == std::string::npos &&
            std::none_of(name.begin(), name.end(), isControl);
 }
@@ -70,7 +72,7 @@ SourceFolder::SourceFolder(const std::string &folder)
     for (const fs::directory_entry &entry : fs::recursive_directory_iterator(folder)) {
         if (!entry.is_regular_file())
             continue;
-        const std::string name = fs::relative(entry.path(), folder).generic_string();
+        const std::string name = entry.path().lexically_relative(folder).generic_string();
         if (name.find(kTableSuffix) != std::string::npos)
             continue;
         if (!BoardsTake(name))

@@ -144,6 +144,8 @@ TEST_F(Server, PushesOnlyWhatDiffersAndRemovesWhatIsGone)
                                                         {"caf\xE9/na\xEFve", "nor is this"}};
     for (const auto &[name, content] : program)
         Source(name, content);
+    fs::rename(source_ + "empty", "/run/elsewhere");
+    fs::create_symlink("/run/elsewhere", source_ + "empty");
     board::Options options;
     options.files[std::string(kFolder) + "same.txt"] = "same";
     options.files[std::string(kFolder) + "same.txt.tarvo.bak"] = "1";
