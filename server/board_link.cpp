@@ -41,6 +41,7 @@ BoardLink::BoardLink(asio::ip::tcp::socket socket)
 {
     asio::error_code ignored;
     socket_.set_option(asio::ip::tcp::no_delay(true), ignored);
+    socket_.set_option(asio::socket_base::keep_alive(true), ignored); // one that is refused says nothing more
 }
 
 asio::awaitable<void> BoardLink::ReceiveMore()

@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -77,7 +78,8 @@ void ManagementServer::ListenForOperators()
 {
     if (IsServed(loop_, options_.control))
         throw std::runtime_error("another ledboard-server listens on " + options_.control);
-    unlink(options_.control.c_str());
+    if (std::filesystem::is_socket(options_.control))
+        unlink(options_.control.c_str()); // left by a server that was killed
     control_.open();
     const mode_t before = umask(0177); // the socket is the operator's alone from its first moment
     asio::error_code error;

@@ -321,6 +321,15 @@ TEST_F(Server, BoardsThatAreOdd)
         EXPECT_TRUE(peer.Ended());
     }
 
+    std::ofstream(source_ + "no socket") << "precious";
+    EXPECT_EQ(
+        LedboardRun({"run", "--listen", "7002", "--control", source_ + "no socket"}, "", "ledboard-server")
+            .Wait()
+            .status,
+        1);
+    EXPECT_EQ(fs::file_size(source_ + "no socket"), 8U);
+    fs::remove(source_ + "no socket");
+
     EXPECT_EQ(Ask({"push", "caf\xE9", "--to", "all"}).status, 2);
     EXPECT_EQ(Ask({"push", source_, "--to", "\xFF"}).status, 2);
     EXPECT_EQ(Ask({"push", "", "--to", "all"}).status, 2);
