@@ -12,6 +12,9 @@ add_library(ledboard_options INTERFACE)
 target_compile_options(ledboard_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fno-strict-aliasing)
 target_compile_definitions(ledboard_options INTERFACE _FILE_OFFSET_BITS=64)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_definitions(ledboard_options INTERFACE _TIME_BITS=64) # stat fails on later dates else
+endif()
 
 if(LEDBOARD_SANITIZE)
   target_compile_options(ledboard_options INTERFACE

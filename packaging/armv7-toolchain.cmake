@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# Cross-compiles for the board. Debian's cross compiler brings its own C and C++ libraries; everything
-# else comes from build/armv7-sysroot, which scripts/armv7-sysroot fills.
+# Cross-compiles for the board. Debian's cross compiler brings its own C++ library; everything else comes from
+# build/armv7-sysroot, which scripts/armv7-sysroot fills.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
@@ -13,7 +13,7 @@ if(NOT EXISTS ${LEDBOARD_SYSROOT}/.complete)
   message(FATAL_ERROR "run scripts/armv7-sysroot first: ${LEDBOARD_SYSROOT} is not there or not complete")
 endif()
 
-set(CMAKE_FIND_ROOT_PATH ${LEDBOARD_SYSROOT})
+set(CMAKE_SYSROOT ${LEDBOARD_SYSROOT})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
@@ -25,6 +25,5 @@ file(GLOB ledboard_host_qt /usr/lib/*/cmake/Qt6HostInfo)
 list(GET ledboard_host_qt 0 ledboard_host_qt)
 get_filename_component(QT_HOST_PATH_CMAKE_DIR ${ledboard_host_qt} DIRECTORY)
 
-# Where the linked libraries find the ones that they need in turn.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${LEDBOARD_SYSROOT}/usr/lib/arm-linux-gnueabihf\
-:${LEDBOARD_SYSROOT}/lib/arm-linux-gnueabihf")
+# What the build itself runs, the tests asked for their names, runs under emulation.
+set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/qemu-arm-static -L ${LEDBOARD_SYSROOT})

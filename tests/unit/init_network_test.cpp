@@ -50,8 +50,8 @@ ArpNews FromOther(std::uint32_t senderAddress, std::uint32_t targetAddress, bool
 TEST(LinkLocalClaim, ProbesClaimsAndAnnouncesInTime)
 {
     std::set<std::uint32_t> addresses;
-    std::set<long> firstWaits;
-    std::set<long> pauses;
+    std::set<seconds::rep> firstWaits;
+    std::set<seconds::rep> pauses;
     for (unsigned number = 0; number < 200; ++number) {
         const Moment start{seconds(1000 + number * 7)};
         LinkLocalClaim claim;
@@ -66,7 +66,7 @@ TEST(LinkLocalClaim, ProbesClaimsAndAnnouncesInTime)
         Moment now = start;
         Moment last = start;
         std::string deeds;
-        std::vector<long> gaps;
+        std::vector<seconds::rep> gaps;
         for (int count = 0; count < 6; ++count) {
             deeds += Next(&claim, &now);
             gaps.push_back(std::chrono::duration_cast<seconds>(now - last).count());
@@ -79,8 +79,8 @@ TEST(LinkLocalClaim, ProbesClaimsAndAnnouncesInTime)
         pauses.insert({gaps[1], gaps[2]});
     }
     EXPECT_GT(addresses.size(), 190U);
-    EXPECT_EQ(firstWaits, (std::set<long>{0, 1}));
-    EXPECT_EQ(pauses, (std::set<long>{1, 2}));
+    EXPECT_EQ(firstWaits, (std::set<seconds::rep>{0, 1}));
+    EXPECT_EQ(pauses, (std::set<seconds::rep>{1, 2}));
 }
 
 TEST(LinkLocalClaim, MeasuresTimeAndNotTicks)

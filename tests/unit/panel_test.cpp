@@ -14,6 +14,7 @@
 #include <cstring>
 #include <linux/fb.h>
 #include <memory>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
