@@ -18,7 +18,7 @@
 namespace board
 {
 
-static constexpr Milliseconds kStartLimit{5000};
+static constexpr Milliseconds kStartLimit{20000};
 
 bool InsideProcess::Running() const
 {

@@ -27,7 +27,7 @@ static constexpr char kSerialName[] = "ttyO0";
 static constexpr char kModemName[] = "ttyUSB3";
 static constexpr Milliseconds kNetworkLimit{10000};
 static constexpr Milliseconds kDaemonLimit{20000}; // under an emulator or a sanitizer it takes its time
-static constexpr Milliseconds kLoginLimit{5000};
+static constexpr Milliseconds kLoginLimit{20000};
 static constexpr Milliseconds kEndLimit{10000};
 static constexpr int kLogPipeSize = 1 << 20; // the daemon never waits for its reader
 

@@ -40,7 +40,7 @@
 namespace board
 {
 
-constexpr Milliseconds kDefaultLimit{5000}; // of the WaitFor family
+constexpr Milliseconds kDefaultLimit{20000}; // of the WaitFor family
 
 struct RunResult {
     int status = -1; // exit status; 128 + number after a signal; -1: ran out of time or the board went down

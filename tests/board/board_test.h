@@ -8,6 +8,15 @@
 
 #include <memory>
 
+// How many descriptors the daemon has open when its start is through, all its threads included.
+inline std::size_t SettledDescriptors(const board::VirtualBoard &board)
+{
+    EXPECT_TRUE(board.WaitForLog("serial thread socket: wait accept one client."));
+    EXPECT_TRUE(board.WaitForLog("/dev/ttyUSB3: "));
+    EXPECT_TRUE(board.WaitFor([&] { return !board.Heartbeats().empty(); }));
+    return board.OpenDescriptors();
+}
+
 // Fixture with one board. Change `options`, then Boot(). When a test fails, the daemon's log is shown; a
 // complaint of a sanitizer inside the daemon fails the test.
 class BoardTest : public testing::Test

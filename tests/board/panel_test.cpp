@@ -139,7 +139,7 @@ TEST_F(PanelTest, SignalTurnsItOnAndOff)
     Boot();
     for (const unsigned device : {0U, 1U, 2U})
         Litter(device);
-    const std::size_t descriptors = board->OpenDescriptors();
+    const std::size_t descriptors = SettledDescriptors(*board);
     Toggle();
     EXPECT_TRUE(board->WaitFor([&] { return IsDark(0) && IsDark(1) && IsDark(2); }));
     EXPECT_TRUE(WaitForPhase(ThinLines, 0));
@@ -217,7 +217,7 @@ TEST_F(PanelTest, WithoutAPanel)
     options.startDaemon = false;
     Boot();
     board->StartDaemon();
-    const std::size_t descriptors = board->OpenDescriptors();
+    const std::size_t descriptors = SettledDescriptors(*board);
     for (std::size_t count = 1; count <= 3; ++count) {
         Toggle();
         EXPECT_TRUE(board->WaitForLog("Error opening /dev/fb0: No such file or directory", count));

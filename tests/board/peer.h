@@ -50,7 +50,7 @@ public:
                static_cast<ssize_t>(bytes.size());
     }
     // Exactly `count` bytes; fewer when the end or a pause of `limit` milliseconds comes first.
-    std::string Take(std::size_t count, int limit = 5000) const
+    std::string Take(std::size_t count, int limit = 20'000) const
     {
         std::string bytes;
         char block[4096];
@@ -63,7 +63,7 @@ public:
         return bytes;
     }
     bool Silent(int milliseconds) const { return !Readable(milliseconds); }
-    bool Ended(int limit = 5000) const // nothing more came, and then the end
+    bool Ended(int limit = 20'000) const // nothing more came, and then the end
     {
         char byte;
         return Readable(limit) && recv(fd_.Get(), &byte, 1, 0) <= 0;

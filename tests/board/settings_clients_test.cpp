@@ -32,7 +32,7 @@ TEST_F(SettingClients, VanishAndTheServiceListensAgain)
         {Zeros(1), false, "pidof", 0}, // a length of 0 ends the connection
         {Command(14, std::string(1, '\0') + "unfinished"), false, "readeds: 0. 0, 946", 1},
     };
-    const std::size_t descriptors = board->OpenDescriptors();
+    const std::size_t descriptors = SettledDescriptors(*board);
     EXPECT_TRUE(board->WaitForFrames(Transfer(Panel()).size()));
     for (const Row &row : rows) {
         board->Forget();

@@ -50,7 +50,7 @@ public:
                       sizeof to) == static_cast<ssize_t>(bytes.size());
     }
 
-    std::optional<Datagram> Receive(int milliseconds = 3000) const
+    std::optional<Datagram> Receive(int milliseconds = 20'000) const
     {
         pollfd waiting{.fd = fd_.Get(), .events = POLLIN, .revents = 0};
         if (poll(&waiting, 1, milliseconds) != 1)
@@ -112,7 +112,7 @@ public:
     explicit Unharmed(board::VirtualBoard &board) : board_(board), reply_(Search())
     {
         EXPECT_EQ(reply_.size(), 409U);
-        EXPECT_TRUE(board.WaitForLog("serial thread socket: wait accept one client.")); // all threads run
+        SettledDescriptors(board);
         // The first client of all leaves a descriptor that the daemon keeps for bad times.
         const Peer first = Peer::Connect(board.BoardAddress(), 8870);
         EXPECT_TRUE(first.Send(Zeros(8)) && first.Ended());

@@ -2,6 +2,7 @@
 // The upload service: sessions of sub-type 0, byte by byte.
 #include "board_test.h"
 #include "peer.h"
+#include "udp_peer.h"
 
 #include <algorithm>
 
@@ -254,7 +255,7 @@ TEST_F(Upload, TwoSessionsShareTheService)
 {
     options.player = false; // its session counts
     Boot();
-    const std::size_t descriptors = board->OpenDescriptors() + 1; // the first accept puts one in reserve
+    const Unharmed unharmed(*board);
     {
         Peer first = LogIn();
         Settle(first);
@@ -279,7 +280,7 @@ TEST_F(Upload, TwoSessionsShareTheService)
         EXPECT_TRUE(second.Ended());
     }
     EXPECT_TRUE(board->WaitForLog("LogOut::2364", 2));
-    EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; }));
+    unharmed.Check("two sessions");
 }
 
 TEST_F(Upload, GoesToTheUsbDisk)
