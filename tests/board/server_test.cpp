@@ -227,6 +227,9 @@ TEST_F(Server, BoardLostHalfWayIsResumed)
     ASSERT_TRUE(second.WaitFor([&] { return second.TryReadFile(table).value_or("").size() > 500; }, 20s));
     second.KillDaemon();
     const std::size_t had = second.ReadFile(table).size() * 4556;
+    // Killed between a chunk and its mark, a board has more than its table says and gets the film from its
+    // start.
+    second.Run("truncate -s " + std::to_string(had) + " " + kFolder + "film.mp4");
     second.StartDaemon();
     const LedboardResult result = push.Wait();
     ASSERT_EQ(result.status, 0) << result.out << result.err;
