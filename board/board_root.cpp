@@ -356,8 +356,11 @@ void BoardRoot::ConnectLine(const std::string &name, const std::string &slave)
 
 void BoardRoot::PlugUsbDisk(unsigned mebibytes)
 {
+    constexpr unsigned kFirst = 1024;
     UnplugUsbDisk();
     const std::string disk = base_ + "/usb";
+    if (mebibytes == 0)
+        mebibytes = usbMebibytes_ != 0 ? usbMebibytes_ : kFirst;
     if (mebibytes != usbMebibytes_) {
         umount2(disk.c_str(), MNT_DETACH);
         Mount("tmpfs", disk, "tmpfs", 0, fmt::format("mode=755,size={}m", mebibytes));

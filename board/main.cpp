@@ -287,7 +287,7 @@ static int Ask(const Settings &settings)
         }
         if (!settings.follow || !answer.ok)
             return answer.ok ? 0 : 1;
-        shown += answer.lines.size();
+        shown = answer.from + answer.lines.size();
         std::fflush(stdout);
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
     }

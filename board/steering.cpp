@@ -38,17 +38,20 @@ static Answer Done(const std::string &text)
     return {true, {text}, {{"done", text}}};
 }
 
-// From the line numbered by the last word on, when there is one; "log --follow" asks that way.
+// From the line numbered by the last word on, when there is one; "log --follow" asks that way. A list that is
+// shorter than that was emptied meanwhile, and all of it is new.
 static Answer List(const std::vector<std::string> &lines, const json &items, const Words &words)
 {
     std::size_t from = 0;
     if (words.size() > 1)
         std::from_chars(words[1].data(), words[1].data() + words[1].size(), from);
-    from = std::min(from, lines.size());
+    if (from > lines.size())
+        from = 0;
     const auto offset = static_cast<std::ptrdiff_t>(from);
     return {true,
             {lines.begin() + offset, lines.end()},
-            json(json::array_t(items.begin() + offset, items.end()))};
+            json(json::array_t(items.begin() + offset, items.end())),
+            from};
 }
 
 template <typename Item, typename Line, typename Json>
@@ -85,10 +88,13 @@ static Answer Switch(const Words &words, const char *on, const char *off,
 
 static Answer Usb(VirtualBoard &board, const Words &words)
 {
-    unsigned mebibytes = 1024;
-    if (words.size() > 2 &&
-        std::from_chars(words[2].data(), words[2].data() + words[2].size(), mebibytes).ec != std::errc())
-        return Failure("the size of a USB disk is a number of MiB");
+    unsigned mebibytes = 0; // the last one's
+    if (words.size() > 2) {
+        const char *const end = words[2].data() + words[2].size();
+        const auto number = std::from_chars(words[2].data(), end, mebibytes);
+        if (number.ec != std::errc() || number.ptr != end || mebibytes == 0)
+            return Failure("the size of a USB disk is a number of MiB");
+    }
     return Switch(words, "in", "out", [&](bool in) {
         board.UsbDisk(in, mebibytes);
         board.SendAsPlayer(7, in ? 1 : 0); // the player is who tells the daemon
@@ -168,6 +174,21 @@ static Answer Do(const std::function<void()> &action, const char *done)
     return Done(done);
 }
 
+static Answer Kill(VirtualBoard &board)
+{
+    if (!board.DaemonRunning())
+        return Failure("the daemon is not running");
+    return board.KillDaemon() ? Done("the daemon is killed") : Failure("the daemon does not end");
+}
+
+static Answer Restart(VirtualBoard &board)
+{
+    board.RestartDaemon();
+    if (const auto exit = board.DaemonExit())
+        return Failure(fmt::format("the daemon ended at once, status {}; see its log", *exit));
+    return Done("the daemon is started");
+}
+
 static const std::map<std::string, Verb> &Actions()
 {
     static const std::map<std::string, Verb> actions = {
@@ -176,9 +197,8 @@ static const std::map<std::string, Verb> &Actions()
         {"usb", Usb},
         {"screenshot", Screenshot},
         {"modem", ModemDoes},
-        {"kill", [](auto &board, auto &) { return Do([&] { board.KillDaemon(); }, "the daemon is killed"); }},
-        {"restart",
-         [](auto &board, auto &) { return Do([&] { board.RestartDaemon(); }, "the daemon is started"); }},
+        {"kill", [](auto &board, auto &) { return Kill(board); }},
+        {"restart", [](auto &board, auto &) { return Restart(board); }},
         {"reboot", [](auto &board, auto &) { return Do([&] { board.Reboot(); }, "the board is up again"); }},
         {"forget", [](auto &board, auto &) { return Do([&] { board.Forget(); }, "records are empty"); }},
         {"player",
@@ -306,20 +326,34 @@ void SteeringSocket::Serve()
 {
     while (!stop_) {
         const int fd = accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd >= 0)
-            handlers_.emplace_back([this, fd] { Handle(fd); });
-        else if (errno != EINTR && errno != ECONNABORTED)
+        if (fd < 0 && errno != EINTR && errno != ECONNABORTED)
             break;
+        handlers_.remove_if([](Handler &handler) { // "log --follow" comes five times a second, for days
+            const bool ended = handler.ended;
+            if (ended)
+                handler.thread.join();
+            return ended;
+        });
+        if (fd < 0)
+            continue;
+        Handler &handler = handlers_.emplace_back();
+        handler.thread = std::thread([this, fd, &handler] {
+            Handle(fd);
+            handler.ended = true;
+        });
     }
-    for (std::thread &handler : handlers_)
-        handler.join();
+    for (Handler &handler : handlers_)
+        handler.thread.join();
 }
 
 static constexpr std::size_t kLargestPacket = 65536;
+static constexpr timeval kPatience{.tv_sec = 5, .tv_usec = 0};
 
 void SteeringSocket::Handle(int fd)
 {
     const Descriptor connection(fd);
+    for (const int direction : {SO_RCVTIMEO, SO_SNDTIMEO}) // a client that was stopped keeps nobody waiting
+        setsockopt(fd, SOL_SOCKET, direction, &kPatience, sizeof kPatience);
     std::vector<char> bytes(kLargestPacket);
     const ssize_t got = recv(fd, bytes.data(), bytes.size(), 0);
     const json request = json::parse(bytes.data(), bytes.data() + std::max<ssize_t>(got, 0), nullptr, false);
@@ -327,7 +361,8 @@ void SteeringSocket::Handle(int fd)
         !std::ranges::all_of(request, [](const json &word) { return word.is_string(); }))
         return;
     const Answer answer = Steer(board_, request.get<Words>());
-    const json reply = {{"ok", answer.ok}, {"lines", answer.lines}, {"json", answer.json}};
+    const json reply = {
+        {"ok", answer.ok}, {"lines", answer.lines}, {"json", answer.json}, {"from", answer.from}};
     const std::string text = Dump(reply);
     // A packet has room for so much; the end of the connection is the end.
     for (std::size_t at = 0; at < text.size(); at += kLargestPacket) {
@@ -353,7 +388,8 @@ Answer AskRunningBoard(const Words &words)
     const json answer = json::parse(reply, nullptr, false);
     if (!answer.is_object())
         return Failure("the board went away");
-    return {answer.value("ok", false), answer.value("lines", Words()), answer.value("json", json())};
+    return {answer.value("ok", false), answer.value("lines", Words()), answer.value("json", json()),
+            answer.value("from", std::size_t{0})};
 }
 
 static int Refuse(const std::string &why)

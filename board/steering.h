@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <atomic>
+#include <list>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,6 +19,7 @@ struct Answer {
     bool ok = true;
     std::vector<std::string> lines; // for people; an error has one
     nlohmann::json json;            // the same for programs
+    std::size_t from = 0;           // of a report: the number of its first line, counted from 0
 };
 
 // {"cable", "out"}, {"usb", "in", "800"}, {"kill"}, {"state"} and so on; see docs/virtual-board.md.
@@ -34,10 +36,15 @@ private:
     void Serve();
     void Handle(int fd);
 
+    struct Handler {
+        std::thread thread;
+        std::atomic<bool> ended = false;
+    };
+
     VirtualBoard &board_;
     Descriptor listener_;
     std::atomic<bool> stop_ = false;
-    std::vector<std::thread> handlers_; // of the serving thread
+    std::list<Handler> handlers_; // of the serving thread
     std::thread thread_;
 };
 

@@ -465,10 +465,20 @@ bool VirtualBoard::UsbDiskIn() const
 
 void VirtualBoard::PlayerConnected(bool on)
 {
-    options_.player = on;
-    player_.Connect(on);
+    {
+        const std::lock_guard power(power_);
+        options_.player = on;
+        player_.Connect(on);
+    }
     if (on && !WaitFor([this] { return player_.LoggedIn(); }, kLoginLimit))
         throw std::runtime_error("virtual board: the player could not log in");
+}
+
+void VirtualBoard::SupervisorListens(bool on)
+{
+    const std::lock_guard power(power_);
+    options_.supervisor = on;
+    supervisor_.Listen(on);
 }
 
 bool VirtualBoard::SendAsPlayer(std::uint32_t code, std::optional<std::uint32_t> value)

@@ -14,8 +14,9 @@
 // WaitFor family looks after every event and gives up at its limit.
 //
 // The shell of the board is BusyBox. Commands the daemon gives to "/bin/sh -c" run for real and are recorded;
-// only reboot, poweroff, halt, hwclock, date -s and pppd are stand-ins that record their words. Of these,
-// reboot ends every process of the board and boots it again with the same root, as power-on does: "/tmp",
+// only reboot, poweroff, halt, hwclock, date -s and pppd are stand-ins that record their words; sync reaches
+// the board's folders only. Of these, reboot ends every process of the board and boots it again with the same
+// root, as power-on does: "/tmp",
 // "/run" and "/dev" are fresh, eth0 comes up from "/etc/network/interfaces", the daemon starts.
 #pragma once
 
@@ -116,8 +117,9 @@ public:
     void ModemPlugged(bool in); // "/dev/ttyUSB3" is there from now on, or gone
     Modem &TheModem() { return modem_; }
     const Modem &TheModem() const { return modem_; }
-    void UsbDisk(bool in,
-                 unsigned mebibytes = 1024); // a file system on /home/root/usb_dev; keeps its content
+    // A file system on /home/root/usb_dev. A disk of another size is a new one; 0 is the last one, with its
+    // content, and at first one of 1024 MiB.
+    void UsbDisk(bool in, unsigned mebibytes = 0);
     bool UsbDiskIn() const;
     // What the screen behind "/dev/fb<device>" shows; none without it.
     std::optional<ScreenPicture> Picture(unsigned device = 0) const { return ReadFramebuffer(root_, device); }
@@ -125,7 +127,7 @@ public:
     const Player &ThePlayer() const { return player_; }
     void PlayerConnected(bool on); // true waits for the login
     bool SendAsPlayer(std::uint32_t code, std::optional<std::uint32_t> value = {});
-    void SupervisorListens(bool on) { supervisor_.Listen(on); }
+    void SupervisorListens(bool on);
 
     // --- what was seen, oldest first, since the beginning or the last Forget ---
     std::vector<std::string> Log() const;      // lines of the daemon, standard output and error as they came

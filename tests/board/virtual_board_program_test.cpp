@@ -7,14 +7,22 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <poll.h>
+#include <pty.h>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
+
+static std::string ProgramFolder()
+{
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path();
+}
 
 // What `script` prints on both outputs; its status behind it. The program is at hand as "vb".
 static std::string Shell(const std::string &script)
 {
-    const std::string folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    const std::string prologue = "exec 2>&1; PATH=" + folder + ":$PATH; vb() { virtual-board \"$@\"; }\n";
+    const std::string prologue =
+        "exec 2>&1; PATH=" + ProgramFolder() + ":$PATH; vb() { virtual-board \"$@\"; }\n";
     FILE *pipe = popen((prologue + script).c_str(), "r");
     std::string output;
     std::array<char, 4096> piece;
@@ -53,19 +61,26 @@ TEST(VirtualBoardProgram, SteersARunningBoard)
         virtual-board state --json | grep -c "\"listens\":true"
         virtual-board usb in 800; virtual-board run -- sh -c "df -m /home/root/usb_dev | grep -c 800; hostname; exit 6"
         echo status $?
+        virtual-board usb out; virtual-board usb in; virtual-board run -- sh -c "df -m /home/root/usb_dev | grep -c 800"
+        virtual-board usb in 8x
         virtual-board cable out; virtual-board run -- ethtool eth0 | grep Link
         virtual-board cable sideways; virtual-board cable in
         virtual-board run -- sh -c "hwclock -w"
         virtual-board commands | grep hwclock; virtual-board calls --json
-        virtual-board kill; virtual-board state | grep daemon; virtual-board restart
+        virtual-board kill; virtual-board state | grep daemon; virtual-board kill
+        virtual-board serial out; virtual-board restart; virtual-board serial in; virtual-board restart
         virtual-board reboot; virtual-board state | grep -o "booted.*"
         virtual-board forget; virtual-board commands')";
     EXPECT_EQ(Shell(script), "1\n"
                              "usb in\n1\nboard\nstatus 6\n"
+                             "usb out\nusb in\n1\nvirtual-board: the size of a USB disk is a number of MiB\n"
                              "cable out\n\tLink detected: no\n"
                              "virtual-board: cable wants in or out\ncable in\n"
                              "hwclock -w\n[[\"hwclock\",\"-w\"]]\n"
-                             "the daemon is killed\ndaemon  ended, status 137\nthe daemon is started\n"
+                             "the daemon is killed\ndaemon  ended, status 137\n"
+                             "virtual-board: the daemon is not running\n"
+                             "serial out\nvirtual-board: the daemon ended at once, status 0; see its log\n"
+                             "serial in\nthe daemon is started\n"
                              "the board is up again\nbooted 2 times\n"
                              "records are empty\n[0]");
 }
@@ -90,10 +105,105 @@ TEST(VirtualBoardProgram, ScreenshotsAreFilesWhereTheyWereAskedFor)
 
 TEST(VirtualBoardProgram, PrintsLinesAndTakesCommandsOnAPipe)
 {
-    const std::string output =
-        Shell("{ echo frames; echo kill; sleep 1; } | timeout -s TERM 2 virtual-board");
+    const std::string output = Shell(R"(cd $(mktemp -d); mkfifo keys; virtual-board < keys > lines 2>&1 &
+        exec 3> keys; echo frames >&3; echo kill >&3
+        for try in $(seq 200); do grep -q "ended, status 137" lines && break; sleep 0.1; done
+        kill $!; wait $!; status=$?; cat lines; rm -r $PWD; exit $status)");
     EXPECT_NE(output.find("answer   the daemon is killed\n"), std::string::npos) << output;
     EXPECT_NE(output.find("state    daemon  ended, status 137\n"), std::string::npos) << output;
     EXPECT_NE(output.find("log      [---init tcp 8870 port success.---]\n"), std::string::npos) << output;
-    EXPECT_TRUE(output.ends_with("[124]")) << output; // timeout's own; it has ended the program
+    EXPECT_TRUE(output.ends_with("[0]")) << output;
+}
+
+// Who asks for days, as "log --follow" does, must not fill the board's process.
+TEST(VirtualBoardProgram, RequestsLeaveNothingBehind)
+{
+    const std::string script = R"(vb exec --no-daemon -- sh -c '
+        before=$(wc -l < /proc/$PPID/maps)
+        for i in $(seq 60); do virtual-board cable in > /dev/null; done
+        [ $(wc -l < /proc/$PPID/maps) -lt $((before + 60)) ] && echo few')";
+    EXPECT_EQ(Shell(script), "few\n[0]");
+}
+
+// The program on a terminal.
+class LiveView : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        const winsize size{.ws_row = 40, .ws_col = 160, .ws_xpixel = 0, .ws_ypixel = 0};
+        const std::string program = ProgramFolder() + "/virtual-board";
+        pid_ = forkpty(&terminal_, nullptr, nullptr, &size);
+        if (pid_ != 0)
+            return;
+        setenv("TERM", "xterm", 1);
+        setenv("SHELL", "/bin/sh", 1);
+        execl(program.c_str(), program.c_str(), nullptr);
+        _exit(127);
+    }
+    void TearDown() override
+    {
+        if (pid_ > 0)
+            kill(pid_, SIGKILL);
+        close(terminal_);
+    }
+    void Type(const std::string &keys)
+    {
+        screen_.clear();
+        EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    }
+    // Since the last keys; a change is written as a whole where it has nothing in common with what was there.
+    bool Shows(const std::string &text)
+    {
+        while (screen_.find(text) == std::string::npos) {
+            if (!Receive())
+                return false;
+        }
+        return true;
+    }
+    int End()
+    {
+        while (Receive()) {
+        }
+        int status = -1;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return status;
+    }
+
+private:
+    bool Receive()
+    {
+        std::array<char, 4096> piece;
+        pollfd waiting{.fd = terminal_, .events = POLLIN, .revents = 0};
+        const ssize_t got = poll(&waiting, 1, 20'000) == 1 ? read(terminal_, piece.data(), piece.size()) : -1;
+        screen_.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        EXPECT_LT(screen_.size(), 1'000'000U) << screen_.substr(0, 20'000);
+        return got > 0 && screen_.size() < 1'000'000;
+    }
+
+    int terminal_ = -1;
+    pid_t pid_ = -1;
+    std::string screen_;
+};
+
+TEST_F(LiveView, ShowsTheBoardAndTakesCommands)
+{
+    for (const char *const pane :
+         {"booted 1 time", "listening", "10.20.30.2", "sessions (", "frames to the FPGA (",
+          "messages to the player (", "commands (", "log of the daemon ("})
+        ASSERT_TRUE(Shows(pane)) << pane;
+    struct Row {
+        const char *key, *shown;
+    };
+    for (const Row &row :
+         {Row{"c", "cable out"}, Row{"u", "usb in"}, Row{"k", "the daemon is killed"}, Row{"u", "usb out"},
+          Row{"d", "the daemon is started"}, Row{"c", "cable in"}, Row{"r", "the board is up again"},
+          Row{"f", "records are empty"}, Row{"s", "exit leads back to the board."},
+          Row{"echo $((40 + 2)) here\n", "42 here"}, Row{"exit\n", "log of the daemon ("}}) {
+        Type(row.key);
+        ASSERT_TRUE(Shows(row.shown)) << row.key;
+    }
+    Type("q");
+    EXPECT_EQ(End(), 0);
 }
