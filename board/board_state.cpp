@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "board_state.h"
 
+#include "heartbeat_record.h"
+
 #include <arpa/inet.h>
 #include <array>
 #include <cctype>
@@ -44,7 +46,7 @@ std::vector<Connection> Connections(const VirtualBoard &board)
     std::vector<Connection> connections;
     for (const auto &[local, remote, state] : rows) {
         const unsigned port = Endpoint(local).second;
-        if (state != "01" || port == 6666 ||
+        if (state != "01" || port == wire::kSupervisorPort ||
             std::find(listening.begin(), listening.end(), port) == listening.end())
             continue;
         const auto [address, peerPort] = Endpoint(remote);

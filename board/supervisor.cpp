@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "supervisor.h"
 
+#include "heartbeat_record.h"
+
 #include <array>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
 namespace board
 {
-
-static constexpr std::uint16_t kSupervisorPort = 6666;
 
 void Supervisor::Listen(bool on)
 {
@@ -31,7 +31,7 @@ void Supervisor::Listen(bool on)
     setsockopt(listener_.Get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(kSupervisorPort);
+    address.sin_port = htons(wire::kSupervisorPort);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     Checked(bind(listener_.Get(), reinterpret_cast<sockaddr *>(&address), sizeof address),
             "supervisor's port");

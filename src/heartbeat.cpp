@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "heartbeat.h"
 
+#include "heartbeat_record.h"
 #include "sockets.h"
 #include "threads.h"
 
@@ -23,7 +24,6 @@ static int s_flag = 0; // third argument of heartbeat_init, kept and not used
 namespace
 {
 
-constexpr char kBeat[] = {'s', 'e', 'r', 'v', 'e', 'r'};
 constexpr unsigned kReconnectPause = 2; // seconds
 constexpr unsigned kBeatPause = 1;      // seconds
 
@@ -51,12 +51,18 @@ void CatchBrokenPipe()
     pthread_sigmask(SIG_UNBLOCK, &pipeOnly, nullptr);
 }
 
+// The socket, or -1 (told on standard error, errno).
 int OpenSocket()
 {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd == -1) {
+        const int error = errno;
+        std::fprintf(stderr, "create one socket fail. errno: %d.\n", error);
+        errno = error;
+        return -1;
+    }
     const int on = 1;
-    if (fd != -1)
-        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     return fd;
 }
 
@@ -82,11 +88,11 @@ void SendBeats(int fd)
 {
     for (;;) {
         s_caughtSignal = 0;
-        const ssize_t sent = send(fd, kBeat, sizeof kBeat, 0);
+        const ssize_t sent = send(fd, &wire::kHeartbeat, sizeof wire::kHeartbeat, 0);
         const int error = errno;
         if (s_caughtSignal != 0)
             std::printf("catch signal: %d\n", s_caughtSignal.load());
-        if (sent == sizeof kBeat) {
+        if (sent == sizeof wire::kHeartbeat) {
             sleep(kBeatPause);
             continue;
         }
@@ -120,10 +126,8 @@ int heartbeat_init(const char *address, int port, int flag)
     if (address == nullptr || port <= 0)
         return -1;
     const int fd = OpenSocket();
-    if (fd == -1) {
-        std::fprintf(stderr, "create one socket fail. errno: %d.\n", errno);
+    if (fd == -1)
         return -1;
-    }
     s_destination.sin_family = AF_INET;
     s_destination.sin_port = htons(static_cast<std::uint16_t>(port));
     s_destination.sin_addr.s_addr = inet_addr(address);
@@ -150,7 +154,7 @@ const HeartbeatThread g_heartbeat_thread = {heartbeat_init, heartbeat_start};
 
 void StartHeartbeat()
 {
-    const int fd = g_heartbeat_thread.heartbeat_init("127.0.0.1", 6666, 0);
+    const int fd = g_heartbeat_thread.heartbeat_init(wire::kSupervisorAddress, wire::kSupervisorPort, 0);
     if (fd == -1) {
         std::fprintf(stderr, "heart beat init fail. %s: %d.\n", std::strerror(errno), errno);
         return;
