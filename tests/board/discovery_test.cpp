@@ -207,6 +207,8 @@ TEST_F(BoardDiscovery, DynamicAddressingOpensNoCustomPort)
     const auto status = pc.Ask(Status(1), board->LeaseAddress());
     ASSERT_TRUE(status);
     EXPECT_EQ(status->bytes, Answered(41) + Le32(1) + Le32(1) + Le32(12345) + kId);
+    EXPECT_TRUE(board->WaitForLog("[---src/network.c::GetSystemEnvInfo::"));
+    EXPECT_TRUE(board->WaitForLog("---] is dynamic ip address."));
     EXPECT_FALSE(Peer::Connect(board->LeaseAddress(), 12345).Connected());
     EXPECT_TRUE(Peer::Connect(board->LeaseAddress(), 8870).Connected());
 }

@@ -146,21 +146,51 @@ TEST_F(Sessions, WhatComesBehindTheLoginIsLost)
     EXPECT_TRUE(peer.Silent(50));
 }
 
-TEST_F(Sessions, LongestLoginAndOneByteMore)
+TEST_F(Sessions, LongestPacketsAndOneByteMore)
 {
     Boot();
-    for (const std::uint32_t length : {9216U, 9217U}) {
-        const Peer peer = Connect();
-        EXPECT_TRUE(peer.Send(Le32(length) + Le32(kModem) + Zeros(9216 - 9)));
+    const Unharmed unharmed(*board);
+    struct Row {
+        bool loggedIn; // the packet is a status request to the modem's service, else the login itself
+        std::uint32_t length;
+        std::size_t reply; // bytes; 0: it can never complete
+    };
+    for (const Row &row :
+         {Row{false, 9216, 8}, Row{false, 9217, 0}, Row{true, 9216, 308}, Row{true, 0xFFFFFFFF, 0}}) {
+        const Peer peer = row.loggedIn ? LogIn(kModem) : Connect();
+        EXPECT_TRUE(peer.Send(Le32(row.length) + Le32(kModem) + Le32(1) + Zeros(9216 - 13)));
         EXPECT_TRUE(peer.Silent(50)) << "one byte is missing";
         EXPECT_TRUE(peer.Send("x"));
-        if (length == 9216) {
-            EXPECT_EQ(peer.Take(8), LoginReply(4));
-            continue;
-        }
+        EXPECT_EQ(peer.Take(row.reply).size(), row.reply) << row.length;
         EXPECT_TRUE(peer.Silent(50));
+        if (row.reply != 0)
+            continue;
         EXPECT_TRUE(peer.Send("x")); // the buffer is full
-        EXPECT_TRUE(peer.Ended());
+        EXPECT_TRUE(peer.Ended()) << row.length;
+    }
+    unharmed.Check("longest packets");
+}
+
+TEST_F(Sessions, TheLogTellsWhatHappens)
+{
+    Boot();
+    {
+        const Peer peer = LogIn(kModem);
+        EXPECT_TRUE(peer.Send(Le32(12) + Zeros(4) + Le32(1)));
+        EXPECT_EQ(peer.Take(308).size(), 308U);
+    }
+    ExpectCount("connecting error, one client quit!", 1);
+    const std::string log = board->LogText();
+    const char *const lines[] = {
+        "[---src/tcp_services.cpp::AcceptClient::", "---] accept one client connecting.\n",
+        "ManagerConnecting buff =[\x08]\n", // the reply up to its first zero
+        "TcpServices [KThirdGenerationThread]\n",   "TcpServices [PT_GET3GINFO_CMD]\n",
+        "[---src/tcp_services.cpp::TcpServices::",  "---] connecting error, one client quit!\n"};
+    std::size_t from = 0;
+    for (const char *const line : lines) {
+        const std::size_t found = log.find(line, from);
+        ASSERT_NE(found, std::string::npos) << line;
+        from = found;
     }
 }
 
@@ -217,6 +247,14 @@ TEST_F(Sessions, ShortLengthWordsAreTakenAsGiven)
         EXPECT_TRUE(peer.Silent(50));
     }
     unharmed.Check("length 3");
+    for (const std::uint32_t length : {1U, 2U, 3U}) { // what is left of its word says more than ever comes
+        const Peer peer = LogIn(kSettings);
+        board->Forget();
+        EXPECT_TRUE(peer.Send(Le32(length) + "\x7F\x7F\x7F\x7F"));
+        ExpectCount(dropped, 1);
+        EXPECT_TRUE(peer.Silent(50));
+    }
+    unharmed.Check("lengths 1 to 3");
     {
         const Peer peer = LogIn(kSettings);
         board->Forget();
@@ -247,7 +285,7 @@ TEST_F(Sessions, ResetInTheMiddleOfAnything)
     Boot();
     const Unharmed unharmed(*board);
     const std::string packet = AskVersion();
-    for (const std::uint32_t subType : {kUpload, kSettings, kFirmware, kPlayer}) {
+    for (const std::uint32_t subType : {kUpload, kSettings, kFirmware, kPlayer, kModem}) {
         for (const std::string &bytes : {std::string(), Login(subType).substr(0, 5), Login(subType),
                                          packet.substr(0, 11), packet + packet.substr(0, 3)}) {
             const bool logsIn = bytes.size() > 8;
@@ -259,7 +297,7 @@ TEST_F(Sessions, ResetInTheMiddleOfAnything)
         }
     }
     unharmed.Check("resets");
-    EXPECT_TRUE(board->WaitForLog("connecting error, one client quit!", 20));
+    EXPECT_TRUE(board->WaitForLog("connecting error, one client quit!", 25));
 }
 
 TEST_F(SessionLink, LossOfTheLinkClosesAllButThePlayer)

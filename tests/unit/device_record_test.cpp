@@ -74,13 +74,14 @@ TEST(DeviceRecord, Versions)
     struct Row {
         std::optional<std::string> image, version;
         std::uint32_t fpga, plexa;
-        const char *message;
+        const char *message; // of getVersionNO
+        const char *error;   // of GetFPGAVersionNo, on standard error
     };
     const Row rows[] = {
-        {"\x01\x02\x03\x84\x05\x06\x07\x08rest", "1.2.3.4", 0x00840302, 0x04030201, nullptr},
-        {"\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", "255.0.0.250\n", 0x00FFFFFF, 0xFA0000FF, nullptr},
-        {"\x01\x02\x03\x04\x05\x06\x07", "", 0, 0, "read fpag file fail."},
-        {std::nullopt, std::nullopt, 0, 0, "open fpag file fail."},
+        {"\x01\x02\x03\x84\x05\x06\x07\x08rest", "1.2.3.4", 0x00840302, 0x04030201, nullptr, ""},
+        {"\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", "255.0.0.250\n", 0x00FFFFFF, 0xFA0000FF, nullptr, ""},
+        {"\x01\x02\x03\x04\x05\x06\x07", "", 0, 0, "read fpag file fail.", "reads is 0"},
+        {std::nullopt, std::nullopt, 0, 0, "open fpag file fail.", "file is null.\n"},
     };
     for (const Row &row : rows) {
         SetTestFile("/boot/fpga.img", row.image);
@@ -92,7 +93,9 @@ TEST(DeviceRecord, Versions)
         const std::string printed = GetCapturedStdout();
         EXPECT_EQ(static_cast<std::uint32_t>(fpga), row.fpga);
         EXPECT_EQ(static_cast<std::uint32_t>(plexa), row.plexa);
+        testing::internal::CaptureStderr();
         EXPECT_EQ(static_cast<std::uint32_t>(GetFPGAVersionNo()), row.fpga);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), row.error);
         if (row.message == nullptr)
             EXPECT_EQ(printed, "");
         else

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <array>
 #include <fcntl.h>
 #include <iterator>
 #include <net/if.h>
@@ -85,7 +86,11 @@ TEST_F(Eth0, AddressInNetworkOrderMaskInHostOrder)
     EXPECT_EQ(GetLocalIPAddress("lo"), 0); // 127.0.0.1 does not count
     EXPECT_EQ(GetLocalIPAddress("eth1"), 0);
     EXPECT_EQ(GetLocalMask("eth1"), 0U);
+    testing::internal::CaptureStdout();
     EXPECT_EQ(GetLocalMac("eth1", mac), 0);
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(printed.starts_with("[---src/system_env.c::GetLocalMac::")) << printed;
+    EXPECT_TRUE(printed.ends_with("---] ioctl SIOCGIFHWADDR No such device, 19.\n")) << printed;
     RunShell("ip address flush dev eth0");
     EXPECT_EQ(GetLocalIPAddress("eth0"), 0);
     EXPECT_EQ(GetLocalMask("eth0"), 0U);
@@ -175,13 +180,14 @@ TEST(SystemEnv, UsbDiskCountsAboveItsLimits)
         long long size, used; // MiB
         long long programs;   // MiB, -1: no folder of programs
         std::int32_t room;    // KiB
+        int lines = 3;        // that are printed: total, free, program
     };
     const Row rows[] = {
-        {600, 0, -1, 0},
-        {699, 0, 500, 0},
-        {700, 0, -1, 700 * 1024},
-        {720, 420, -1, 0}, // exactly 300 MiB are free
-        {720, 419, -1, 301 * 1024},
+        {600, 0, -1, 0, 1},
+        {699, 0, 500, 0, 1},
+        {700, 0, -1, 700 * 1024, 2},
+        {720, 420, -1, 0, 2}, // exactly 300 MiB are free
+        {720, 419, -1, 301 * 1024, 2},
         {720, 520, 100, 0},
         {720, 520, 101, 301 * 1024},
         {8192, 0, 9000, (8192 + 9000) * 1024},
@@ -191,7 +197,16 @@ TEST(SystemEnv, UsbDiskCountsAboveItsLimits)
         UsbDisk disk(row.size * kMebibyte, row.used * kMebibyte);
         if (row.programs >= 0)
             disk.AddPrograms(row.programs * kMebibyte);
+        testing::internal::CaptureStdout();
         EXPECT_EQ(CheckIsUDiskCard(), row.room) << row.size << " " << row.used << " " << row.programs;
+        const std::string printed = testing::internal::GetCapturedStdout();
+        EXPECT_TRUE(printed.starts_with("[---src/system_env.c::CheckIsUDiskCard::")) << printed;
+        const long long sizes[] = {row.size, row.size - row.used, row.programs};
+        std::string lines = "---] \n";
+        for (int line = 0; line < row.lines; ++line)
+            lines += std::array{"total", "free", "program"}.at(static_cast<std::size_t>(line)) +
+                     (" size: " + std::to_string(sizes[line] * kMebibyte)) + "\n";
+        EXPECT_EQ(printed.substr(printed.find("---] ")), lines);
     }
 }
 
