@@ -230,7 +230,7 @@ protected:
 
     void ExpectAsBefore(std::size_t descriptors, long memory)
     {
-        EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; }, 20s));
+        EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() <= descriptors; }, 20s));
         EXPECT_LE(Memory(), memory + 48);
     }
 };
@@ -239,7 +239,7 @@ TEST_F(FlappingCable, LeavesAFixedAddressAndNothingElseBehind)
 {
     Start();
     Flap(10);
-    const std::size_t descriptors = board->OpenDescriptors();
+    const std::size_t descriptors = SettledDescriptors(*board);
     const long memory = Memory();
     Flap(100);
     EXPECT_EQ(Found(board->BoardAddress(), 10s), board->BoardAddress());
@@ -263,7 +263,7 @@ TEST_F(FlappingCable, LeavesTickSlotsForTheOthers)
     ASSERT_EQ(server.Take(43).size(), 43U);
     ASSERT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
     Flap(10);
-    const std::size_t descriptors = board->OpenDescriptors();
+    const std::size_t descriptors = SettledDescriptors(*board);
     const long memory = Memory();
 
     // The server's answer, which makes the heartbeat a tick function, comes when all slots are taken.

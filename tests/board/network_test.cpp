@@ -77,7 +77,7 @@ TEST_F(AddressChange, CustomPortFollowsTheRequest)
     EXPECT_EQ(board->ReadFile("/home/root/plexa_data/server_config"), "name=a\nport=12000\n");
 
     // The same port: the endpoints stay, also for the request that comes by one of them.
-    const std::size_t descriptors = board->OpenDescriptors();
+    const std::size_t descriptors = SettledDescriptors(*board);
     const Bytes again = ToFixed(board->PcAddress() + "24", 12000);
     Send(again, address, 12000);
     ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->PcAddress() + "24"; }));
@@ -151,7 +151,7 @@ TEST_F(AddressChange, APortInUseIsNotKept)
     any.sin_family = AF_INET;
     any.sin_port = htons(12000);
     ASSERT_EQ(bind(taken.Get(), reinterpret_cast<const sockaddr *>(&any), sizeof any), 0);
-    const std::size_t descriptors = board->OpenDescriptors();
+    const std::size_t descriptors = SettledDescriptors(*board);
     Send(ToFixed(board->BoardAddress(), 12000));
     ASSERT_TRUE(board->WaitForLog("udp port 12000 bind fail:  Address already in use"));
     EXPECT_EQ(Mode(), std::make_pair('f', 0U));
