@@ -40,8 +40,9 @@ constexpr milliseconds kLookUpPause(500);
 constexpr milliseconds kConnectPoll(200);
 constexpr unsigned kUserTimeout = 60'000; // ms until unacknowledged data ends the connection
 
-// All guarded by RemoteMutex(); s_changed is notified whenever one of them changes.
-std::condition_variable s_changed;
+// All guarded by RemoteMutex(); s_changed is notified whenever one of them changes. It is never destroyed:
+// the end of the process would wait for the threads that wait on it.
+std::condition_variable &s_changed = *new std::condition_variable;
 unsigned s_newest = 0; // the thread that may log in
 int s_threads = 0;     // that have not ended
 bool s_loginUnderWay = false;
