@@ -158,6 +158,9 @@ void HandleLinkEvent(int fd)
         break;
     default:
         Diag(kUnit, "WorkLoop", __LINE__, "netlink event error.");
+        // QUIRK error-is-down: an event that says nothing about a link, such as the end of another interface,
+        // counts as a link that is down already, so that the next pull of the cable closes nothing; no change
+        // would be expected.
         g_serverStatus.netlinkFlag = 0;
         break;
     }

@@ -127,6 +127,8 @@ bool GetSystemEnvInfo()
     const std::int32_t address = GetLocalIPAddress(kEthernet);
     if (address == 0)
         SetLOAddress();
+    // QUIRK two-byte-orders: the record holds the address in network byte order, mask and gateway in host
+    // byte order; the same order for all three would be expected.
     g_device.setIp(address);
     g_device.setMask(static_cast<std::int32_t>(GetLocalMask(kEthernet)));
     g_device.setGateway(static_cast<std::int32_t>(GetGateway(kEthernet)));

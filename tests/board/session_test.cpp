@@ -339,6 +339,24 @@ TEST_F(SessionLink, LossOfTheLinkClosesAllButThePlayer)
     EXPECT_TRUE(again.Connected());
 }
 
+TEST_F(SessionLink, AnEventThatSaysNothingCountsAsDown)
+{
+    options.player = true;
+    options.startDaemon = false;
+    Boot();
+    ASSERT_EQ(board->Run("ip link add test0 type veth peer name test1").status, 0);
+    board->StartDaemon();
+    const Peer session = LogIn(kSettings);
+    ASSERT_EQ(board->Run("ip link delete test0").status, 0);
+    EXPECT_TRUE(board->WaitForLog("---] netlink event error."));
+    EXPECT_TRUE(board->WaitForLog("netlinck flag 0, fixed status 1"));
+    board->Cable(false);
+    EXPECT_TRUE(board->WaitForLog("---] netlink event down."));
+    EXPECT_TRUE(session.Silent(50));
+    for (const auto &message : board->PlayerMessages())
+        EXPECT_NE(message.code, 9U) << "the player is told of a network error";
+}
+
 // Takes three quarters of a minute: a search keeps the first session of its sender, and no other one.
 TEST_F(SessionTimeout, SessionsEndAfter42TicksUnlessTheirPeerSearches)
 {
