@@ -35,6 +35,7 @@ bool SetNonBlocking(int fd);
 // Gives a blocking socket the time limit that every send on a session has (2 s in all, then a short count).
 void SetSessionSendLimit(int fd);
 
-// One send of all bytes without SIGPIPE, begun again when a signal interrupts it before the first byte. The
-// number of bytes taken by the kernel; -1 with errno when none was.
+// Sends all bytes without SIGPIPE and goes on after a signal, for some 2 s in all however many signals come.
+// The number of bytes taken by the kernel, fewer than all when the peer does not read; -1 with errno when
+// none was.
 long SendBytes(int fd, wire::Bytes bytes);
