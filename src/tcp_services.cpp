@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstring>
 #include <fcntl.h>
@@ -21,6 +22,7 @@
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace
@@ -32,6 +34,7 @@ constexpr char kUnit[] = "src/tcp_services.cpp";
 constexpr int kReservedDescriptors = 64;
 constexpr int kMostListedForLogin = 2;
 constexpr int kMostReceivesInARound = 8;
+constexpr std::chrono::milliseconds kMemoryPause{20}; // the client that cannot be accepted stays in the queue
 
 // Given away for a moment when accept runs out of descriptors, so that the client can be turned away and the
 // listener does not stay readable for ever.
@@ -49,12 +52,16 @@ UniqueFd AcceptOne(int listenFd, sockaddr_in *peer)
 {
     socklen_t size = sizeof *peer;
     UniqueFd client(accept4(listenFd, reinterpret_cast<sockaddr *>(peer), &size, SOCK_CLOEXEC));
-    if (client.Valid() || (errno != EMFILE && errno != ENFILE))
+    if (client.Valid())
         return client;
     const int error = errno;
-    s_spareFd.Reset();
-    UniqueFd(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC)).Reset();
-    s_spareFd.Reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (error == EMFILE || error == ENFILE) {
+        s_spareFd.Reset();
+        UniqueFd(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC)).Reset();
+        s_spareFd.Reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    } else if (error == ENOMEM || error == ENOBUFS) {
+        std::this_thread::sleep_for(kMemoryPause);
+    }
     errno = error;
     return client;
 }

@@ -28,7 +28,9 @@ constexpr std::uint32_t kFiredWord = 1;
 
 std::mutex s_tickMutex;
 std::array<TickFunction, kTickSlots> tickArray{};
-std::vector<TickFunction> s_waiting; // for an empty slot, each one once, the oldest first
+// Those that wait for an empty slot, each one once, the oldest first. Never destroyed: a connect thread may
+// still take its function out at the end of the process.
+std::vector<TickFunction> &s_waiting = *new std::vector<TickFunction>;
 
 int s_timerFd = -1; // the replacement source, -1 with the board's driver
 
