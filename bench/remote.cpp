@@ -36,7 +36,7 @@ constexpr std::uint16_t kPort = 7001;
 
 pid_t Start(const char *name, const std::vector<std::string> &words, const char *output)
 {
-    std::string program = fs::canonical("/proc/self/exe").parent_path() / name;
+    std::string program = board::ProgramFolder() + "/" + name;
     const pid_t child = fork();
     if (child != 0)
         return child;

@@ -184,10 +184,9 @@ static void AddBoardOptions(CLI::App &app, Settings &settings)
 // The PC's own programs come from the folder of this one.
 static void PreparePcEnvironment(const VirtualBoard &board)
 {
-    const std::string folder = fs::read_symlink("/proc/self/exe").parent_path();
-    const char *path = std::getenv("PATH");
-    setenv("PATH",
-           fmt::format("{}:{}", folder, path != nullptr ? path : "/usr/bin:/bin:/usr/sbin:/sbin").c_str(), 1);
+    const char *known = std::getenv("PATH");
+    const std::string path = known != nullptr ? known : "/usr/bin:/bin:/usr/sbin:/sbin";
+    setenv("PATH", (board::ProgramFolder() + ":" + path).c_str(), 1);
     setenv("BOARD", board.Eth0Address().value_or("").c_str(), 1);
 }
 

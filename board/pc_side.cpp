@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <net/if.h>
 #include <poll.h>
 #include <sched.h>
@@ -150,8 +151,15 @@ static void RunPcInit(int lifeline)
     _exit(128 + number);
 }
 
+const std::string &ProgramFolder()
+{
+    static const std::string folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    return folder;
+}
+
 void EnterPcSide()
 {
+    ProgramFolder();
     const char *why = nullptr;
     if (!CanEnterPcSide(why)) {
         std::fprintf(stderr, "virtual board: cannot work here: %s.\n", why);

@@ -2,6 +2,8 @@
 // pc_side.h — turns the calling process into the PC that boards hang on.
 #pragma once
 
+#include <string>
+
 namespace board
 {
 
@@ -15,6 +17,10 @@ constexpr char kPcFolder[] = "/run/virtual-board";
 //
 // Prints what is missing and exits with status 1 where it cannot work (no root, no namespaces).
 void EnterPcSide();
+
+// The folder of the running program, as it was named before EnterPcSide: behind it, /proc/self/exe of a
+// program in a changed root names a path outside.
+const std::string &ProgramFolder();
 
 // Whether EnterPcSide could work; the reason goes to `why`.
 bool CanEnterPcSide(const char *&why);

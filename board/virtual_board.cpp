@@ -42,8 +42,7 @@ Options::Options()
     daemon = FromEnvironment("LEDBOARD_DAEMON");
     if (daemon.empty()) {
         const std::string folder = FromEnvironment("LEDBOARD_BIN_DIR");
-        daemon = (folder.empty() ? fs::read_symlink("/proc/self/exe").parent_path() : fs::path(folder)) /
-                 "ledboardd";
+        daemon = fs::path(folder.empty() ? ProgramFolder() : folder) / "ledboardd";
     }
     daemon = fs::absolute(daemon);
     std::istringstream words(FromEnvironment("LEDBOARD_DAEMON_PREFIX"));

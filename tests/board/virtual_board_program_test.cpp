@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <poll.h>
 #include <pty.h>
 #include <string>
@@ -15,7 +14,7 @@
 
 static std::string ProgramFolder()
 {
-    return std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    return std::getenv("LEDBOARD_BIN_DIR");
 }
 
 // What `script` prints on both outputs; its status behind it. The program is at hand as "vb".
