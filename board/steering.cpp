@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <fmt/core.h>
 #include <fmt/ranges.h>
 #include <fstream>
@@ -434,7 +435,10 @@ int RunInRunningBoard(const Words &arguments)
     if (visitor != 0)
         return WaitForChild(visitor);
     const int process = static_cast<int>(syscall(SYS_pidfd_open, init, 0));
-    if (setns(process, CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS) != 0)
+    // The root that comes with the name space is not the board's where this machine's own root was changed.
+    const int root = open(fmt::format("/proc/{}/root", init).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (setns(process, CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS) != 0 ||
+        fchdir(root) != 0 || chroot(".") != 0)
         _exit(Refuse(std::string("cannot enter the board: ") + std::strerror(errno)));
     const pid_t child = fork(); // only a child of the visitor is one of the board's processes
     if (child == 0)
