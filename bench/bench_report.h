@@ -2,16 +2,17 @@
 // bench_report.h — interleaved runs of a subject and its baseline, and the one table that a benchmark prints.
 #pragma once
 
-#include <algorithm>
 #include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/types.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
-#include <netinet/in.h>
-#include <sched.h>
 #include <string>
-#include <sys/resource.h>
-#include <sys/types.h>
 #include <vector>
 
 namespace bench

@@ -8,15 +8,16 @@
 #include "virtual_board.h"
 
 #include <arpa/inet.h>
-#include <array>
-#include <csignal>
-#include <cstdlib>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
 
 namespace
 {

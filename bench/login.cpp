@@ -7,14 +7,15 @@
 #include "virtual_board.h"
 
 #include <arpa/inet.h>
-#include <array>
-#include <csignal>
-#include <cstdlib>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
 
 namespace
 {
@@ -28,8 +29,9 @@ constexpr std::chrono::milliseconds kRunTime{1000};
 // Never returns: the baseline's process.
 [[noreturn]] void AnswerLoop(int listener)
 {
-    const wire::LoginReply reply{
-        .length = sizeof(wire::LoginReply), .status = wire::kLoginAccepted, .zero = {}};
+    const wire::LoginReply reply{.length = sizeof(wire::LoginReply),
+                                 .status = wire::kLoginAccepted,
+                                 .zero = {}};
     for (;;) {
         const int fd = accept(listener, nullptr, nullptr);
         std::array<char, wire::kSessionBufferSize> buffer;

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Preloaded into a daemon that is measured: counts what its main thread takes from the heap, in a file.
-#include <atomic>
-#include <cstddef>
-#include <cstdint>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
 
 extern "C" {
 void *__libc_malloc(std::size_t size);

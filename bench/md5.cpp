@@ -2,15 +2,17 @@
 // bench_md5 [RUNS [MEBIBYTES]]: KMD5 over a file, in turn with md5sum and openssl over the same file; the
 // faster of the two is the baseline. Status 1 when the limit is missed.
 #include "md5.h"
+
 #include "bench_report.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <random>
 #include <stdexcept>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {

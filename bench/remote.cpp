@@ -10,6 +10,12 @@
 #include "virtual_board.h"
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -17,12 +23,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <netinet/in.h>
-#include <poll.h>
 #include <sstream>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
@@ -119,8 +120,9 @@ public:
 
     void Beat()
     {
-        Send(wire::RemoteWord{
-            .prefix = {.length = sizeof(wire::RemoteWord), .command = wire::kRemoteHeartbeat}, .value = 0});
+        Send(wire::RemoteWord{.prefix = {.length = sizeof(wire::RemoteWord),
+                                         .command = wire::kRemoteHeartbeat},
+                              .value = 0});
     }
 
     void Receive()

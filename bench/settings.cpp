@@ -11,9 +11,7 @@
 #include "virtual_board.h"
 
 #include <arpa/inet.h>
-#include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sched.h>
@@ -21,6 +19,9 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
 
 namespace
 {

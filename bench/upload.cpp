@@ -6,20 +6,21 @@
 #include "upload_records.h"
 #include "virtual_board.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
-#include <array>
-#include <atomic>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 namespace

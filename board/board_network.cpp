@@ -3,13 +3,10 @@
 
 #include "pc_side.h"
 
-#include <arpa/inet.h>
-#include <array>
-#include <csignal>
-#include <cstring>
-#include <fcntl.h>
 #include <fmt/core.h>
-#include <fstream>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 #include <linux/veth.h>
@@ -17,10 +14,15 @@
 #include <net/route.h>
 #include <sched.h>
 #include <spawn.h>
-#include <stdexcept>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+
+#include <array>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
 
 namespace board
 {

@@ -6,9 +6,10 @@
 #include "descriptor.h"
 #include "watcher.h"
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
-#include <sys/types.h>
 
 namespace board
 {

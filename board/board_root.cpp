@@ -4,11 +4,9 @@
 #include "inside_image.h"
 #include "pc_side.h"
 
-#include <array>
-#include <fcntl.h>
-#include <filesystem>
 #include <fmt/core.h>
-#include <fstream>
+
+#include <fcntl.h>
 #include <linux/openat2.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -16,15 +14,20 @@
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
 
+#include <array>
+#include <filesystem>
+#include <fstream>
+
 namespace board
 {
 
 static constexpr char kInsidePath[] = "/usr/lib/virtual-board/inside";
 
 // Folders of which the board has its own: nothing of the host shows through.
-static constexpr std::array kOwnFolders = {
-    "/home",        "/boot",       "/usr/share/id", "/usr/share/info",
-    "/etc/network", "/etc/udhcpc", "/etc/ppp",      "/etc/virtual-board"};
+static constexpr std::array kOwnFolders = {"/home",         "/boot",
+                                           "/usr/share/id", "/usr/share/info",
+                                           "/etc/network",  "/etc/udhcpc",
+                                           "/etc/ppp",      "/etc/virtual-board"};
 
 static constexpr std::array kFolders = {"/home/root",
                                         "/home/root/plexa",
@@ -40,16 +43,16 @@ static constexpr std::array kFolders = {"/home/root",
                                         "/run"};
 
 // What the daemon's commands and scripts need, as BusyBox on the board has it.
-static constexpr std::array kApplets = {
-    "[",        "ash",    "awk",   "basename", "cat",      "chgrp",   "chmod",    "chown",  "cp",
-    "cut",      "dd",     "df",    "dirname",  "du",       "echo",    "egrep",    "env",    "expr",
-    "false",    "fgrep",  "find",  "free",     "grep",     "gunzip",  "gzip",     "head",   "id",
-    "ifconfig", "ifdown", "ifup",  "kill",     "killall",  "ln",      "ls",       "md5sum", "mkdir",
-    "mkfifo",   "mktemp", "mount", "mv",       "nc",       "netstat", "nslookup", "od",     "pidof",
-    "ping",     "printf", "ps",    "pwd",      "readlink", "rm",      "rmdir",    "route",  "sed",
-    "seq",      "sleep",  "sort",  "stat",     "tail",     "tar",     "tee",      "telnet", "test",
-    "tftp",     "top",    "touch", "tr",       "true",     "udhcpc",  "udhcpd",   "umount", "uname",
-    "uniq",     "uptime", "vi",    "wc",       "wget",     "which",   "xargs",    "zcat"};
+static constexpr std::array kApplets =
+    {"[",        "ash",    "awk",   "basename", "cat",      "chgrp",   "chmod",    "chown",  "cp",
+     "cut",      "dd",     "df",    "dirname",  "du",       "echo",    "egrep",    "env",    "expr",
+     "false",    "fgrep",  "find",  "free",     "grep",     "gunzip",  "gzip",     "head",   "id",
+     "ifconfig", "ifdown", "ifup",  "kill",     "killall",  "ln",      "ls",       "md5sum", "mkdir",
+     "mkfifo",   "mktemp", "mount", "mv",       "nc",       "netstat", "nslookup", "od",     "pidof",
+     "ping",     "printf", "ps",    "pwd",      "readlink", "rm",      "rmdir",    "route",  "sed",
+     "seq",      "sleep",  "sort",  "stat",     "tail",     "tar",     "tee",      "telnet", "test",
+     "tftp",     "top",    "touch", "tr",       "true",     "udhcpc",  "udhcpd",   "umount", "uname",
+     "uniq",     "uptime", "vi",    "wc",       "wget",     "which",   "xargs",    "zcat"};
 
 static constexpr std::array kStandIns = {"sh",   "sync",   "date",     "hwclock",
                                          "pppd", "reboot", "poweroff", "halt"};
@@ -187,8 +190,7 @@ void BoardRoot::LayStandIns()
     const auto lay = [this](const char *name, const char *target) {
         bool found = false;
         for (const char *folder : {"/bin/", "/sbin/", "/usr/bin/", "/usr/sbin/"}) {
-            struct stat status {
-            };
+            struct stat status = {};
             const std::string path = std::string(folder) + name;
             if (fstatat(rootFolder_.Get(), path.c_str() + 1, &status, AT_SYMLINK_NOFOLLOW) == 0) {
                 Link(path, target);

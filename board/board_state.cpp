@@ -3,13 +3,15 @@
 
 #include "heartbeat_record.h"
 
-#include <arpa/inet.h>
-#include <array>
-#include <cctype>
 #include <fmt/core.h>
 #include <fmt/ranges.h>
-#include <fstream>
 #include <nlohmann/json.hpp>
+
+#include <arpa/inet.h>
+
+#include <array>
+#include <cctype>
+#include <fstream>
 #include <sstream>
 
 namespace board

@@ -2,11 +2,12 @@
 // descriptor.h — owner of one file descriptor.
 #pragma once
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace board

@@ -3,8 +3,9 @@
 
 #include "fpga_frame.h"
 
-#include <array>
 #include <fmt/core.h>
+
+#include <array>
 
 namespace board
 {

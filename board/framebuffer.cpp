@@ -4,10 +4,12 @@
 #include "framebuffer_state.h"
 #include "inside_image.h"
 
+#include <fmt/core.h>
+
+#include <png.h>
+
 #include <algorithm>
 #include <cstring>
-#include <fmt/core.h>
-#include <png.h>
 #include <stdexcept>
 
 namespace board

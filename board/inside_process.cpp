@@ -4,16 +4,18 @@
 #include "channel_format.h"
 #include "inside_image.h"
 
-#include <csignal>
-#include <cstring>
-#include <fcntl.h>
 #include <fmt/core.h>
-#include <fstream>
+
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+
+#include <csignal>
+#include <cstring>
+#include <fstream>
 
 namespace board
 {

@@ -8,14 +8,15 @@
 #include <CLI/CLI.hpp>
 #include <fmt/core.h>
 
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
 #include <algorithm>
 #include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 
 using board::Options;
 using board::VirtualBoard;
@@ -218,13 +219,13 @@ static Words PcShell()
 
 static void Welcome(const VirtualBoard &board)
 {
-    fmt::print(
-        "This shell is the PC at the other end of the board's cable ({} on {}).\n"
-        "The board is at {} ($BOARD). Programs here: ledboard, virtual-board.\n"
-        "virtual-board state, log, frames, messages, commands: what the board does.\n"
-        "virtual-board cable out|in, usb in|out, modem in|out, kill, restart, reboot: what happens to it.\n"
-        "virtual-board run -- sh: a shell inside the board. exit ends everything.\n\n",
-        board.PcAddress(), board.PcInterface(), board.Eth0Address().value_or("no address yet"));
+    fmt::print("This shell is the PC at the other end of the board's cable ({} on {}).\n"
+               "The board is at {} ($BOARD). Programs here: ledboard, virtual-board.\n"
+               "virtual-board state, log, frames, messages, commands: what the board does.\n"
+               "virtual-board cable out|in, usb in|out, modem in|out, kill, restart, reboot: what happens to "
+               "it.\n"
+               "virtual-board run -- sh: a shell inside the board. exit ends everything.\n\n",
+               board.PcAddress(), board.PcInterface(), board.Eth0Address().value_or("no address yet"));
     std::fflush(stdout);
 }
 

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "modem.h"
 
+#include <fmt/chrono.h>
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <ctime>
-#include <fmt/chrono.h>
-#include <fmt/core.h>
 
 namespace board
 {
@@ -271,8 +272,9 @@ std::string Modem::Answer(const std::string &command)
     if (command == "AT+CMGL=\"ALL\"")
         return ListMessages();
     if (command.starts_with("AT+CMGD=")) {
-        const auto gone = std::erase_if(
-            store_, [&](const Message &one) { return std::to_string(one.index) == command.substr(8); });
+        const auto gone = std::erase_if(store_, [&](const Message &one) {
+            return std::to_string(one.index) == command.substr(8);
+        });
         view_.sms = store_.size();
         return gone != 0 ? "OK" : Failure(321, "Invalid memory index");
     }

@@ -1,13 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "pc_side.h"
 
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <net/if.h>
 #include <poll.h>
 #include <sched.h>
@@ -20,6 +14,13 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 
 namespace board
 {

@@ -3,10 +3,12 @@
 #include "board_view.h"
 #include "steering.h"
 
+#include <fmt/chrono.h>
+
+#include <poll.h>
+
 #include <atomic>
 #include <csignal>
-#include <fmt/chrono.h>
-#include <poll.h>
 #include <sstream>
 
 namespace board
@@ -16,8 +18,7 @@ static std::atomic<bool> s_end = false;
 
 void WatchForEnd()
 {
-    struct sigaction action {
-    };
+    struct sigaction action = {};
     action.sa_handler = [](int) { s_end = true; };
     for (const int number : {SIGINT, SIGTERM, SIGHUP})
         sigaction(number, &action, nullptr);

@@ -4,9 +4,10 @@
 #include "player_records.h"
 #include "session_records.h"
 
-#include <array>
 #include <netinet/in.h>
 #include <sys/socket.h>
+
+#include <array>
 
 namespace board
 {

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "pseudo_terminal.h"
 
-#include <fcntl.h>
-#include <filesystem>
 #include <fmt/core.h>
+
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+
+#include <filesystem>
 
 namespace board
 {

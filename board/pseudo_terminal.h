@@ -5,8 +5,9 @@
 
 #include "descriptor.h"
 
-#include <string>
 #include <termios.h>
+
+#include <string>
 
 namespace board
 {

@@ -4,13 +4,15 @@
 #include "board_view.h"
 #include "steering.h"
 
+#include <fmt/core.h>
+
+#include <curses.h>
+#include <sys/wait.h>
+
 #include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
-#include <curses.h>
-#include <fmt/core.h>
-#include <sys/wait.h>
 
 namespace board
 {

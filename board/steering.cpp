@@ -4,24 +4,26 @@
 #include "board_state.h"
 #include "pc_side.h"
 
-#include <algorithm>
-#include <charconv>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <fmt/core.h>
 #include <fmt/ranges.h>
-#include <fstream>
-#include <functional>
+
+#include <fcntl.h>
 #include <linux/capability.h>
-#include <map>
 #include <sched.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+
+#include <algorithm>
+#include <charconv>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <map>
 
 namespace board
 {
@@ -362,8 +364,10 @@ void SteeringSocket::Handle(int fd)
         !std::ranges::all_of(request, [](const json &word) { return word.is_string(); }))
         return;
     const Answer answer = Steer(board_, request.get<Words>());
-    const json reply = {
-        {"ok", answer.ok}, {"lines", answer.lines}, {"json", answer.json}, {"from", answer.from}};
+    const json reply = {{"ok", answer.ok},
+                        {"lines", answer.lines},
+                        {"json", answer.json},
+                        {"from", answer.from}};
     const std::string text = Dump(reply);
     // A packet has room for so much; the end of the connection is the end.
     for (std::size_t at = 0; at < text.size(); at += kLargestPacket) {

@@ -3,9 +3,10 @@
 
 #include "heartbeat_record.h"
 
-#include <array>
 #include <netinet/in.h>
 #include <sys/socket.h>
+
+#include <array>
 
 namespace board
 {

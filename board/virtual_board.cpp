@@ -5,18 +5,20 @@
 #include "pc_side.h"
 #include "session_records.h"
 
-#include <arpa/inet.h>
-#include <array>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <fmt/core.h>
-#include <fstream>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
 #include <net/if.h>
-#include <sstream>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
 
 namespace board
 {

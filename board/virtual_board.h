@@ -67,9 +67,9 @@ public:
     pid_t InitPid() const { return tree_.InitPid(); } // of process 1 inside, as the PC side sees it; -1: off
 
     // --- the daemon ---
-    void StartDaemon(); // returns when it listens or has ended
-    bool
-    KillDaemon(int signal = SIGKILL); // waits for its end when the signal is deadly; false: it did not end
+    void StartDaemon();                    // returns when it listens or has ended
+    bool KillDaemon(int signal = SIGKILL); // waits for its end when the signal is deadly; false: it did not
+                                           // end
     void RestartDaemon();
     bool SignalDaemon(int signal);
     pid_t DaemonPid() const; // as the PC side sees it; -1: none

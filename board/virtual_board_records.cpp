@@ -2,8 +2,9 @@
 // What a board has seen, and waiting for it.
 #include "virtual_board.h"
 
-#include <algorithm>
 #include <sys/ioctl.h>
+
+#include <algorithm>
 
 namespace board
 {

@@ -10,10 +10,11 @@
 #include "sockets.h"
 
 #include <arpa/inet.h>
-#include <array>
-#include <cstdlib>
 #include <netinet/in.h>
 #include <sys/socket.h>
+
+#include <array>
+#include <cstdlib>
 
 namespace
 {

@@ -14,12 +14,13 @@
 
 #include <QtGlobal>
 
-#include <cstdlib>
-#include <optional>
-#include <string>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cstdlib>
+#include <optional>
+#include <string>
 
 namespace
 {

@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "panel-fb.h"
 
+#include <fcntl.h>
+#include <linux/fb.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <fcntl.h>
-#include <linux/fb.h>
 #include <new>
-#include <sys/ioctl.h>
-#include <sys/mman.h>
-#include <unistd.h>
 #include <utility>
 
 namespace

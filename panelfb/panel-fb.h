@@ -6,9 +6,10 @@
 // `base`, whatever width, height, bpp and stride are.
 #pragma once
 
+#include <termios.h>
+
 #include <cstddef>
 #include <memory>
-#include <termios.h>
 
 // Order of the colours in a pixel, from its lowest bit.
 enum {

@@ -3,10 +3,10 @@
 
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
-
-#include <arpa/inet.h>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+
+#include <arpa/inet.h>
 
 #include <algorithm>
 #include <cstring>
@@ -57,11 +57,11 @@ nlohmann::json RecordJson(const wire::DeviceRecord &record)
 
 nlohmann::json EntryJson(const BoardEntry &entry)
 {
-    nlohmann::json json = {
-        {"id", entry.id},         {"user", entry.username},         {"connected", entry.link != nullptr},
-        {"peer", entry.peer},     {"since", Utc(entry.since)},      {"heard", Utc(entry.heard)},
-        {"logins", entry.logins}, {"heartbeats", entry.heartbeats}, {"device", nullptr},
-        {"push", nullptr}};
+    nlohmann::json json =
+        {{"id", entry.id},         {"user", entry.username},         {"connected", entry.link != nullptr},
+         {"peer", entry.peer},     {"since", Utc(entry.since)},      {"heard", Utc(entry.heard)},
+         {"logins", entry.logins}, {"heartbeats", entry.heartbeats}, {"device", nullptr},
+         {"push", nullptr}};
     if (entry.record)
         json["device"] = RecordJson(*entry.record);
     if (!entry.push.empty())

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "board_link.h"
-
 #include "discovery_records.h"
 
 #include <nlohmann/json.hpp>

@@ -64,9 +64,8 @@ int main(int argc, char **argv)
 
     std::string folder;
     std::string to;
-    CLI::App *const push = app.add_subcommand(
-        "push",
-        "Bring the program folder of boards to what FOLDER is. What is not in FOLDER is removed there.");
+    CLI::App *const push = app.add_subcommand("push", "Bring the program folder of boards to what FOLDER is. "
+                                                      "What is not in FOLDER is removed there.");
     push->add_option("FOLDER", folder, "the program")->required();
     push->add_option("--to", to, "identifier of a board, or all that are connected")
         ->required()

@@ -9,13 +9,13 @@
 #include <asio/redirect_error.hpp>
 #include <asio/signal_set.hpp>
 #include <asio/use_awaitable.hpp>
-
 #include <fmt/format.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace server
 {

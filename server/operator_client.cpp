@@ -6,15 +6,15 @@
 #include <asio/local/stream_protocol.hpp>
 #include <asio/read_until.hpp>
 #include <asio/write.hpp>
-
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <map>
 #include <stdexcept>
-#include <unistd.h>
 
 namespace server
 {

@@ -11,9 +11,10 @@
 #include <asio/use_awaitable.hpp>
 #include <asio/write.hpp>
 
+#include <sys/socket.h>
+
 #include <cerrno>
 #include <map>
-#include <sys/socket.h>
 
 namespace server
 {
@@ -207,8 +208,9 @@ asio::awaitable<void> ServeOperator(Boards &boards, Socket socket)
     std::string received;
     try {
         for (;;) {
-            const std::size_t size = co_await asio::async_read_until(
-                socket, asio::dynamic_buffer(received, kLongestRequest), '\n', asio::use_awaitable);
+            const std::size_t size =
+                co_await asio::async_read_until(socket, asio::dynamic_buffer(received, kLongestRequest), '\n',
+                                                asio::use_awaitable);
             std::string line = received.substr(0, size);
             received.erase(0, size);
             co_await HandleRequest(boards, socket, std::move(line));

@@ -392,8 +392,9 @@ asio::awaitable<void> Push::SendData(Task task)
     std::deque<std::size_t> inFlight;
     for (std::uint64_t offset = task.offset; offset < file.size || !inFlight.empty();) {
         while (offset < file.size && (inFlight.size() + 1) * kChunkPacket <= kWindow) {
-            std::string data = reader.Read(
-                offset, static_cast<std::size_t>(std::min<std::uint64_t>(kChunkSize, file.size - offset)));
+            std::string data =
+                reader.Read(offset, static_cast<std::size_t>(
+                                        std::min<std::uint64_t>(kChunkSize, file.size - offset)));
             if (data.empty())
                 throw PushFailure("failed", task.name + " became shorter");
             link_->Send(MakeChunk(report_.id, data));

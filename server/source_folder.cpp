@@ -5,16 +5,16 @@
 #include "remote_records.h"
 
 #include <QCryptographicHash>
-
 #include <asio/co_spawn.hpp>
 #include <asio/use_awaitable.hpp>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <stdexcept>
 #include <system_error>
-#include <unistd.h>
 
 namespace server
 {
@@ -100,8 +100,9 @@ FileFacts SourceFolder::Compute(const std::string &name, std::uint64_t length)
     QCryptographicHash digest(QCryptographicHash::Md5);
     FileFacts facts{.digest = "", .crc = wire::kCrcStart};
     for (std::uint64_t offset = 0; offset < length;) {
-        const std::string data = reader.Read(
-            offset, static_cast<std::size_t>(std::min<std::uint64_t>(kReadSize, length - offset)));
+        const std::string data =
+            reader.Read(offset,
+                        static_cast<std::size_t>(std::min<std::uint64_t>(kReadSize, length - offset)));
         if (data.empty())
             break; // shorter than it was: the board's digest will differ
         digest.addData(QByteArrayView(data.data(), static_cast<qsizetype>(data.size())));

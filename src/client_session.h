@@ -38,9 +38,9 @@ std::mutex &SessionListMutex();
 
 void RegisterClientConnect(SocketSession *session);   // creates the registry on first use
 void UnregisterClientConnect(SocketSession *session); // nothing when it is not registered
-void UpdateClientSession(
-    std::int32_t ip);     // network byte order; the first session of this peer is young again
-void ClientSessionTick(); // tick function, about once a second
+void UpdateClientSession(std::int32_t ip); // network byte order; the first session of this peer is young
+                                           // again
+void ClientSessionTick();                  // tick function, about once a second
 
 // A session as another thread may use it: its own descriptor of the same socket stays usable when the session
 // ends.

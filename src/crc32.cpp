@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "crc32.h"
 
+#include <unistd.h>
+
 #include <array>
 #include <cstddef>
 #include <mutex>
-#include <unistd.h>
 
 namespace
 {

@@ -14,10 +14,11 @@
 #include "sockets.h"
 #include "tick.h"
 
+#include <unistd.h>
+
 #include <cstring>
 #include <mutex>
 #include <string>
-#include <unistd.h>
 #include <utility>
 
 const char *const g_remoteServerFile = paths::kRemoteServer;

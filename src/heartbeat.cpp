@@ -6,16 +6,17 @@
 #include "threads.h"
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 
 static std::atomic<int> g_heartbeat_fd{-1};
 static sockaddr_in s_destination{};
@@ -40,8 +41,7 @@ void sig_handle(int signal)
 // The heartbeat's own sends are meant to raise SIGPIPE here and be caught; every other signal stays blocked.
 void CatchBrokenPipe()
 {
-    struct sigaction action {
-    };
+    struct sigaction action = {};
     action.sa_handler = sig_handle;
     action.sa_flags = SA_RESTART;
     sigaction(SIGPIPE, &action, nullptr);

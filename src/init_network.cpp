@@ -12,6 +12,7 @@
 
 #include <arpa/inet.h>
 #include <net/if.h>
+
 #include <string>
 
 namespace

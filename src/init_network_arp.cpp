@@ -5,11 +5,12 @@
 #include "sockets.h"
 
 #include <arpa/inet.h>
-#include <cerrno>
-#include <cstring>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
 
 namespace
 {

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "io_buffer.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
 
 namespace

@@ -10,9 +10,10 @@
 #include "shell.h"
 
 #include <arpa/inet.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cstring>
-#include <unistd.h>
 
 static wire::UpdateLocalIP s_localIP{}; // the last request applied; zeros after its acknowledgement
 

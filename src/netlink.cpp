@@ -5,16 +5,17 @@
 #include "shell.h"
 #include "sockets.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
-#include <cstdio>
-#include <cstring>
 #include <linux/if.h>
 #include <linux/rtnetlink.h>
-#include <string>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
 
 static int need_stop_pppd = 1; // alternates on every move of the default route to the modem
 

@@ -16,11 +16,12 @@
 #include "tcp_services.h"
 #include "tick.h"
 
+#include <sys/select.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <sys/select.h>
-#include <unistd.h>
 
 ServerStatus g_serverStatus;
 MonitorSlots *g_sessions = nullptr;

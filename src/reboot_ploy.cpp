@@ -9,9 +9,10 @@
 
 #include <QDebug>
 
+#include <unistd.h>
+
 #include <cstring>
 #include <mutex>
-#include <unistd.h>
 
 const char *const g_rebootPloy = paths::kRebootPloy;
 

@@ -10,15 +10,16 @@
 #include "sockets.h"
 #include "threads.h"
 
+#include <sys/eventfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cstring>
 #include <memory>
 #include <string>
-#include <sys/eventfd.h>
-#include <sys/stat.h>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 
 namespace remote
 {
@@ -41,8 +42,7 @@ std::shared_ptr<DigestJob> s_job; // NULL when none is pending
 
 off_t SizeOf(const std::string &path)
 {
-    struct stat status {
-    };
+    struct stat status = {};
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : 0;
 }
 

@@ -10,10 +10,11 @@
 #include "safe_name.h"
 #include "shell.h"
 
+#include <unistd.h>
+
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <unistd.h>
 #include <utility>
 
 namespace remote
@@ -197,10 +198,10 @@ bool RecvFileData(DeviceContext *context, wire::Bytes packet)
                           context->uDiskFlag == g_serverStatus.uDiskConnectFlag && StoreChunk(context, *data);
     if (isStored)
         context->crc32 = wire::AdvanceCrc(context->crc32, *data);
-    const wire::RemoteChunkReply reply{
-        .header = ReplyHeader(sizeof reply - sizeof(wire::RemoteHeader), wire::kRemoteDataReply),
-        .zero = 0,
-        .result = isStored ? wire::kRemoteSuccess : wire::kRemoteFailure};
+    const wire::RemoteChunkReply reply{.header = ReplyHeader(sizeof reply - sizeof(wire::RemoteHeader),
+                                                             wire::kRemoteDataReply),
+                                       .zero = 0,
+                                       .result = isStored ? wire::kRemoteSuccess : wire::kRemoteFailure};
     return SendReply(context, __func__, wire::BytesOf(reply));
 }
 

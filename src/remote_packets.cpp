@@ -12,11 +12,12 @@
 #include "sockets.h"
 #include "tick.h"
 
+#include <sys/socket.h>
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <sys/socket.h>
 
 namespace
 {
@@ -184,9 +185,10 @@ bool SendReply(DeviceContext *context, const char *function, wire::Bytes reply)
 
 bool SendResult(DeviceContext *context, const char *function, wire::RemoteReply reply, std::uint32_t result)
 {
-    const wire::RemoteResultReply answer{
-        .header = ReplyHeader(sizeof(wire::RemoteResultReply) - sizeof(wire::RemoteHeader), reply),
-        .result = result};
+    const wire::RemoteResultReply answer{.header = ReplyHeader(sizeof(wire::RemoteResultReply) -
+                                                                   sizeof(wire::RemoteHeader),
+                                                               reply),
+                                         .result = result};
     return SendReply(context, function, wire::BytesOf(answer));
 }
 
@@ -222,8 +224,9 @@ void Heartbeat()
     const wire::DeviceInformation now = g_device.Information();
     if (std::memcmp(&now, &s_device_param.answer.info, sizeof now) != 0 && !SendDeviceParam(context))
         return;
-    const wire::RemoteWord heartbeat{
-        .prefix = {.length = sizeof heartbeat, .command = wire::kRemoteHeartbeat}, .value = 0};
+    const wire::RemoteWord heartbeat{.prefix = {.length = sizeof heartbeat,
+                                                .command = wire::kRemoteHeartbeat},
+                                     .value = 0};
     if (SendToServer(context, wire::BytesOf(heartbeat)))
         return;
     DiagErrno(kUnit, "Reconnect", __LINE__, "send heartbeat fail: ");

@@ -14,11 +14,12 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstring>
 #include <set>
 #include <string>
-#include <sys/stat.h>
 #include <utility>
 #include <vector>
 
@@ -41,8 +42,7 @@ using Visited = std::set<std::pair<dev_t, ino_t>>;
 // False for a folder that was entered before, so that links to folders end somewhere.
 bool Enter(const QString &folder, Visited *visited)
 {
-    struct stat status {
-    };
+    struct stat status = {};
     return stat(QFile::encodeName(folder).constData(), &status) == 0 &&
            visited->emplace(status.st_dev, status.st_ino).second;
 }
@@ -88,8 +88,9 @@ void ListPrograms(const std::string &programDir)
 
 void TellPlayer(const char *function, const char *codeName, wire::PlayerCode code)
 {
-    const wire::PlayerMessage message{
-        .length = sizeof message, .kind = wire::kPlayerKind, .code = static_cast<std::uint32_t>(code)};
+    const wire::PlayerMessage message{.length = sizeof message,
+                                      .kind = wire::kPlayerKind,
+                                      .code = static_cast<std::uint32_t>(code)};
     SendMessageToPlexa(&message, sizeof message);
     Diag(kUnit, function, __LINE__, "send message to plexa, %s: %d", codeName, static_cast<int>(code));
 }

@@ -8,14 +8,15 @@
 #include "services.h"
 #include "sockets.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
-#include <array>
-#include <cerrno>
-#include <cstring>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
 
 namespace
 {

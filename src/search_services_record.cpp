@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
 // The device-information record: its setters, and the files that it is filled from.
-#include "search_services.h"
-
 #include "diag.h"
 #include "files.h"
 #include "paths.h"
+#include "search_services.h"
 #include "setting_records.h"
 #include "shell.h"
 #include "system_env.h"
 
 #include <arpa/inet.h>
-#include <cstring>
 #include <unistd.h>
+
+#include <cstring>
 
 KDevice g_device;
 
@@ -22,8 +22,8 @@ constexpr char kUnit[] = "src/search_services.c";
 
 constexpr int kDefaultScreenSide = 128;       // pixels
 constexpr std::size_t kSizeRecordOffset = 32; // fourth record of the settings file
-constexpr std::uint32_t kSmallestData =
-    40; // the file holds that record only when its data is longer than this
+constexpr std::uint32_t kSmallestData = 40;   // the file holds that record only when its data is longer than
+                                              // this
 
 // The device type that an identifier stands for, nothing when it is not a known one.
 std::optional<std::int32_t> DeviceTypeOf(const char *id)

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "serial.h"
 
-#include <cerrno>
-#include <cstdint>
 #include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
 
 namespace
 {

@@ -2,10 +2,11 @@
 // serial.h — the one serial port, to the FPGA. Not locked: the setting service holds its own lock.
 #pragma once
 
+#include <termios.h>
+
 #include <chrono>
 #include <cstdio>
 #include <string>
-#include <termios.h>
 
 class KSerial
 {

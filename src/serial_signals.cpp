@@ -9,6 +9,10 @@
 #include "sockets.h"
 #include "threads.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -16,11 +20,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <poll.h>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 
 namespace
 {
@@ -121,8 +122,7 @@ void ServeSignals()
 
 bool Catch(int signal)
 {
-    struct sigaction action {
-    };
+    struct sigaction action = {};
     action.sa_handler = sig_handle;
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);

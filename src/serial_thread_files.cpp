@@ -10,12 +10,13 @@
 #include "setting_file.h"
 #include "shell.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <sys/stat.h>
-#include <unistd.h>
 
 int g_luminance_flush_flag = 0; // 1: the luminance file under way goes straight to the internal disk
 
@@ -93,10 +94,10 @@ void BootScreenStored(SettingAnswer *)
 
 } // namespace
 
-const KSerialThread::Commands::TransferKind KSerialThread::Commands::kLuminanceTransfer = {
-    .openLine = 1458, .kindLine = 1541, .choosePath = LuminancePath, .stored = LuminanceStored};
-const KSerialThread::Commands::TransferKind KSerialThread::Commands::kBootScreenTransfer = {
-    .openLine = 1577, .kindLine = 1605, .choosePath = BootScreenPath, .stored = BootScreenStored};
+const KSerialThread::Commands::TransferKind KSerialThread::Commands::kLuminanceTransfer =
+    {.openLine = 1458, .kindLine = 1541, .choosePath = LuminancePath, .stored = LuminanceStored};
+const KSerialThread::Commands::TransferKind KSerialThread::Commands::kBootScreenTransfer =
+    {.openLine = 1577, .kindLine = 1605, .choosePath = BootScreenPath, .stored = BootScreenStored};
 
 bool KSerialThread::CloseStaging()
 {
@@ -203,8 +204,8 @@ int KSerialThread::Commands::BootScreen()
 
 int KSerialThread::Commands::Receive(const TransferKind &kind, Transfer *transfer)
 {
-    constexpr unsigned kNoKind =
-        0x100; // an empty packet is no first chunk, which would empty the stored file
+    constexpr unsigned kNoKind = 0x100; // an empty packet is no first chunk, which would empty the stored
+                                        // file
     switch (Argument().empty() ? kNoKind : ArgumentWord() & 0xFF) {
     case wire::kChunkData:
         return ReceiveData(kind, transfer);
@@ -247,10 +248,10 @@ int KSerialThread::Commands::ReceiveEnd(const TransferKind &kind, Transfer *tran
     *transfer = {};
     if (stored)
         kind.stored(answer_);
-    wire::ChunkResult result{
-        .command = {.header = {.length = sizeof(wire::ChunkResult) - 1, .type = wire::kPacketCommand},
-                    .code = code_},
-        .status = stored ? 1U : 0U};
+    wire::ChunkResult result{.command = {.header = {.length = sizeof(wire::ChunkResult) - 1,
+                                                    .type = wire::kPacketCommand},
+                                         .code = code_},
+                             .status = stored ? 1U : 0U};
     answer_->Reply(result);
     return 1;
 }
@@ -266,8 +267,7 @@ int KSerialThread::Commands::ReadLuminance()
         answer_->after = [](std::size_t) { std::printf("sends: %d.\nopen luminance file fail.\n", 2); };
         return 1;
     }
-    struct stat status {
-    };
+    struct stat status = {};
     fstat(fileno(answer_->file.get()), &status);
     answer_->Reply(wire::U32(static_cast<std::uint32_t>(status.st_size)));
     answer_->blockSize = kBlock;

@@ -3,13 +3,14 @@
 #include "diag.h"
 #include "serial_thread.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 namespace
 {

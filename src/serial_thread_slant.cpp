@@ -6,10 +6,11 @@
 #include "serial_thread.h"
 #include "services.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <unistd.h>
 
 namespace
 {

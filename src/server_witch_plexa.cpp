@@ -27,16 +27,18 @@ constexpr std::uint32_t kUsbMounted = 1;
 
 void SendCode(wire::PlayerCode code)
 {
-    const wire::PlayerMessage message{
-        .length = sizeof(wire::PlayerMessage), .kind = wire::kPlayerKind, .code = code};
+    const wire::PlayerMessage message{.length = sizeof(wire::PlayerMessage),
+                                      .kind = wire::kPlayerKind,
+                                      .code = code};
     SendMessageToPlexa(&message, sizeof message);
 }
 
 void SendCode(wire::PlayerCode code, std::uint32_t value)
 {
-    const wire::PlayerValueMessage message{
-        .message = {.length = sizeof(wire::PlayerValueMessage), .kind = wire::kPlayerKind, .code = code},
-        .value = value};
+    const wire::PlayerValueMessage message{.message = {.length = sizeof(wire::PlayerValueMessage),
+                                                       .kind = wire::kPlayerKind,
+                                                       .code = code},
+                                           .value = value};
     SendMessageToPlexa(&message, sizeof message);
 }
 

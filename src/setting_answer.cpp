@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "setting_answer.h"
 
-#include <array>
-#include <cerrno>
 #include <poll.h>
 #include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
 
 namespace
 {

@@ -5,15 +5,16 @@
 #include "files.h"
 #include "sockets.h"
 
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <optional>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {
@@ -213,8 +214,7 @@ std::string ShellName(const std::string &name)
 void ExecShell(const std::string &command)
 {
     struct sigaction before[NSIG];
-    struct sigaction standard {
-    };
+    struct sigaction standard = {};
     standard.sa_handler = SIG_DFL;
     sigset_t none;
     sigset_t mask;

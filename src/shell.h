@@ -4,10 +4,11 @@
 // Children get an empty signal mask, default signal actions and no descriptor but the standard ones.
 #pragma once
 
+#include <sys/types.h>
+
 #include <mutex>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 
 // Runs `command` with "/bin/sh -c" and waits for it. The wait status as waitpid gives it, -1 when no shell
 // could be started (logged). Blocks the calling thread for as long as the command runs.

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "sockets.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
 
 void UniqueFd::Reset(int fd)
 {

@@ -7,19 +7,20 @@
 #include "sockets.h"
 #include "usb_monitor.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <ifaddrs.h>
-#include <limits>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/statfs.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <limits>
 
 namespace
 {
@@ -142,8 +143,7 @@ int CheckIsFixedIPAddress()
 std::int32_t CheckIsUDiskCard()
 {
     Diag(kUnit, __func__, __LINE__, "%s", "");
-    struct statfs disk {
-    };
+    struct statfs disk = {};
     if (statfs(paths::kUsbDisk, &disk) == -1)
         return 0;
     const auto blockSize = static_cast<long long>(disk.f_bsize);

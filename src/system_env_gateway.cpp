@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: MIT
 // The default gateway, asked of the kernel over route netlink (RFC 3549; message layout as in
 // <linux/rtnetlink.h>).
+#include "sockets.h"
 #include "system_env.h"
 
-#include "sockets.h"
-
 #include <arpa/inet.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <linux/rtnetlink.h>
-#include <net/if.h>
 #include <string>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <vector>
 
 namespace

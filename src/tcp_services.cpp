@@ -12,18 +12,19 @@
 
 #include <QtGlobal>
 
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <climits>
-#include <cstring>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstring>
+#include <thread>
 
 namespace
 {

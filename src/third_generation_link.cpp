@@ -6,16 +6,17 @@
 #include "paths.h"
 #include "sockets.h"
 
-#include <algorithm>
-#include <cstring>
 #include <dirent.h>
-#include <memory>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
 #include <utility>
 
 namespace

@@ -4,9 +4,6 @@
 #include "paths.h"
 #include "serial.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -14,6 +11,10 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 ModemPort::ModemPort() : stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
@@ -109,10 +110,8 @@ ModemPort::Event ModemPort::Sleep(ModemClock::duration time)
 
 bool ModemPort::StillThere() const
 {
-    struct stat opened {
-    };
-    struct stat named {
-    };
+    struct stat opened = {};
+    struct stat named = {};
     return fstat(fd_.Get(), &opened) == 0 && stat(paths::kModemDevice, &named) == 0 &&
            opened.st_rdev == named.st_rdev;
 }

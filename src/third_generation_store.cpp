@@ -7,11 +7,12 @@
 #include "paths.h"
 #include "sockets.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 
 namespace
 {
@@ -69,8 +70,7 @@ bool SmsStore::Append(const SmsMessage &message)
 {
     mkdir(paths::kPlexaData, 0700);
     const UniqueFd file(open(paths::kSms, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
-    struct stat status {
-    };
+    struct stat status = {};
     if (!file.Valid() || fstat(file.Get(), &status) == -1)
         return false;
     const std::string line = (EndsInLine(file.Get(), status.st_size) ? "" : "\n") + SmsToJson(message) + "\n";

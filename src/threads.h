@@ -2,8 +2,9 @@
 // threads.h — threads of the daemon never run a signal handler.
 #pragma once
 
-#include <csignal>
 #include <pthread.h>
+
+#include <csignal>
 
 // Blocks every signal in the calling thread for as long as it lives. A thread started meanwhile inherits the
 // mask, so that signals go to the main thread alone. Put one around each thread start.

@@ -5,14 +5,15 @@
 #include "sockets.h"
 #include "wire_types.h"
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
 #include <linux/netlink.h>
-#include <mutex>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <mutex>
 #include <vector>
 
 namespace

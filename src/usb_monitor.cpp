@@ -3,11 +3,12 @@
 
 #include "diag.h"
 
-#include <deque>
 #include <dirent.h>
+#include <sys/stat.h>
+
+#include <deque>
 #include <memory>
 #include <set>
-#include <sys/stat.h>
 #include <utility>
 
 namespace
@@ -36,8 +37,7 @@ long long GetFolderSize(const std::string &path)
     for (; !waiting.empty(); waiting.pop_front()) {
         const std::string &current = waiting.front();
         const std::unique_ptr<DIR, CloseFolder> folder(opendir(current.c_str()));
-        struct stat self {
-        };
+        struct stat self = {};
         if (!folder || fstat(dirfd(folder.get()), &self) == -1 ||
             !entered.emplace(self.st_dev, self.st_ino).second)
             continue;
@@ -45,8 +45,7 @@ long long GetFolderSize(const std::string &path)
             if (IsDots(entry->d_name))
                 continue;
             const std::string name = current + "/" + entry->d_name;
-            struct stat status {
-            };
+            struct stat status = {};
             if (stat(name.c_str(), &status) == -1)
                 DiagErrno(kUnit, __func__, __LINE__, "%s", name.c_str());
             else if (S_ISDIR(status.st_mode))

@@ -5,13 +5,14 @@
 #include "threads.h"
 #include "version_thread.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <thread>
 
 namespace
 {

@@ -9,12 +9,13 @@
 #include "search_services.h"
 #include "shell.h"
 
+#include <sys/socket.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <sys/socket.h>
-#include <sys/stat.h>
 
 namespace
 {
@@ -55,8 +56,7 @@ bool Unpack()
     // to start in the unpack folder, but it starts where the daemon is.
     RunShell("cd " + UnpackFolder());
     RunShell("chmod u+x " + InstallScript());
-    struct stat script {
-    };
+    struct stat script = {};
     return status == 0 && stat(InstallScript().c_str(), &script) == 0 && S_ISREG(script.st_mode);
 }
 

@@ -12,15 +12,16 @@
 #include "shell.h"
 #include "system_env.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <linux/netlink.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 namespace
 {
@@ -37,8 +38,9 @@ constexpr std::size_t kWriteBackStep = 4U << 20U;
 
 void TellPlexa(wire::PlayerCode code)
 {
-    const wire::PlayerMessage message{
-        .length = sizeof(wire::PlayerMessage), .kind = wire::kPlayerKind, .code = code};
+    const wire::PlayerMessage message{.length = sizeof(wire::PlayerMessage),
+                                      .kind = wire::kPlayerKind,
+                                      .code = code};
     SendMessageToPlexa(&message, sizeof message);
 }
 

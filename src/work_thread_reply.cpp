@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Replies of the upload service.
-#include "work_thread.h"
-
 #include "diag.h"
 #include "sockets.h"
+#include "work_thread.h"
 
 #include <cerrno>
 #include <cstdio>

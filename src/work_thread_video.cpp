@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The video check of the upload service: which videos the board holds already, and which it no longer needs.
-#include "work_thread.h"
-
 #include "diag.h"
 #include "shell.h"
+#include "work_thread.h"
 
-#include <algorithm>
-#include <cstring>
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
 #include <vector>
 
 namespace

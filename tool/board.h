@@ -4,9 +4,9 @@
 
 #include "discovery_records.h"
 
-#include <netinet/in.h>
-
 #include <nlohmann/json.hpp>
+
+#include <netinet/in.h>
 
 #include <chrono>
 #include <optional>

@@ -86,9 +86,9 @@ VerbAction DefineClockSet(CLI::App &command)
         if (!time)
             throw ToolError(ExitStatus::kUsage,
                             "'" + *text + "' is no time; write 2026-05-17T08:30:00, with Z for UTC");
-        return RunSettingTask(
-            context, *arguments,
-            SetClock("would set the clock to " + TimeText(*time), [time = *time] { return time; }));
+        return RunSettingTask(context, *arguments,
+                              SetClock("would set the clock to " + TimeText(*time),
+                                       [time = *time] { return time; }));
     };
 }
 
@@ -154,9 +154,9 @@ VerbAction DefineScheduleOff(CLI::App &command)
 {
     const auto arguments = AddSettingArguments(command);
     return [arguments](ToolContext &context) {
-        return RunSettingTask(
-            context, *arguments,
-            ChangePloy("would stop the scheduled reboot", [](auto *ploy) { ploy->enabled = 0; }));
+        return RunSettingTask(context, *arguments,
+                              ChangePloy("would stop the scheduled reboot",
+                                         [](auto *ploy) { ploy->enabled = 0; }));
     };
 }
 

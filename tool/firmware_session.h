@@ -3,10 +3,9 @@
 // at a time; every call throws ToolError.
 #pragma once
 
+#include "firmware_records.h"
 #include "keep_alive.h"
 #include "session_client.h"
-
-#include "firmware_records.h"
 
 #include <functional>
 #include <string>

@@ -17,8 +17,9 @@ VerbAction DefineInfo(CLI::App &command)
         "custom port: ADDRESS:PORT. Everything else is looked for on the local network.\n"
         "Nothing on a board is changed.\n");
     return [names](ToolContext &context) {
-        const BoardTask task = {
-            BoardJson, [](const Board &board, const nlohmann::json &) { return DescribeBoard(board); }};
+        const BoardTask task = {BoardJson, [](const Board &board, const nlohmann::json &) {
+                                    return DescribeBoard(board);
+                                }};
         return RunOnBoards(context, *names, task);
     };
 }

@@ -2,9 +2,8 @@
 // modem_session.h — asks a board's modem service.
 #pragma once
 
-#include "session_client.h"
-
 #include "modem_records.h"
+#include "session_client.h"
 
 #include <chrono>
 #include <string>

@@ -161,8 +161,9 @@ VerbAction DefineNetwork(CLI::App &command)
     CLI::App *const show =
         command.add_subcommand("show", "Show mode, address, mask, gateway and custom port.");
     AddBoardNames(*show, arguments->names);
-    CLI::App *const dhcp = command.add_subcommand(
-        "dhcp", "Have boards ask a DHCP server; without one they take a link-local address.");
+    CLI::App *const dhcp =
+        command.add_subcommand("dhcp",
+                               "Have boards ask a DHCP server; without one they take a link-local address.");
     AddBoardNames(*dhcp, arguments->names);
     CLI::App *const fixed = command.add_subcommand("static", "Give one board a fixed address.");
     fixed->add_option("BOARD", arguments->name, "address, identifier, name or MAC of the board")

@@ -3,7 +3,6 @@
 
 #include "text.h"
 #include "tool_error.h"
-
 #include "upload_records.h"
 
 #include <fmt/format.h>
@@ -72,9 +71,9 @@ std::vector<ProgramFile> ReadProgramFolder(const std::string &folder)
                 files.push_back(ReadEntry(entry, folder));
         }
     } catch (const fs::filesystem_error &error) {
-        throw ToolError(
-            ExitStatus::kUsage,
-            fmt::format("cannot read '{}': {}", ForTerminal(error.path1().native()), error.code().message()));
+        throw ToolError(ExitStatus::kUsage,
+                        fmt::format("cannot read '{}': {}", ForTerminal(error.path1().native()),
+                                    error.code().message()));
     }
     if (files.empty())
         throw ToolError(ExitStatus::kUsage, fmt::format("there is no file in '{}'", ForTerminal(folder)));

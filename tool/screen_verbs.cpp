@@ -220,9 +220,9 @@ VerbAction DefineFpgaFrame(CLI::App &command)
         const auto [id, number] = ParseAssignment(*code + "=" + *value);
         const std::string what = fmt::format("frame {} with value {}", id, number);
         const auto send = [id = id, number = number](SettingClient &client) { client.Frame(id, number); };
-        return RunSettingTask(
-            context, *arguments,
-            Told("would send " + what, send, {{"command", id}, {"value", number}}, what + " sent"));
+        return RunSettingTask(context, *arguments,
+                              Told("would send " + what, send, {{"command", id}, {"value", number}},
+                                   what + " sent"));
     };
 }
 

@@ -4,9 +4,8 @@
 
 #include "board.h"
 #include "interrupt.h"
-#include "unique_fd.h"
-
 #include "session_records.h"
+#include "unique_fd.h"
 
 #include <chrono>
 #include <string>

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "setting_client.h"
 
-#include "tool_error.h"
-
 #include "fpga_frame.h"
+#include "tool_error.h"
 
 #include <algorithm>
 #include <array>
@@ -87,8 +86,10 @@ void SettingClient::CommandAcknowledged(wire::SettingCode code, wire::Bytes argu
 
 void SettingClient::Frame(std::uint8_t command, std::uint32_t value)
 {
-    const wire::FpgaFrame frame = {
-        .head = wire::kFpgaMark, .command = command, .value = value, .tail = wire::kFpgaMark};
+    const wire::FpgaFrame frame = {.head = wire::kFpgaMark,
+                                   .command = command,
+                                   .value = value,
+                                   .tail = wire::kFpgaMark};
     SendPacket(wire::kPacketFrame, wire::BytesOf(frame));
 }
 

@@ -5,7 +5,6 @@
 
 #include "keep_alive.h"
 #include "session_client.h"
-
 #include "setting_records.h"
 
 #include <memory>

@@ -3,11 +3,12 @@
 
 #include "board_tasks.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <unistd.h>
 #include <utility>
 
 namespace ledboard

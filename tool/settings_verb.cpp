@@ -112,8 +112,9 @@ VerbAction DefineLoad(CLI::App &command)
                                Plural(result["records"].get<std::size_t>(), "parameter"),
                                result["screen"].get<std::string>());
         };
-        const std::string plan = fmt::format(
-            "would load {}, screen {}", Plural(settings.records.size(), "parameter"), ScreenText(settings));
+        const std::string plan =
+            fmt::format("would load {}, screen {}", Plural(settings.records.size(), "parameter"),
+                        ScreenText(settings));
         return RunSettingTask(context, *arguments, {plan, load, text});
     };
 }

@@ -5,7 +5,6 @@
 #include "keep_alive.h"
 #include "program_folder.h"
 #include "session_client.h"
-
 #include "upload_records.h"
 
 #include <functional>

@@ -177,9 +177,9 @@ VerbAction DefineUpload(CLI::App &command)
 {
     const auto arguments = std::make_shared<UploadArguments>();
     command
-        .add_option(
-            "BOARD... FOLDER", arguments->words,
-            "boards by address, identifier, name or MAC; last the folder with all files of the program")
+        .add_option("BOARD... FOLDER", arguments->words,
+                    "boards by address, identifier, name or MAC; last the folder with all files of the "
+                    "program")
         ->required()
         ->expected(2, CLI::detail::expected_max_vector_size)
         ->option_text(" ");

@@ -3,13 +3,14 @@
 // framebuffer requests on them. Every other request goes to the kernel.
 #include "framebuffer_state.h"
 
-#include <cerrno>
-#include <cstdarg>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
 
 static const inside::FramebufferPaths *FramebufferOf(int fd)
 {

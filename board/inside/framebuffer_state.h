@@ -3,8 +3,9 @@
 // the library lays it down, the shim in the daemon answers from it.
 #pragma once
 
-#include <cstdint>
 #include <linux/fb.h>
+
+#include <cstdint>
 
 namespace inside
 {

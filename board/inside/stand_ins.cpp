@@ -2,16 +2,17 @@
 #include "channel_format.h"
 #include "inside.h"
 
-#include <cerrno>
-#include <csignal>
-#include <cstdint>
-#include <cstring>
 #include <fcntl.h>
-#include <string>
 #include <sys/reboot.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <string>
 
 void AppendToJournal(char kind, const char *bytes, unsigned long size)
 {

@@ -170,8 +170,9 @@ protected:
 
     std::size_t Lines(const std::string &text)
     {
-        return static_cast<std::size_t>(std::ranges::count_if(
-            board->Log(), [&](const std::string &line) { return line.find(text) != std::string::npos; }));
+        return static_cast<std::size_t>(std::ranges::count_if(board->Log(), [&](const std::string &line) {
+            return line.find(text) != std::string::npos;
+        }));
     }
 };
 

@@ -74,14 +74,14 @@ TEST_F(BoardDiscovery, SearchReplyByteForByte)
                                  std::string("\x0a\x14\x1e\x02", 4) + // 10.20.30.2 in network byte order
                                  Le32(0) + Le32(0) +                  // both thread states
                                  kId + " 2:4c:45:44: 0: 0" +          // 17 characters of the MAC
-                                 std::string("\x0a\x14\x1e\x02", 4) +
-                                 Le32(0xFFFFFF00) +                // mask and gateway in host byte order
-                                 Le32(0x0A141E01) +                //
-                                 std::string("\1\2\3\4", 4) +      // player's version
-                                 std::string("\7\x08\x09\0", 4) +  // FPGA's version
-                                 Le32(320) + Le32(160) + Le32(0) + // screen, brightness
-                                 Le32(1) + Le32(0) + Le32(1) +     // device type, model type, boot picture
-                                 Le32(0) +                         // no USB disk
+                                 std::string("\x0a\x14\x1e\x02", 4) + Le32(0xFFFFFF00) + // mask and gateway
+                                                                                         // in host byte order
+                                 Le32(0x0A141E01) +                                      //
+                                 std::string("\1\2\3\4", 4) +                            // player's version
+                                 std::string("\7\x08\x09\0", 4) +                        // FPGA's version
+                                 Le32(320) + Le32(160) + Le32(0) +                       // screen, brightness
+                                 Le32(1) + Le32(0) + Le32(1) + // device type, model type, boot picture
+                                 Le32(0) +                     // no USB disk
                                  Padded("North gate", 250) + Zeros(52);
     ASSERT_EQ(board->BoardMac(), "02:4c:45:44:00:00");
     for (const std::string &to :
@@ -221,9 +221,9 @@ TEST_F(BoardDiscovery, RepliesLeaveByTheInterfaceOfTheRequest)
                            " && ip address add 10.99.0.1/24 dev pc9 && ip link set pc9 up")
                               .c_str()),
               0);
-    ASSERT_EQ(
-        board->Run("ifconfig eth1 10.99.0.2 netmask 255.255.255.0 up && route del default; route -n").status,
-        0);
+    ASSERT_EQ(board->Run("ifconfig eth1 10.99.0.2 netmask 255.255.255.0 up && route del default; route -n")
+                  .status,
+              0);
     ASSERT_EQ(board->Run("route -n | grep '^0.0.0.0'").output, "");
     struct Row {
         const char *interface, *to, *source;

@@ -218,15 +218,15 @@ TEST_F(Firmware, InstallScriptReplacesTheDaemon)
     EXPECT_TRUE(other.Ended());
     ASSERT_TRUE(board->WaitFor([this] { return board->Boots() == 2 && board->DaemonListens(); }, 10s));
 
-    const std::vector<std::string> commands = {
-        "rm -r /home/root/temp/*",
-        "rm -rf /tmp/QV_Firmware/*;mkdir /tmp/QV_Firmware",
-        "mkdir /tmp/QV_Firmware/bin",
-        "tar -zxvf /tmp/QV_Firmware/new_version.gz -C /tmp/QV_Firmware/bin 1>&/dev/null 2>&1",
-        "cd /tmp/QV_Firmware/bin",
-        "chmod u+x /tmp/QV_Firmware/bin/update.sh",
-        "/tmp/QV_Firmware/bin/update.sh",
-        "reboot"};
+    const std::vector<std::string> commands =
+        {"rm -r /home/root/temp/*",
+         "rm -rf /tmp/QV_Firmware/*;mkdir /tmp/QV_Firmware",
+         "mkdir /tmp/QV_Firmware/bin",
+         "tar -zxvf /tmp/QV_Firmware/new_version.gz -C /tmp/QV_Firmware/bin 1>&/dev/null 2>&1",
+         "cd /tmp/QV_Firmware/bin",
+         "chmod u+x /tmp/QV_Firmware/bin/update.sh",
+         "/tmp/QV_Firmware/bin/update.sh",
+         "reboot"};
     std::vector<std::string> seen = board->Commands();
     seen.resize(std::min(seen.size(), commands.size() - 1));
     EXPECT_EQ(seen, std::vector<std::string>(commands.begin(), commands.end() - 1));

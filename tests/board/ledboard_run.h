@@ -4,12 +4,13 @@
 
 #include "descriptor.h"
 
-#include <cstdlib>
 #include <fcntl.h>
-#include <string>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cstdlib>
+#include <string>
 #include <vector>
 
 struct LedboardResult {

@@ -18,8 +18,8 @@ using Clock = std::chrono::steady_clock;
 using Bytes = std::string;
 
 constexpr char kRestart[] = "killall -9 udhcpc; udhcpc -R -b -p /var/run/udhcpc.eth0.pid -i eth0";
-constexpr auto kTwoSeconds =
-    4s; // within which a new address shows in discovery; a busy machine may double it
+constexpr auto kTwoSeconds = 4s; // within which a new address shows in discovery; a busy machine may double
+                                 // it
 constexpr auto kLeaseTime = 40s; // the DHCP client asks, waits, asks again
 constexpr std::size_t kId = 28;  // of the record in a search reply
 constexpr std::size_t kAddress = 59;

@@ -46,12 +46,12 @@ TEST_F(AddressChange, FixedToDhcpAndBack)
     Send(ToFixed(address, 12000));
     ASSERT_TRUE(board->WaitForCommand(kCopyPort, 2));
     const std::string gateway = board->PcAddress();
-    EXPECT_EQ(
-        board->Commands(),
-        (std::vector<std::string>{"killall -9 udhcpc", "ifconfig eth0 " + address + " netmask 255.255.255.0",
-                                  "route add default gw " + gateway, kTakeNewInterfaces,
-                                  "rm /etc/resolv.conf; echo \"nameserver 8.8.8.8\" >> /etc/resolv.conf",
-                                  kCopyPort, kCopyPort}));
+    EXPECT_EQ(board->Commands(),
+              (std::vector<
+                  std::string>{"killall -9 udhcpc", "ifconfig eth0 " + address + " netmask 255.255.255.0",
+                               "route add default gw " + gateway, kTakeNewInterfaces,
+                               "rm /etc/resolv.conf; echo \"nameserver 8.8.8.8\" >> /etc/resolv.conf",
+                               kCopyPort, kCopyPort}));
     EXPECT_EQ(Interfaces(), std::string(kHead) + "iface eth0 inet static\n        address " + address +
                                 "\n        netmask 255.255.255.0\n        network 10.20.30.0\n"
                                 "        gateway " +

@@ -5,11 +5,12 @@
 #include "descriptor.h"
 
 #include <arpa/inet.h>
-#include <cstdint>
 #include <netinet/in.h>
 #include <poll.h>
-#include <string>
 #include <sys/socket.h>
+
+#include <cstdint>
+#include <string>
 
 inline std::string Le32(std::uint32_t value)
 {

@@ -3,8 +3,9 @@
 #include "board_test.h"
 #include "peer.h"
 
-#include <cstring>
 #include <sys/stat.h>
+
+#include <cstring>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -223,8 +224,7 @@ TEST_F(RemoteServer, RubbishIsAnsweredWithPatience)
 {
     Boot();
     const auto inode = [this] {
-        struct stat status {
-        };
+        struct stat status = {};
         stat((board->RootFolder() + kConfigFile).c_str(), &status);
         return status.st_ino;
     };
@@ -425,10 +425,11 @@ TEST_F(RemoteServer, RefusalsAndMissingThings)
     Expect(peer, Named(22, "missing") + Named(16, "a.txt"), Md5Reply("a.txt", "0cc175b9c0f1b6a8"));
     Expect(peer, Request(28, "a.txt" + Zeros(1) + "b/c.mp4" + Zeros(1) + "it's here"), ResultReply(27, 1));
     Expect(peer, Request(18), ResultReply(19, 1));
-    const std::vector<std::string> commands = {
-        "rm /home/root/plexa_data/factory//missing.tarvo.bak", "rm /home/root/plexa_data/factory/a.txt",
-        "rm /home/root/plexa_data/factory/b/c.mp4", "rm '/home/root/plexa_data/factory/it'\\''s here'",
-        "rm -r /home/root/plexa_data/factory/*"};
+    const std::vector<std::string> commands = {"rm /home/root/plexa_data/factory//missing.tarvo.bak",
+                                               "rm /home/root/plexa_data/factory/a.txt",
+                                               "rm /home/root/plexa_data/factory/b/c.mp4",
+                                               "rm '/home/root/plexa_data/factory/it'\\''s here'",
+                                               "rm -r /home/root/plexa_data/factory/*"};
     EXPECT_EQ(board->Commands(), commands);
     EXPECT_FALSE(board->Exists(std::string(kFolder) + "it's here"));
     Expect(peer, Request(32, Le32(2) + "unus" + "x"), ChunkReply(2)); // fewer bytes than it says

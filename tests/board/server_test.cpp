@@ -6,10 +6,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include <sys/stat.h>
+
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <sys/stat.h>
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
@@ -102,8 +103,7 @@ protected:
 
     static struct stat Status(const board::VirtualBoard &board, const std::string &path)
     {
-        struct stat status {
-        };
+        struct stat status = {};
         stat((board.RootFolder() + path).c_str(), &status);
         return status;
     }
@@ -198,9 +198,12 @@ TEST_F(Server, FoldersThatBecomeFilesAndFilesThatBecomeFolders)
         if (hasHiddenContent)
             options.files[name + "becomes file/.hidden"] = "x";
         board::VirtualBoard &board = AddBoard(hasHiddenContent ? 1 : 0, options);
-        const std::map<std::string, std::string> program = {
-            {"film.mp4", "the same"},   {"text", "the same"},          {"becomes file", "a file"},
-            {"becomes folder/new", ""}, {".becomes folder/new", "\n"}, {"becomes empty", ""}};
+        const std::map<std::string, std::string> program = {{"film.mp4", "the same"},
+                                                            {"text", "the same"},
+                                                            {"becomes file", "a file"},
+                                                            {"becomes folder/new", ""},
+                                                            {".becomes folder/new", "\n"},
+                                                            {"becomes empty", ""}};
         for (const auto &[file, content] : program)
             Source(file, content);
         ASSERT_TRUE(board.WaitFor([&] { return Connected() == boards_.size(); }));
@@ -325,11 +328,11 @@ TEST_F(Server, BoardsThatAreOdd)
     }
 
     std::ofstream(source_ + "no socket") << "precious";
-    EXPECT_EQ(
-        LedboardRun({"run", "--listen", "7002", "--control", source_ + "no socket"}, "", "ledboard-server")
-            .Wait()
-            .status,
-        1);
+    EXPECT_EQ(LedboardRun({"run", "--listen", "7002", "--control", source_ + "no socket"}, "",
+                          "ledboard-server")
+                  .Wait()
+                  .status,
+              1);
     EXPECT_EQ(fs::file_size(source_ + "no socket"), 8U);
     fs::remove(source_ + "no socket");
 

@@ -181,11 +181,11 @@ TEST_F(Sessions, TheLogTellsWhatHappens)
     }
     ExpectCount("connecting error, one client quit!", 1);
     const std::string log = board->LogText();
-    const char *const lines[] = {
-        "[---src/tcp_services.cpp::AcceptClient::", "---] accept one client connecting.\n",
-        "ManagerConnecting buff =[\x08]\n", // the reply up to its first zero
-        "TcpServices [KThirdGenerationThread]\n",   "TcpServices [PT_GET3GINFO_CMD]\n",
-        "[---src/tcp_services.cpp::TcpServices::",  "---] connecting error, one client quit!\n"};
+    const char *const lines[] =
+        {"[---src/tcp_services.cpp::AcceptClient::", "---] accept one client connecting.\n",
+         "ManagerConnecting buff =[\x08]\n", // the reply up to its first zero
+         "TcpServices [KThirdGenerationThread]\n",   "TcpServices [PT_GET3GINFO_CMD]\n",
+         "[---src/tcp_services.cpp::TcpServices::",  "---] connecting error, one client quit!\n"};
     std::size_t from = 0;
     for (const char *const line : lines) {
         const std::size_t found = log.find(line, from);

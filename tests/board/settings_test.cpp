@@ -72,10 +72,10 @@ TEST_F(SettingsTest, LoadsSavesAndReadsBack)
     EXPECT_TRUE(port.Send(Command(13, Zeros(1))));
     EXPECT_TRUE(port.Send(Command(13, std::string(1, '\x32'))));
     EXPECT_TRUE(port.Send(Command(8)));
-    EXPECT_EQ(
-        port.Take(80),
-        Records({{18, 9}, {3, 128 + 64 * 65536}, {12, 0}, {9, 20}, {11, 7}, {254, 20}, {26, 0}, {255, 5}}) +
-            std::string(8, '\xFF') + Records({{253, 50}}));
+    EXPECT_EQ(port.Take(80),
+              Records(
+                  {{18, 9}, {3, 128 + 64 * 65536}, {12, 0}, {9, 20}, {11, 7}, {254, 20}, {26, 0}, {255, 5}}) +
+                  std::string(8, '\xFF') + Records({{253, 50}}));
     EXPECT_TRUE(port.Send(Command(9)));
     EXPECT_EQ(port.Take(16 + file.size()), Records({{253, 50}}) + file + Zeros(8));
     EXPECT_TRUE(board->WaitForLog("sends size: 136"));
@@ -350,8 +350,8 @@ TEST_F(SettingsTest, SignalAppliesSerialIni)
         EXPECT_TRUE(board->WaitForLog(kActedOn, ++sent));
     }
     EXPECT_GE(Count("select was interrupted."), 1U);
-    EXPECT_TRUE(
-        board->SignalDaemon(SIGUSR2)); // without a screen it does nothing; the others are through by then
+    EXPECT_TRUE(board->SignalDaemon(SIGUSR2)); // without a screen it does nothing; the others are through by
+                                               // then
     EXPECT_TRUE(board->WaitForLog(kActedOn, ++sent));
     // The places are fixed, and the last character goes also where it is no line's end.
     board->WriteFile("/home/root/plexa/serial.ini",

@@ -54,9 +54,10 @@ TEST_F(Startup, WithoutSerialLineEndsAfterTwoLines)
     Boot();
     EXPECT_EQ(board->DaemonExit(), 0);
     // The first one comes on standard error.
-    EXPECT_EQ(board->Log(), (std::vector<std::string>{
-                                "open serial fail.", "[---src/main.cpp::main::35---] serial init fail.",
-                                "[---src/main.cpp::main::49---] init basic object fail."}));
+    EXPECT_EQ(board->Log(),
+              (std::vector<std::string>{"open serial fail.",
+                                        "[---src/main.cpp::main::35---] serial init fail.",
+                                        "[---src/main.cpp::main::49---] init basic object fail."}));
 }
 
 TEST_F(Startup, SaysWhatItFindsAndOpens)

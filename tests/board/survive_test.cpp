@@ -3,10 +3,11 @@
 #include "peer.h"
 #include "udp_peer.h"
 
+#include <sys/resource.h>
+
 #include <csignal>
 #include <fstream>
 #include <sstream>
-#include <sys/resource.h>
 
 using namespace std::chrono_literals;
 

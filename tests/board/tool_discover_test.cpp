@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: MIT
 // `ledboard discover` and `ledboard info` against whole boards.
 #include "board_test.h"
-
 #include "ledboard_run.h"
 
-#include <arpa/inet.h>
-#include <fstream>
-#include <netinet/in.h>
 #include <nlohmann/json.hpp>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+
+#include <fstream>
 
 using nlohmann::json;
 using namespace std::chrono_literals;
@@ -90,9 +91,9 @@ static void MoveBoard(const std::string &address)
     to.sin_family = AF_INET;
     to.sin_port = htons(8878);
     inet_pton(AF_INET, address.c_str(), &to.sin_addr);
-    ASSERT_EQ(
-        sendto(fd.Get(), request.data(), request.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to),
-        49);
+    ASSERT_EQ(sendto(fd.Get(), request.data(), request.size(), 0, reinterpret_cast<sockaddr *>(&to),
+                     sizeof to),
+              49);
 }
 
 TEST_F(ToolDiscover, KnowsABoardWhoseRecordHoldsTheAddressReversed)

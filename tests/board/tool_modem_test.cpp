@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // `ledboard modem` against a whole board.
 #include "board_test.h"
-
 #include "ledboard_run.h"
 
 #include <nlohmann/json.hpp>

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // `ledboard network` against a whole board, and its exchange with one that loses datagrams.
 #include "board_test.h"
-
 #include "ledboard_run.h"
 #include "peer.h"
 
-#include <atomic>
 #include <nlohmann/json.hpp>
+
+#include <atomic>
 #include <thread>
 
 using nlohmann::json;

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 // `ledboard firmware` and `ledboard server` against a whole board.
 #include "board_test.h"
-
 #include "ledboard_run.h"
 #include "peer.h"
+
+#include <nlohmann/json.hpp>
 
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 using nlohmann::json;
 using namespace std::chrono_literals;

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // `ledboard settings` and the other verbs of the setting service against a whole board, through port 8879 and
 // through a session: what they print, and what reaches files, FPGA, player and clock.
+#include "ledboard_run.h"
 #include "settings_peer.h"
 
-#include "ledboard_run.h"
+#include <nlohmann/json.hpp>
 
 #include <ctime>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 using nlohmann::json;
 using namespace std::chrono_literals;
@@ -110,9 +110,11 @@ TEST_F(ToolSettings, ShowsSavesAndLoads)
         const json shown = DoneJson({"settings", "show"});
         EXPECT_EQ(shown["board"], "C1-0000000001");
         EXPECT_EQ(shown["records"].size(), 15U);
-        EXPECT_EQ(
-            shown["records"][3],
-            json({{"id", 3}, {"name", "screen-size"}, {"value", 4194432}, {"width", 128}, {"height", 64}}));
+        EXPECT_EQ(shown["records"][3], json({{"id", 3},
+                                             {"name", "screen-size"},
+                                             {"value", 4194432},
+                                             {"width", 128},
+                                             {"height", 64}}));
         Local("an older file");
         EXPECT_EQ(Done({"settings", "save", kLocal}), " 128 bytes saved as " + std::string(kLocal) + "\n");
         EXPECT_EQ(ReadLocal(), SettingFile(Panel()));

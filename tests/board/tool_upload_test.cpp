@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 // `ledboard upload` against a whole board.
 #include "board_test.h"
-
 #include "ledboard_run.h"
 #include "peer.h"
+
+#include <nlohmann/json.hpp>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 using nlohmann::json;
 using namespace std::string_literals;

@@ -7,13 +7,14 @@
 #include "peer.h"
 
 #include <arpa/inet.h>
-#include <cstring>
 #include <net/if.h>
 #include <netinet/in.h>
-#include <optional>
 #include <poll.h>
-#include <string>
 #include <sys/socket.h>
+
+#include <cstring>
+#include <optional>
+#include <string>
 
 struct Datagram {
     std::string bytes;

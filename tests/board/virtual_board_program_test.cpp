@@ -2,15 +2,16 @@
 // The program virtual-board, as a shell script on the PC side uses it.
 #include <gtest/gtest.h>
 
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <poll.h>
-#include <pty.h>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 
 static std::string ProgramFolder()
 {

@@ -1,22 +1,23 @@
 // SPDX-License-Identifier: MIT
 // The virtual board itself: what the other tests stand on.
 #include "board_test.h"
-
 #include "pc_side.h"
 
-#include <algorithm>
+#include <fmt/core.h>
+
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <filesystem>
-#include <fmt/core.h>
-#include <fstream>
 #include <linux/fb.h>
 #include <netinet/in.h>
 #include <png.h>
-#include <set>
 #include <sys/socket.h>
 #include <sys/wait.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
 
 using namespace std::chrono_literals;
 using board::Descriptor;
@@ -128,8 +129,9 @@ TEST_F(VirtualBoardAlone, RecordsCommandsAndKeepsThePcFromHarm)
     EXPECT_EQ(commands[0], "[ a == a ] && echo \"two  words\"\nexit 3");
     EXPECT_EQ(std::set<std::string>(commands.begin() + 1, commands.begin() + 9).size(), 8U);
     EXPECT_EQ(commands[10], "pppd call net");
-    const std::vector<std::vector<std::string>> calls = {
-        {"date", "-s", "2001-02-03 04:05:06"}, {"hwclock", "-w"}, {"pppd", "call", "net"}};
+    const std::vector<std::vector<std::string>> calls = {{"date", "-s", "2001-02-03 04:05:06"},
+                                                         {"hwclock", "-w"},
+                                                         {"pppd", "call", "net"}};
     EXPECT_EQ(board->StandInCalls(), calls);
     EXPECT_EQ(board->Run("pidof pppd > /dev/null && killall pppd").status, 0);
     EXPECT_TRUE(board->WaitFor([&] { return board->Run("pidof pppd").status != 0; }));

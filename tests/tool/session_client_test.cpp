@@ -3,16 +3,15 @@
 // upgrading or broken.
 #include "session_client.h"
 
+#include "example_board.h"
 #include "keep_alive.h"
 #include "tool_error.h"
 #include "upload_session.h"
 
-#include "example_board.h"
+#include <gtest/gtest.h>
 
 #include <poll.h>
 #include <sys/socket.h>
-
-#include <gtest/gtest.h>
 
 #include <thread>
 
@@ -137,9 +136,9 @@ TEST(KeepAlive, SearchesAgainAndAgainFromTheSessionsAddress)
         char datagram[64];
         sockaddr_in from = {};
         socklen_t size = sizeof from;
-        EXPECT_EQ(
-            recvfrom(board.Fd(), datagram, sizeof datagram, 0, reinterpret_cast<sockaddr *>(&from), &size),
-            30);
+        EXPECT_EQ(recvfrom(board.Fd(), datagram, sizeof datagram, 0, reinterpret_cast<sockaddr *>(&from),
+                           &size),
+                  30);
         EXPECT_EQ(FormatAddress(from.sin_addr), "127.0.0.5");
     }
     EXPECT_GE(Clock::now() - began, milliseconds(3 * 50)); // not all at once

@@ -8,11 +8,12 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <memory>
 #include <netinet/in.h>
 #include <poll.h>
-#include <string>
 #include <sys/socket.h>
+
+#include <memory>
+#include <string>
 
 namespace
 {

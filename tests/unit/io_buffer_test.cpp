@@ -6,11 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace
 {

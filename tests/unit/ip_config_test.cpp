@@ -35,8 +35,9 @@ std::string Filled(std::string text, const std::string &lines)
 std::string Rewritten(const std::string &text, InterfacesRewriter rewriter, int *eth0Lines)
 {
     std::string copy = text;
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(
-        fmemopen(copy.data(), copy.empty() ? 1 : copy.size(), "r"), std::fclose);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(fmemopen(copy.data(),
+                                                                         copy.empty() ? 1 : copy.size(), "r"),
+                                                                std::fclose);
     std::string out;
     std::string line;
     *eth0Lines = 0;
@@ -87,11 +88,11 @@ TEST(InterfacesFile, IsRewrittenLineByLine)
         const std::string dynamic = Rewritten(row.before, InterfacesRewriter::ForDhcp(), &count);
         EXPECT_EQ(dynamic, Filled(row.dhcp, kPreUp)) << row.name;
         EXPECT_EQ(count, row.eth0Lines) << row.name;
-        EXPECT_EQ(
-            Rewritten(row.before,
-                      InterfacesRewriter::ForFixed({"10.0.0.7", "255.255.255.0", "10.0.0.0", "10.0.0.1"}),
-                      &count),
-            Filled(row.fixed, kFour))
+        EXPECT_EQ(Rewritten(row.before,
+                            InterfacesRewriter::ForFixed(
+                                {"10.0.0.7", "255.255.255.0", "10.0.0.0", "10.0.0.1"}),
+                            &count),
+                  Filled(row.fixed, kFour))
             << row.name;
         EXPECT_EQ(count, row.eth0Lines) << row.name;
     }

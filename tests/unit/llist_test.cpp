@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The list, and the registry that ages sessions with it.
-#include "client_session.h"
 #include "llist.h"
+
+#include "client_session.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
 #include <unistd.h>
+
 #include <vector>
 
 namespace

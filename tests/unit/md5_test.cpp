@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "md5.h"
-#include "test_files.h"
 
 #include "remote_crc.h"
+#include "test_files.h"
 
 #include <gtest/gtest.h>
 

@@ -3,11 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <linux/rtnetlink.h>
-#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cstring>
+#include <string>
 
 namespace
 {

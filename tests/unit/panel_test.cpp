@@ -8,15 +8,16 @@
 
 #include <gtest/gtest.h>
 
+#include <linux/fb.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <linux/fb.h>
 #include <memory>
-#include <sys/ioctl.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace
 {

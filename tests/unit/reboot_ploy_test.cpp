@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "reboot_ploy.h"
+
 #include "test_files.h"
 #include "tick.h"
 

@@ -8,10 +8,11 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <cstring>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cstring>
 
 namespace
 {

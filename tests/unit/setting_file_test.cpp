@@ -1,19 +1,21 @@
 // SPDX-License-Identifier: MIT
+#include "setting_file.h"
+
 #include "crc32.h"
 #include "screen_para.h"
 #include "search_services.h"
 #include "serial.h"
 #include "serial_thread.h"
-#include "setting_file.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
 
 namespace
 {

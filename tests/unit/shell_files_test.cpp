@@ -6,10 +6,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <csignal>
 #include <sys/mount.h>
 #include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
 
 TEST(Shell, NamesReachTheCommandByteForByte)
 {

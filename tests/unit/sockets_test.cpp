@@ -4,15 +4,16 @@
 
 #include <gtest/gtest.h>
 
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <poll.h>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 using namespace std::chrono_literals;
 
@@ -25,8 +26,7 @@ class Sends : public testing::Test
 protected:
     void SetUp() override
     {
-        struct sigaction nothing {
-        };
+        struct sigaction nothing = {};
         nothing.sa_handler = [](int) {};
         nothing.sa_flags = SA_RESTART;
         ASSERT_EQ(sigaction(SIGUSR1, &nothing, &before_), 0);
@@ -55,8 +55,7 @@ protected:
     UniqueFd peer_;
 
 private:
-    struct sigaction before_ {
-    };
+    struct sigaction before_ = {};
     std::atomic<bool> stop_ = false;
     std::thread signals_;
 };

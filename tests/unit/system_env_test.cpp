@@ -1,22 +1,24 @@
 // SPDX-License-Identifier: MIT
 // What the daemon asks of its board: addresses, gateway, addressing mode and USB disk.
+#include "system_env.h"
+
 #include "network_setup.h"
 #include "search_services.h"
 #include "shell.h"
-#include "system_env.h"
 #include "test_files.h"
 #include "usb_monitor.h"
 
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <array>
 #include <fcntl.h>
-#include <iterator>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
+
+#include <array>
+#include <iterator>
 
 namespace fs = std::filesystem;
 

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 // What a modem says, in all the shapes that modems give it, and when its link is dialled.
+#include "modem_records.h"
+#include "paths.h"
+#include "test_files.h"
 #include "third_generation_answers.h"
 #include "third_generation_lines.h"
 #include "third_generation_link.h"
 #include "third_generation_sms.h"
 #include "third_generation_store.h"
-
-#include "modem_records.h"
-#include "paths.h"
-#include "test_files.h"
 
 #include <gtest/gtest.h>
 

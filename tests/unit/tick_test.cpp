@@ -3,12 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <cstring>
 #include <fcntl.h>
-#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
 #include <vector>
 
 namespace

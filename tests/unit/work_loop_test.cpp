@@ -10,10 +10,11 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <memory>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <memory>
 #include <vector>
 
 namespace

@@ -1,21 +1,22 @@
 // SPDX-License-Identifier: MIT
 // What the upload service makes of single packets.
+#include "work_thread.h"
+
 #include "client_session.h"
 #include "server_witch_plexa.h"
 #include "test_files.h"
-#include "work_thread.h"
-
-#include <gtest/gtest.h>
 
 #include <QMetaMethod>
+#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fcntl.h>
 #include <linux/netlink.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
+
+#include <algorithm>
+#include <thread>
 
 namespace
 {
