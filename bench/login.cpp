@@ -3,7 +3,7 @@
 // and answers. Status 1 when the limit is missed.
 #include "bench_report.h"
 #include "pc_side.h"
-#include "session_records.h"
+#include "records/session_records.h"
 #include "virtual_board.h"
 
 #include <arpa/inet.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // bench_md5 [RUNS [MEBIBYTES]]: KMD5 over a file, in turn with md5sum and openssl over the same file; the
 // faster of the two is the baseline. Status 1 when the limit is missed.
-#include "md5.h"
+#include "base/md5.h"
 
 #include "bench_report.h"
 

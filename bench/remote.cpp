@@ -5,8 +5,8 @@
 // failed.
 #include "bench_report.h"
 #include "pc_side.h"
-#include "remote_crc.h"
-#include "remote_records.h"
+#include "records/remote_crc.h"
+#include "records/remote_records.h"
 #include "virtual_board.h"
 
 #include <arpa/inet.h>

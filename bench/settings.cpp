@@ -2,12 +2,12 @@
 // bench_settings [RUNS]: a settings file of 256 records on its way to the FPGA, in turn with a bare loop that
 // writes the same frames to the same line and, where the file is saved, runs the same commands first; and
 // what one computation of the highest luminance takes. Status 1 when a limit is missed.
+#include "base/paths.h"
 #include "bench_report.h"
-#include "fpga_frame.h"
-#include "paths.h"
 #include "pc_side.h"
-#include "serial_thread.h"
-#include "setting_records.h"
+#include "records/fpga_frame.h"
+#include "records/setting_records.h"
+#include "settings/serial_thread.h"
 #include "virtual_board.h"
 
 #include <arpa/inet.h>

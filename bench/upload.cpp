@@ -3,7 +3,7 @@
 // with a bare loop of recv and write, and what it costs. Status 1 when a limit is missed.
 #include "bench_report.h"
 #include "pc_side.h"
-#include "upload_records.h"
+#include "records/upload_records.h"
 #include "virtual_board.h"
 
 #include <arpa/inet.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "board_state.h"
 
-#include "heartbeat_record.h"
+#include "records/heartbeat_record.h"
 
 #include <fmt/core.h>
 #include <fmt/ranges.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "fpga_line.h"
 
-#include "fpga_frame.h"
+#include "records/fpga_frame.h"
 
 #include <fmt/core.h>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "player.h"
 
-#include "player_records.h"
-#include "session_records.h"
+#include "records/player_records.h"
+#include "records/session_records.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "supervisor.h"
 
-#include "heartbeat_record.h"
+#include "records/heartbeat_record.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "virtual_board.h"
 
-#include "discovery_records.h"
 #include "pc_side.h"
-#include "session_records.h"
+#include "records/discovery_records.h"
+#include "records/session_records.h"
 
 #include <fmt/core.h>
 

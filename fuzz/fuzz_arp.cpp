@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // ARP packets of a hostile cable: each input is a series of steps, a pause of 0 to 255 tenths of a second
 // with a tick behind it and 28 bytes of a packet. What the claim asks for must stay possible.
-#include "init_network_arp.h"
-#include "init_network_claim.h"
+#include "addressing/arp_socket.h"
+#include "addressing/link_local_claim.h"
 
 #include <algorithm>
 #include <cstdlib>

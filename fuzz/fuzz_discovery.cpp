@@ -2,12 +2,12 @@
 // Datagrams of a hostile network: the first byte chooses the port's handler and how an address change ends,
 // the rest is the datagram. They travel over the loopback interface; what is answered is compared with what
 // the length and the identifier allow, and nothing is changed by a datagram that names another board.
-#include "device_context.h"
-#include "discovery_records.h"
-#include "ip_config.h"
-#include "search_services.h"
-#include "services.h"
-#include "sockets.h"
+#include "addressing/ip_config.h"
+#include "base/sockets.h"
+#include "discovery/search_services.h"
+#include "records/discovery_records.h"
+#include "remote/device_context.h"
+#include "state/services.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Route netlink datagrams: every message taken shortens what is left, nothing is read beyond it.
-#include "netlink.h"
+#include "addressing/netlink.h"
 
 #include <cstdlib>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What a modem says: however it is cut, the answer is the same, nothing grows beyond its bound, and every
 // text and number of it can be read.
-#include "third_generation_answers.h"
-#include "third_generation_lines.h"
-#include "third_generation_sms.h"
+#include "modem/at_answers.h"
+#include "modem/at_lines.h"
+#include "modem/sms_text.h"
 
 #include <cstdlib>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What a remote server sends: every packet taken shortens what is held, and no request is read beyond its
 // packet.
-#include "remote_framing.h"
+#include "remote/framing.h"
 
 #include <cstdlib>
 

@@ -3,14 +3,14 @@
 // upgrade runs, then each step is a length and as many bytes, which the daemon receives in one read. What
 // reaches the services, what is answered and when the session ends is compared with a plain model of the
 // framing.
-#include "network.h"
-#include "serial_thread.h"
-#include "server_witch_plexa.h"
-#include "services.h"
-#include "tcp_services.h"
-#include "third_generation.h"
-#include "version_thread.h"
-#include "work_thread.h"
+#include "firmware/version_thread.h"
+#include "loop/network.h"
+#include "modem/third_generation.h"
+#include "player/server_witch_plexa.h"
+#include "sessions/tcp_services.h"
+#include "settings/serial_thread.h"
+#include "state/services.h"
+#include "upload/work_thread.h"
 
 #include <QtGlobal>
 

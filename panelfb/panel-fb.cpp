@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "panel-fb.h"
+#include "panelfb/panel-fb.h"
 
 #include <fcntl.h>
 #include <linux/fb.h>

@@ -3,7 +3,7 @@
 // (docs/protocols.md, "Link-local addressing"). Numbers are in network byte order and stay bytes here.
 #pragma once
 
-#include "wire_types.h"
+#include "records/wire_types.h"
 
 namespace wire
 {

@@ -2,7 +2,7 @@
 // discovery_records.h — datagrams of UDP port 8878 and of the custom port (docs/protocols.md, "Discovery").
 #pragma once
 
-#include "wire_types.h"
+#include "records/wire_types.h"
 
 namespace wire
 {

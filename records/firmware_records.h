@@ -4,7 +4,7 @@
 // On a session each of the client's packets stands behind a FrameHeader; replies go out bare.
 #pragma once
 
-#include "wire_types.h"
+#include "records/wire_types.h"
 
 namespace wire
 {

@@ -2,7 +2,7 @@
 // fpga_frame.h — the 7-byte frame on the serial line to the FPGA (docs/protocols.md, "FPGA").
 #pragma once
 
-#include "wire_types.h"
+#include "records/wire_types.h"
 
 namespace wire
 {

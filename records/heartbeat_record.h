@@ -2,7 +2,7 @@
 // heartbeat_record.h — what the daemon sends to the supervisor beside it (docs/protocols.md, "Heartbeat").
 #pragma once
 
-#include "wire_types.h"
+#include "records/wire_types.h"
 
 namespace wire
 {

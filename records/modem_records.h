@@ -4,7 +4,7 @@
 // Texts are UTF-8 and end in a zero byte unless they fill their field.
 #pragma once
 
-#include "session_records.h"
+#include "records/session_records.h"
 
 namespace wire
 {

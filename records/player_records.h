@@ -2,7 +2,7 @@
 // player_records.h — messages between daemon and player, both ways (docs/protocols.md, "Player").
 #pragma once
 
-#include "wire_types.h"
+#include "records/wire_types.h"
 
 namespace wire
 {

@@ -3,7 +3,7 @@
 // neither reflected nor inverted at the end. Check value of "123456789": 0x0376E6E7.
 #pragma once
 
-#include "wire_types.h"
+#include "records/wire_types.h"
 
 #include <array>
 

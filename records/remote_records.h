@@ -3,7 +3,7 @@
 // server").
 #pragma once
 
-#include "discovery_records.h"
+#include "records/discovery_records.h"
 
 namespace wire
 {

@@ -2,7 +2,7 @@
 // session_records.h — framing and login of TCP port 8870 (docs/protocols.md, "Sessions").
 #pragma once
 
-#include "wire_types.h"
+#include "records/wire_types.h"
 
 namespace wire
 {

@@ -3,7 +3,7 @@
 // (docs/protocols.md, "Settings" and "Files").
 #pragma once
 
-#include "wire_types.h"
+#include "records/wire_types.h"
 
 namespace wire
 {

@@ -3,8 +3,8 @@
 // FrameHeader, replies go out bare.
 #pragma once
 
-#include "discovery_records.h"
-#include "session_records.h"
+#include "records/discovery_records.h"
+#include "records/session_records.h"
 
 namespace wire
 {

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "board_link.h"
-#include "discovery_records.h"
+#include "records/discovery_records.h"
 
 #include <nlohmann/json.hpp>
 

@@ -3,7 +3,7 @@
 // descriptor.
 #pragma once
 
-#include "remote_records.h"
+#include "records/remote_records.h"
 
 #include <stdexcept>
 #include <string>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "source_folder.h"
 
-#include "remote_crc.h"
-#include "remote_records.h"
+#include "records/remote_crc.h"
+#include "records/remote_records.h"
 
 #include <QCryptographicHash>
 #include <asio/co_spawn.hpp>

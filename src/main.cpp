@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 // Start-up of the daemon: makes the services once, publishes them and hands the main thread to the work loop.
-#include "device_context.h"
-#include "diag.h"
-#include "heartbeat.h"
-#include "network.h"
-#include "paths.h"
-#include "search_services.h"
-#include "serial_thread.h"
-#include "services.h"
-#include "third_generation.h"
-#include "version_thread.h"
-#include "work_thread.h"
+#include "base/diag.h"
+#include "base/paths.h"
+#include "discovery/search_services.h"
+#include "firmware/version_thread.h"
+#include "loop/heartbeat.h"
+#include "loop/network.h"
+#include "modem/third_generation.h"
+#include "remote/device_context.h"
+#include "settings/serial_thread.h"
+#include "state/services.h"
+#include "upload/work_thread.h"
 
 #include <csignal>
 

@@ -2,7 +2,7 @@
 // board.h — one board as its discovery answer tells it: decoding and showing, no sockets.
 #pragma once
 
-#include "discovery_records.h"
+#include "records/discovery_records.h"
 
 #include <nlohmann/json.hpp>
 

@@ -3,8 +3,8 @@
 // at a time; every call throws ToolError.
 #pragma once
 
-#include "firmware_records.h"
 #include "keep_alive.h"
+#include "records/firmware_records.h"
 #include "session_client.h"
 
 #include <functional>

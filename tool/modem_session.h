@@ -2,7 +2,7 @@
 // modem_session.h — asks a board's modem service.
 #pragma once
 
-#include "modem_records.h"
+#include "records/modem_records.h"
 #include "session_client.h"
 
 #include <chrono>

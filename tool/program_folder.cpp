@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "program_folder.h"
 
+#include "records/upload_records.h"
 #include "text.h"
 #include "tool_error.h"
-#include "upload_records.h"
 
 #include <fmt/format.h>
 

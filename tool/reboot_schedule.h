@@ -2,7 +2,7 @@
 // reboot_schedule.h — when a board reboots by itself: out of words, and into words. No sockets.
 #pragma once
 
-#include "setting_records.h"
+#include "records/setting_records.h"
 
 #include <nlohmann/json.hpp>
 

@@ -4,7 +4,7 @@
 
 #include "board.h"
 #include "interrupt.h"
-#include "session_records.h"
+#include "records/session_records.h"
 #include "unique_fd.h"
 
 #include <chrono>

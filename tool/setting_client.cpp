@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "setting_client.h"
 
-#include "fpga_frame.h"
+#include "records/fpga_frame.h"
 #include "tool_error.h"
 
 #include <algorithm>

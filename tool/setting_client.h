@@ -4,8 +4,8 @@
 #pragma once
 
 #include "keep_alive.h"
+#include "records/setting_records.h"
 #include "session_client.h"
-#include "setting_records.h"
 
 #include <memory>
 #include <string>

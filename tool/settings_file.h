@@ -2,7 +2,7 @@
 // settings_file.h — the content of a settings file, and the names of its parameters. No sockets.
 #pragma once
 
-#include "setting_records.h"
+#include "records/setting_records.h"
 
 #include <nlohmann/json.hpp>
 

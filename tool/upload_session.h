@@ -4,8 +4,8 @@
 
 #include "keep_alive.h"
 #include "program_folder.h"
+#include "records/upload_records.h"
 #include "session_client.h"
-#include "upload_records.h"
 
 #include <functional>
 #include <optional>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The device-information record and the files that it is filled from.
-#include "ip_config.h"
-#include "network_setup.h"
-#include "search_services.h"
-#include "system_env.h"
+#include "addressing/ip_config.h"
+#include "discovery/search_services.h"
+#include "loop/network_setup.h"
+#include "state/system_env.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Where a reply goes, and what is obeyed whose identifier it carries.
-#include "device_context.h"
-#include "search_services.h"
-#include "services.h"
-#include "sockets.h"
+#include "base/sockets.h"
+#include "discovery/search_services.h"
+#include "remote/device_context.h"
+#include "state/services.h"
 
 #include <gtest/gtest.h>
 

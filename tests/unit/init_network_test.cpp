@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "init_network_arp.h"
-#include "init_network_claim.h"
+#include "addressing/arp_socket.h"
+#include "addressing/link_local_claim.h"
 
 #include <gtest/gtest.h>
 

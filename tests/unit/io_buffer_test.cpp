@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Names from the network, and the file classes of the upload service.
-#include "log.h"
-#include "safe_name.h"
+#include "base/log.h"
+#include "base/safe_name.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "command_worker.h"
-#include "ip_config_file.h"
+#include "addressing/interfaces_file.h"
+#include "base/command_worker.h"
 
 #include <gtest/gtest.h>
 

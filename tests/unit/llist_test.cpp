@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The list, and the registry that ages sessions with it.
-#include "llist.h"
+#include "sessions/llist.h"
 
-#include "client_session.h"
+#include "sessions/client_session.h"
 
 #include <gtest/gtest.h>
 

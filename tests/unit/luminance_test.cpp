@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The expected numbers come from a script of its own that tries every step from 1 to 1000 and rounds to
 // single precision by hand; a few were worked out on paper.
-#include "luminance.h"
+#include "settings/luminance.h"
 
-#include "search_services.h"
-#include "serial_thread.h"
+#include "discovery/search_services.h"
+#include "settings/serial_thread.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>

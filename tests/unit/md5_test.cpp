@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "md5.h"
+#include "base/md5.h"
 
-#include "remote_crc.h"
+#include "records/remote_crc.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>

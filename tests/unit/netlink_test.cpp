@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "netlink.h"
+#include "addressing/netlink.h"
 
 #include <gtest/gtest.h>
 

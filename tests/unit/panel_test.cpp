@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Framebuffers whose driver says things about itself that do not fit together. The driver is this program's
 // own ioctl, the device's memory is a file.
-#include "panel-fb.h"
-#include "serial_thread.h"
-#include "services.h"
+#include "panelfb/panel-fb.h"
+#include "settings/serial_thread.h"
+#include "state/services.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "reboot_ploy.h"
+#include "settings/reboot_ploy.h"
 
+#include "state/tick.h"
 #include "test_files.h"
-#include "tick.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "device_context.h"
-#include "device_context_config.h"
-#include "remote_framing.h"
+#include "firmware/version_thread.h"
+#include "remote/config.h"
+#include "remote/device_context.h"
+#include "remote/framing.h"
 #include "test_files.h"
-#include "version_thread.h"
 
 #include <gtest/gtest.h>
 

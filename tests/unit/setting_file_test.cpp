@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "setting_file.h"
+#include "settings/setting_file.h"
 
-#include "crc32.h"
-#include "screen_para.h"
-#include "search_services.h"
-#include "serial.h"
-#include "serial_thread.h"
+#include "base/crc32.h"
+#include "base/serial.h"
+#include "discovery/search_services.h"
+#include "settings/screen_para.h"
+#include "settings/serial_thread.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>

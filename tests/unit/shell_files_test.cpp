@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The door to the shell, and files that are replaced whole.
-#include "files.h"
-#include "shell.h"
+#include "base/files.h"
+#include "base/shell.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>

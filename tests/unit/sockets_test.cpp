@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Sends to peers that read slowly or not at all, while signals come.
-#include "sockets.h"
+#include "base/sockets.h"
 
 #include <gtest/gtest.h>
 

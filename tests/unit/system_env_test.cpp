@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // What the daemon asks of its board: addresses, gateway, addressing mode and USB disk.
-#include "system_env.h"
+#include "state/system_env.h"
 
-#include "network_setup.h"
-#include "search_services.h"
-#include "shell.h"
+#include "base/shell.h"
+#include "discovery/search_services.h"
+#include "loop/network_setup.h"
+#include "state/usb_monitor.h"
 #include "test_files.h"
-#include "usb_monitor.h"
 
 #include <gtest/gtest.h>
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // What a modem says, in all the shapes that modems give it, and when its link is dialled.
-#include "modem_records.h"
-#include "paths.h"
+#include "base/paths.h"
+#include "modem/at_answers.h"
+#include "modem/at_lines.h"
+#include "modem/dial_plan.h"
+#include "modem/sms_store.h"
+#include "modem/sms_text.h"
+#include "records/modem_records.h"
 #include "test_files.h"
-#include "third_generation_answers.h"
-#include "third_generation_lines.h"
-#include "third_generation_link.h"
-#include "third_generation_sms.h"
-#include "third_generation_store.h"
 
 #include <gtest/gtest.h>
 

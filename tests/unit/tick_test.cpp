@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tick.h"
+#include "state/tick.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // One life of the work loop, seen from inside: a tick function and the remote-server slot look at it.
-#include "client_session.h"
-#include "device_context.h"
-#include "network.h"
-#include "services.h"
+#include "loop/network.h"
+#include "remote/device_context.h"
+#include "sessions/client_session.h"
+#include "state/services.h"
+#include "state/tick.h"
 #include "test_files.h"
-#include "tick.h"
 
 #include <gtest/gtest.h>
 

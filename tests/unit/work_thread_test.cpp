@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What the upload service makes of single packets.
-#include "work_thread.h"
+#include "upload/work_thread.h"
 
-#include "client_session.h"
-#include "server_witch_plexa.h"
+#include "player/server_witch_plexa.h"
+#include "sessions/client_session.h"
 #include "test_files.h"
 
 #include <QMetaMethod>

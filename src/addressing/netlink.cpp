@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: MIT
+#include "addressing/netlink.h"
+
+#include "base/diag.h"
+#include "base/shell.h"
+#include "base/sockets.h"
+
+#include <arpa/inet.h>
+#include <linux/if.h>
+#include <linux/rtnetlink.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+static int need_stop_pppd = 1; // alternates on every move of the default route to the modem
+
+namespace
+{
+
+constexpr char kUnit[] = "src/netlink.c";
+constexpr std::size_t kBurst = 65536; // holds a burst of link messages
+constexpr std::size_t kEthtoolOutput = 65536;
+
+// What one message says; nothing when it leaves the result as it was.
+std::optional<int> JudgeLinkMessage(const LinkMessage &message)
+{
+    if (message.type != RTM_NEWLINK) {
+        if (Eth0IsConnected() == 0)
+            SetPppGatway();
+        return std::nullopt;
+    }
+    if (!message.lowerUp)
+        return std::nullopt;
+    if (!*message.lowerUp) {
+        SetPppGatway();
+        return 0;
+    }
+    Diag(kUnit, "ParseNetlinkEvent", __LINE__, "IFF_LOWER_UP");
+    if (Eth0IsConnected() == 1) {
+        Diag(kUnit, "ParseNetlinkEvent", __LINE__, "Enter ProcEth0Up ---!");
+        ProcEth0Up();
+    } else {
+        SetPppGatway();
+    }
+    // QUIRK link-up-without-cable: the link counts as up although ethtool says that no cable is there; down
+    // would be expected.
+    return 1;
+}
+
+} // namespace
+
+std::optional<LinkMessage> TakeLinkMessage(wire::Bytes *left)
+{
+    nlmsghdr header;
+    if (left->size() < sizeof header)
+        return std::nullopt;
+    std::memcpy(&header, left->data(), sizeof header);
+    if (header.nlmsg_len < sizeof header || header.nlmsg_len > left->size())
+        return std::nullopt;
+    LinkMessage message{.type = header.nlmsg_type, .lowerUp = std::nullopt};
+    ifinfomsg link;
+    if (message.type == RTM_NEWLINK && header.nlmsg_len >= sizeof header + sizeof link) {
+        std::memcpy(&link, left->data() + sizeof header, sizeof link);
+        message.lowerUp = (link.ifi_flags & IFF_LOWER_UP) != 0;
+    }
+    *left = left->subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), left->size()));
+    return message;
+}
+
+int BuildNetlinkSocket()
+{
+    UniqueFd fd(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
+    if (!fd.Valid()) {
+        DiagErrno(kUnit, __func__, __LINE__, "netlink, socket: ");
+        return -1;
+    }
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_pid = static_cast<std::uint32_t>(getpid());
+    address.nl_groups = RTMGRP_LINK;
+    if (bind(fd.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == -1) {
+        DiagErrno(kUnit, __func__, __LINE__, "netlink, bind: ");
+        return -1;
+    }
+    return fd.Release();
+}
+
+int ParseNetlinkEvent(int fd)
+{
+    Diag(kUnit, __func__, __LINE__, "parse netlink event.");
+    if (fd == -1) {
+        DiagErrno(kUnit, __func__, __LINE__, "netlink socket eq -1.");
+        return -1;
+    }
+    std::string buffer(kBurst, '\0');
+    const ssize_t count = recv(fd, buffer.data(), buffer.size(), 0);
+    if (count < static_cast<ssize_t>(sizeof(nlmsghdr)))
+        return -1;
+    int result = -1;
+    wire::Bytes left = wire::BytesAt(buffer.data(), static_cast<std::size_t>(count));
+    while (const auto message = TakeLinkMessage(&left)) {
+        if (message->type == NLMSG_DONE || message->type == NLMSG_ERROR)
+            return -1;
+        result = JudgeLinkMessage(*message).value_or(result);
+    }
+    return result;
+}
+
+int Eth0IsConnected()
+{
+    return ReadShell("ethtool eth0", kEthtoolOutput).find("Link detected: no") == std::string::npos ? 1 : 0;
+}
+
+void ProcEth0Up()
+{
+    RunShell("route delete default");
+}
+
+void SetPppGatway()
+{
+    Diag(kUnit, __func__, __LINE__, "Enter SetPppGatway ----!");
+    const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!fd.Valid()) {
+        std::perror("create socket error");
+        return;
+    }
+    ifreq request{};
+    std::strncpy(request.ifr_name, "ppp0", sizeof request.ifr_name - 1);
+    if (ioctl(fd.Get(), SIOCGIFDSTADDR, &request) == -1) {
+        std::perror("SIOCGIFDSTADDR");
+        return;
+    }
+    sockaddr_in peer;
+    std::memcpy(&peer, &request.ifr_dstaddr, sizeof peer);
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
+    std::string command = std::string("route delete default;route add  default gw ") + text +
+                          ";cp /etc/ppp/resolv.conf /var/run/resolv.conf";
+    // QUIRK pppd-every-second: the modem's daemon is stopped at every second move of the route; either always
+    // or never would be expected.
+    if (need_stop_pppd == 1)
+        command += ";killall pppd";
+    need_stop_pppd = need_stop_pppd == 1 ? 0 : 1;
+    std::printf("buf = [%s]\n", command.c_str());
+    RunShell(command);
+}

@@ -1,8 +1,0 @@
-// SPDX-License-Identifier: MIT
-#include "services.h"
-
-KSerialThread *g_serial = nullptr;
-KVersionThread *g_version = nullptr;
-KWorkThread *g_recvProgram = nullptr;
-DeviceContext *g_deviceContext = nullptr;
-KThirdGeneration *g_3GInfo = nullptr;

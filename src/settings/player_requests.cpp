@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+// What the player asks of the settings and the FPGA.
+#include "settings/player_requests.h"
+
+#include "base/diag.h"
+#include "base/files.h"
+#include "base/paths.h"
+#include "discovery/search_services.h"
+#include "records/setting_records.h"
+#include "sessions/client_session.h"
+#include "settings/serial_thread.h"
+#include "state/services.h"
+
+#include <cstdio>
+
+namespace
+{
+
+constexpr char kUnit[] = "src/server_witch_plexa";
+
+// The player's own ids may differ without forcing an update.
+bool ValueMayDiffer(std::uint32_t id)
+{
+    return id == wire::kIdScreenSize || id == wire::kIdMaxLuminance || id == wire::kIdLuminance;
+}
+
+bool AreEqual(std::FILE *one, std::FILE *other)
+{
+    for (;;) {
+        wire::SettingRecord first{};
+        wire::SettingRecord second{};
+        const std::size_t firstBytes = std::fread(&first, 1, sizeof first, one);
+        const std::size_t secondBytes = std::fread(&second, 1, sizeof second, other);
+        if (firstBytes == 0 && secondBytes == 0)
+            return true;
+        if (firstBytes != secondBytes || first.id != second.id)
+            return false;
+        if (!ValueMayDiffer(first.id) && first.value != second.value)
+            return false;
+    }
+}
+
+bool PlayerCopyIsBooted()
+{
+    const FilePointer player = OpenFile(paths::kPlayerSetting, "rb");
+    const FilePointer boot = OpenFile(paths::kBootSetting, "rb");
+    return player && boot && AreEqual(player.get(), boot.get());
+}
+
+void CloseSettingSession()
+{
+    switch (DropSession(wire::kSessionSettings)) {
+    case FoundSession::kEmptyNode:
+        Diag(kUnit, "UpdateSettingFile", 166, "error");
+        break;
+    case FoundSession::kFound:
+        Diag(kUnit, "UpdateSettingFile", 162, "-------------------------------");
+        break;
+    case FoundSession::kNone:
+        break;
+    }
+}
+
+} // namespace
+
+void ChangeScreenSize(std::uint32_t value)
+{
+    if (g_serial == nullptr)
+        return;
+    std::printf("[---g_serial change screen size: %d.---]\n", static_cast<int>(value));
+    g_serial->WriteSerial(wire::kIdScreenSize, value);
+}
+
+void ChangeBrightness(std::uint32_t value)
+{
+    if (g_serial != nullptr)
+        g_serial->WriteSerial(wire::kIdMaxLuminance, value);
+}
+
+void UpdateSettingFile()
+{
+    if (PlayerCopyIsBooted()) {
+        Diag(kUnit, __func__, 135, "setting.ss file not has been to update.");
+        return;
+    }
+    std::printf("cp /home/root/setting.ss /home/root/plexa_data/setting.ss; "
+                "cp /home/root/setting.ss /boot/setting.ss; sync\n");
+    g_serial->TakePlayerCopy();
+    int width = 0;
+    int height = 0;
+    getScreenSize(&width, &height);
+    g_device.setScreenSize(width, height);
+    g_serial->WriteSettingToSerial();
+    CloseSettingSession();
+}
+
+void ScreenOnOff(std::uint32_t value)
+{
+    // QUIRK screen-inverted: the player says 1 for off, the FPGA takes 1 for on; the same sense would be
+    // expected.
+    const bool off = value != 0;
+    Diag(kUnit, __func__, off ? 318 : 315, off ? "scrren off" : "scrren on");
+    g_serial->WriteFPGAState(2, off ? 0 : 1);
+}

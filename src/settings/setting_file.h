@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+// setting_file.h — the copies of the settings file (docs/protocols.md, "Files"). Callers hold the setting
+// service's lock.
+#pragma once
+
+#include "base/files.h"
+#include "records/setting_records.h"
+
+#include <optional>
+
+// The next whole record of an open settings file.
+std::optional<wire::SettingRecord> ReadSetting(std::FILE *file);
+
+// The value of the first record with this id in the working copy.
+std::optional<std::uint32_t> FindSetting(std::uint32_t id);
+
+unsigned FpgaFamily(); // the driver chips, as the FPGA's version in the device record names them
+
+// The highest luminance that the working copy allows, 0 when it does not say or nothing passes.
+unsigned ComputeLuminanceOfFile();
+
+// The boot copy becomes the working copy with record 9 at the highest luminance (`computed`: worked out
+// afresh, else record 254 or 1) and record 11 at 0; then everything is synced. A working copy without a whole
+// record leaves the boot copy alone.
+void RewriteBootCopy(bool computed);
+
+// Stores a value in the first record with this id of a working copy opened for update. 1 written, 0 not
+// written, nothing when no record has the id.
+std::optional<int> PatchSetting(std::FILE *file, std::uint32_t id, std::uint32_t value);
+
+// Runs a shell command that brings `path` into place, then syncs the file and its name.
+void RunAndSync(const char *command, const char *path);
