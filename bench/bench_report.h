@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// bench_report.h — interleaved runs of a subject and its baseline, and the one table that a benchmark prints.
+// bench/bench_report.h: interleaved runs of a subject and its baseline, and the one table that a benchmark
+// prints.
 #pragma once
 
 #include <arpa/inet.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// board_network.h — the cable between PC and board: a pair of virtual Ethernet ends, "pc<number>" here and
-// "eth0" in the board's own network name space.
+// board/board_network.h: the cable between PC and board: a pair of virtual Ethernet ends, "pc<number>" here
+// and "eth0" in the board's own network name space.
 #pragma once
 
 #include "descriptor.h"

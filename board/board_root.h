@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// board_root.h — the board's root file system: an overlay of the host's "/", so that every absolute path
+// board/board_root.h: the board's root file system: an overlay of the host's "/", so that every absolute path
 // exists and nothing outside is touched.
 //
 // It is put together on the PC side, below kPcFolder, and can be read and written there whether or not the

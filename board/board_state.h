@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// board_state.h — what a running board looks like from outside, as text and as JSON.
+// board/board_state.h: what a running board looks like from outside, as text and as JSON.
 #pragma once
 
 #include "virtual_board.h"

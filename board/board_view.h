@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// board_view.h — shows a running board until the user has seen enough.
+// board/board_view.h: shows a running board until the user has seen enough.
 #pragma once
 
 #include "virtual_board.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// descriptor.h — owner of one file descriptor.
+// board/descriptor.h: owner of one file descriptor.
 #pragma once
 
 #include <unistd.h>

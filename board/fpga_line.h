@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// fpga_line.h — the far end of "/dev/ttyO0": reads what the daemon sends to the FPGA and decodes the frames.
+// board/fpga_line.h: the far end of "/dev/ttyO0": reads what the daemon sends to the FPGA and decodes the
+// frames.
 #pragma once
 
 #include "pseudo_terminal.h"

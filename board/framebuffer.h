@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// framebuffer.h — the board's screens: what the daemon and the player find at "/dev/fb0" to "/dev/fb2".
+// board/framebuffer.h: the board's screens: what the daemon and the player find at "/dev/fb0" to "/dev/fb2".
 #pragma once
 
 #include "board_root.h"

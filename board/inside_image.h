@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// inside_image.h — the programs of inside/, carried in the library so that nothing has to be found on disk.
+// board/inside_image.h: the programs of inside/, carried in the library so that nothing has to be found on
+// disk.
 #pragma once
 
 #include <string_view>

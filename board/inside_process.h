@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// inside_process.h — the board's process tree: boots its init, starts processes below it, learns how they
-// end.
+// board/inside_process.h: the board's process tree: boots its init, starts processes below it, learns how
+// they end.
 #pragma once
 
 #include "descriptor.h"

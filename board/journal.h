@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// journal.h — what the recorder and the stand-ins inside the board have written down.
+// board/journal.h: what the recorder and the stand-ins inside the board have written down.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// modem.h — the 3G modem on "/dev/ttyUSB3". It answers AT commands as a real one does: after a delay, in
+// board/modem.h: the 3G modem on "/dev/ttyUSB3". It answers AT commands as a real one does: after a delay, in
 // pieces, with blank lines, echo and unsolicited lines in between. After power-up it says nothing at first,
 // then that its SIM is busy, then it searches for a network.
 #pragma once

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// options.h — how a virtual board is made up before it boots.
+// board/options.h: how a virtual board is made up before it boots.
 #pragma once
 
 #include <map>

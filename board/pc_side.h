@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// pc_side.h — turns the calling process into the PC that boards hang on.
+// board/pc_side.h: turns the calling process into the PC that boards hang on.
 #pragma once
 
 #include <string>

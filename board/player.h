@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// player.h — the player's end of its session with the daemon: logs in with sub-type 3 on 127.0.0.1:8870
+// board/player.h: the player's end of its session with the daemon: logs in with sub-type 3 on 127.0.0.1:8870
 // inside the board, records what it is told, says what it is asked to say, comes back when the daemon does.
 #pragma once
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// pseudo_terminal.h — a line of the board, such as "/dev/ttyO0": the daemon has the slave, whoever plays the
-// device has the master.
+// board/pseudo_terminal.h: a line of the board, such as "/dev/ttyO0": the daemon has the slave, whoever plays
+// the device has the master.
 #pragma once
 
 #include "descriptor.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// steering.h — commands to a running board, from its view, from the PC shell, from a script.
+// board/steering.h: commands to a running board, from its view, from the PC shell, from a script.
 #pragma once
 
 #include "virtual_board.h"

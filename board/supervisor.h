@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// supervisor.h — listens on 127.0.0.1:6666 inside the board, where the daemon sends its heartbeat.
+// board/supervisor.h: listens on 127.0.0.1:6666 inside the board, where the daemon sends its heartbeat.
 #pragma once
 
 #include "board_network.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// virtual_board.h — a whole board on this machine: its own root, network, process tree, FPGA, player and
+// board/virtual_board.h: a whole board on this machine: its own root, network, process tree, FPGA, player and
 // supervisor around the daemon as it is shipped. The calling process is the PC at the other end of the cable;
 // it must have called EnterPcSide (pc_side.h) at the start of main.
 //

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// watcher.h — one background thread that waits on descriptors and tells whoever waits that something came.
+// board/watcher.h: one background thread that waits on descriptors and tells whoever waits that something
+// came.
 #pragma once
 
 #include "descriptor.h"

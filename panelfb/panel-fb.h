@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// panel-fb.h — a Linux framebuffer, opened in a pixel format that can be drawn on and mapped (the kernel's
-// linux/fb.h). Any thread; a handle belongs to whoever opened it and is used by one thread at a time.
+// panelfb/panel-fb.h: a Linux framebuffer, opened in a pixel format that can be drawn on and mapped (the
+// kernel's linux/fb.h). Any thread; a handle belongs to whoever opened it and is used by one thread at a
+// time.
 //
 // What the driver says about itself need not fit together. Whoever draws keeps within `usable` bytes from
 // `base`, whatever width, height, bpp and stride are.

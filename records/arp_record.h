@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// arp_record.h — an ARP packet behind its Ethernet header (RFC 826), as the address probe sends and hears it
-// (docs/protocols.md, "Link-local addressing"). Numbers are in network byte order and stay bytes here.
+// records/arp_record.h: an ARP packet behind its Ethernet header (RFC 826), as the address probe sends and
+// hears it (docs/protocols.md, "Link-local addressing"). Numbers are in network byte order and stay bytes
+// here.
 #pragma once
 
 #include "records/wire_types.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// discovery_records.h — datagrams of UDP port 8878 and of the custom port (docs/protocols.md, "Discovery").
+// records/discovery_records.h: datagrams of UDP port 8878 and of the custom port (docs/protocols.md,
+// "Discovery").
 #pragma once
 
 #include "records/wire_types.h"

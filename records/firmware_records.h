@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// firmware_records.h — packets of the firmware upgrade service (docs/protocols.md, "Firmware").
+// records/firmware_records.h: packets of the firmware upgrade service (docs/protocols.md, "Firmware").
 //
 // On a session each of the client's packets stands behind a FrameHeader; replies go out bare.
 #pragma once

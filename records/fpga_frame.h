@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// fpga_frame.h — the 7-byte frame on the serial line to the FPGA (docs/protocols.md, "FPGA").
+// records/fpga_frame.h: the 7-byte frame on the serial line to the FPGA (docs/protocols.md, "FPGA").
 #pragma once
 
 #include "records/wire_types.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// heartbeat_record.h — what the daemon sends to the supervisor beside it (docs/protocols.md, "Heartbeat").
+// records/heartbeat_record.h: what the daemon sends to the supervisor beside it (docs/protocols.md,
+// "Heartbeat").
 #pragma once
 
 #include "records/wire_types.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// modem_records.h — packets of the modem service (docs/protocols.md, "Modem").
+// records/modem_records.h: packets of the modem service (docs/protocols.md, "Modem").
 //
 // Texts are UTF-8 and end in a zero byte unless they fill their field.
 #pragma once

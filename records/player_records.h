@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// player_records.h — messages between daemon and player, both ways (docs/protocols.md, "Player").
+// records/player_records.h: messages between daemon and player, both ways (docs/protocols.md, "Player").
 #pragma once
 
 #include "records/wire_types.h"

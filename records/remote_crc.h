@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// remote_crc.h — the CRC of a close reply: CRC-32/MPEG-2, most significant bit first, polynomial 0x04C11DB7,
-// neither reflected nor inverted at the end. Check value of "123456789": 0x0376E6E7.
+// records/remote_crc.h: the CRC of a close reply: CRC-32/MPEG-2, most significant bit first, polynomial
+// 0x04C11DB7, neither reflected nor inverted at the end. Check value of "123456789": 0x0376E6E7.
 #pragma once
 
 #include "records/wire_types.h"

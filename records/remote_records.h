@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// remote_records.h — packets between a board and its remote management server (docs/protocols.md, "Remote
-// server").
+// records/remote_records.h: packets between a board and its remote management server (docs/protocols.md,
+// "Remote server").
 #pragma once
 
 #include "records/discovery_records.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// session_records.h — framing and login of TCP port 8870 (docs/protocols.md, "Sessions").
+// records/session_records.h: framing and login of TCP port 8870 (docs/protocols.md, "Sessions").
 #pragma once
 
 #include "records/wire_types.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// setting_records.h — packets of the setting service, the settings file and the reboot schedule
+// records/setting_records.h: packets of the setting service, the settings file and the reboot schedule
 // (docs/protocols.md, "Settings" and "Files").
 #pragma once
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// upload_records.h — packets of an upload session (docs/protocols.md, "Upload"). Requests travel behind a
-// FrameHeader, replies go out bare.
+// records/upload_records.h: packets of an upload session (docs/protocols.md, "Upload"). Requests travel
+// behind a FrameHeader, replies go out bare.
 #pragma once
 
 #include "records/discovery_records.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// wire_types.h — integers as they lie on the wire and in files, and bounds-checked access to bytes.
+// records/wire_types.h: integers as they lie on the wire and in files, and bounds-checked access to bytes.
 //
 // A record is a plain struct of bytes, char[n] and the integers below. All of them are little-endian byte
 // arrays of alignment 1, so a record has no padding and may be copied from and to any address.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// board_link.h — one connection of a board: greeting, login, and the packets both ways. Event loop only.
+// server/board_link.h: one connection of a board: greeting, login, and the packets both ways. Event loop
+// only.
 #pragma once
 
 #include "packets.h"

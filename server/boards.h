@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// boards.h — the boards that are or were connected. Event loop only.
+// server/boards.h: the boards that are or were connected. Event loop only.
 #pragma once
 
 #include "board_link.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// management_server.h — the server: accepts boards on a TCP port and operators on a local socket. One event
-// loop, one thread; only digests of files are computed on another.
+// server/management_server.h: the server: accepts boards on a TCP port and operators on a local socket. One
+// event loop, one thread; only digests of files are computed on another.
 #pragma once
 
 #include "boards.h"

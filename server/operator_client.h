@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// operator_client.h — the operator's verbs: they ask the running server over its local socket.
+// server/operator_client.h: the operator's verbs: they ask the running server over its local socket.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// operator_session.h — serves one operator on the local socket.
+// server/operator_session.h: serves one operator on the local socket.
 //
 // A request is one JSON object on a line, {"command": "boards"} or {"command": "push", "folder": PATH, "to":
 // ID or "all"}. Answers are objects on lines: {"boards": [...]}; for a push any number of {"progress": ...}

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// packets.h — what the server says to a board and what it hears (docs/protocols.md, "Remote server"). Sees no
-// descriptor.
+// server/packets.h: what the server says to a board and what it hears (docs/protocols.md, "Remote server").
+// Sees no descriptor.
 #pragma once
 
 #include "records/remote_records.h"

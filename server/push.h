@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// push.h — brings one board's program folder to what the source folder is. Event loop only.
+// server/push.h: brings one board's program folder to what the source folder is. Event loop only.
 #pragma once
 
 #include "boards.h"

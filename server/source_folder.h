@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// source_folder.h — the program folder that is pushed: its files, their digests and their bytes. Digests are
-// computed once, off the event loop, however many boards ask.
+// server/source_folder.h: the program folder that is pushed: its files, their digests and their bytes.
+// Digests are computed once, off the event loop, however many boards ask.
 #pragma once
 
 #include <asio/awaitable.hpp>

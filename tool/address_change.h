@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// address_change.h — changes a board's addressing and finds the board again.
+// tool/address_change.h: changes a board's addressing and finds the board again.
 //
 // A board applies a change without a word and acknowledges it when the same request comes once more; a third
 // one it would apply again. So the board's state is read in between, and the second request goes out once,

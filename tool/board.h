@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// board.h — one board as its discovery answer tells it: decoding and showing, no sockets.
+// tool/board.h: one board as its discovery answer tells it: decoding and showing, no sockets.
 #pragma once
 
 #include "records/discovery_records.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// board_finder.h — asks for boards and collects what answers.
+// tool/board_finder.h: asks for boards and collects what answers.
 //
 // A search is three times asked and read throughout; every board that is wanted is then asked for its
 // addressing mode by status command 1. Datagrams get lost, so boards that have not told their mode are asked

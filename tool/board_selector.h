@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// board_selector.h — what the user wrote for BOARD, and which boards it means.
+// tool/board_selector.h: what the user wrote for BOARD, and which boards it means.
 #pragma once
 
 #include "board.h"

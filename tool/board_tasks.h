@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// board_tasks.h — finds the boards that a verb names and does one thing on each of them.
+// tool/board_tasks.h: finds the boards that a verb names and does one thing on each of them.
 #pragma once
 
 #include "board.h"

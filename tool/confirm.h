@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// confirm.h — the question before something is destroyed.
+// tool/confirm.h: the question before something is destroyed.
 #pragma once
 
 #include "verb.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// device_verbs.h — verbs for the board itself: `ledboard clock`, `name`, `identity`, `reboot-schedule`.
+// tool/device_verbs.h: verbs for the board itself: `ledboard clock`, `name`, `identity`, `reboot-schedule`.
 #pragma once
 
 #include "verb.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// discover_verb.h — `ledboard discover`: a table of all boards that answer.
+// tool/discover_verb.h: `ledboard discover`: a table of all boards that answer.
 #pragma once
 
 #include "verb.h"

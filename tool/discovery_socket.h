@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// discovery_socket.h — the UDP socket through which boards are asked and through which their answers come.
+// tool/discovery_socket.h: the UDP socket through which boards are asked and through which their answers
+// come.
 //
 // It is bound to 0.0.0.0: boards answer by broadcast more often than not, and a socket bound to one of the
 // PC's addresses never gets a broadcast. The interface is therefore chosen per datagram (packet info), which

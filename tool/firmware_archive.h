@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// firmware_archive.h — a firmware archive on the PC's disk: a gzip-compressed tar with "update.sh" at its
+// tool/firmware_archive.h: a firmware archive on the PC's disk: a gzip-compressed tar with "update.sh" at its
 // top.
 #pragma once
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// firmware_session.h — the client's side of the firmware service (docs/protocols.md, "Firmware"). One thread
-// at a time; every call throws ToolError.
+// tool/firmware_session.h: the client's side of the firmware service (docs/protocols.md, "Firmware"). One
+// thread at a time; every call throws ToolError.
 #pragma once
 
 #include "keep_alive.h"

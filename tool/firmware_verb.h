@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// firmware_verb.h — "ledboard firmware version|install|result"
+// tool/firmware_verb.h: "ledboard firmware version|install|result"
 #pragma once
 
 #include "verb.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// info_verb.h — `ledboard info BOARD...`: the whole record of a board.
+// tool/info_verb.h: `ledboard info BOARD...`: the whole record of a board.
 #pragma once
 
 #include "verb.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// interrupt.h — Ctrl-C ends whatever waits, in any thread, so that a verb can say what state the board is in.
-// A second Ctrl-C kills the tool at once.
+// tool/interrupt.h: Ctrl-C ends whatever waits, in any thread, so that a verb can say what state the board is
+// in. A second Ctrl-C kills the tool at once.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// keep_alive.h — keeps a session with a board open.
+// tool/keep_alive.h: keeps a session with a board open.
 //
 // A board closes a session 42 seconds after it last heard a search from the address at its other end, however
 // busy the session is. So a thread sends one every 10 seconds, from that same address.

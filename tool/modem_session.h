@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// modem_session.h — asks a board's modem service.
+// tool/modem_session.h: asks a board's modem service.
 #pragma once
 
 #include "records/modem_records.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// modem_verb.h — "ledboard modem": how a board's 3G modem is and what it has received.
+// tool/modem_verb.h: "ledboard modem": how a board's 3G modem is and what it has received.
 #pragma once
 
 #include "verb.h"

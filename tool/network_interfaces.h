@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// network_interfaces.h — the PC's interfaces on which boards can be asked.
+// tool/network_interfaces.h: the PC's interfaces on which boards can be asked.
 #pragma once
 
 #include <string>

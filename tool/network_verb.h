@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// network_verb.h — "ledboard network show|dhcp|static"
+// tool/network_verb.h: "ledboard network show|dhcp|static"
 #pragma once
 
 #include "verb.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// program_folder.h — a display program on this PC: its files, and whether a board would take them.
+// tool/program_folder.h: a display program on this PC: its files, and whether a board would take them.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// progress.h — how far a long job is: a bar on a terminal, a line each 10 % elsewhere, an object a line with
+// tool/progress.h: how far a long job is: a bar on a terminal, a line each 10 % elsewhere, an object a line
+// with
 // --json, nothing with --quiet. One thread per Progress; several of them may run at once.
 #pragma once
 

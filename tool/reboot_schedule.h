@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// reboot_schedule.h — when a board reboots by itself: out of words, and into words. No sockets.
+// tool/reboot_schedule.h: when a board reboots by itself: out of words, and into words. No sockets.
 #pragma once
 
 #include "records/setting_records.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// screen_verbs.h — verbs for what is on the screen: `ledboard brightness`, `boot-screen`, `luminance`,
+// tool/screen_verbs.h: verbs for what is on the screen: `ledboard brightness`, `boot-screen`, `luminance`,
 // `smart-setting`, `slant-line`, `fpga-frame`.
 #pragma once
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// server_settings.h — asks a board about its remote management server by UDP (docs/protocols.md,
+// tool/server_settings.h: asks a board about its remote management server by UDP (docs/protocols.md,
 // "Discovery").
 //
 // All requests go to the board's own address: the one that sets the server is obeyed by every board that gets

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// server_verb.h — "ledboard server show|set|forget"
+// tool/server_verb.h: "ledboard server show|set|forget"
 #pragma once
 
 #include "verb.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// session_client.h — one TCP session with a board: connects, logs in to a service, sends and receives bytes.
+// tool/session_client.h: one TCP session with a board: connects, logs in to a service, sends and receives
+// bytes.
 #pragma once
 
 #include "board.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// setting_client.h — one client of a board's setting service, through its own port or a session of the main
-// port; the packets are the same.
+// tool/setting_client.h: one client of a board's setting service, through its own port or a session of the
+// main port; the packets are the same.
 #pragma once
 
 #include "keep_alive.h"

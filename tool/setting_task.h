@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// setting_task.h — what the verbs of the setting service share: their arguments, one client per board, files
-// of this PC.
+// tool/setting_task.h: what the verbs of the setting service share: their arguments, one client per board,
+// files of this PC.
 #pragma once
 
 #include "setting_client.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// settings_file.h — the content of a settings file, and the names of its parameters. No sockets.
+// tool/settings_file.h: the content of a settings file, and the names of its parameters. No sockets.
 #pragma once
 
 #include "records/setting_records.h"

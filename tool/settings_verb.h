@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// settings_verb.h — `ledboard settings show|save|load|set`: the screen settings of a board.
+// tool/settings_verb.h: `ledboard settings show|save|load|set`: the screen settings of a board.
 #pragma once
 
 #include "verb.h"

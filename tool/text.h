@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// text.h — texts that came over the network, made fit for JSON and for a terminal, and the forms in which
+// tool/text.h: texts that came over the network, made fit for JSON and for a terminal, and the forms in which
 // the tool shows sizes and times.
 #pragma once
 

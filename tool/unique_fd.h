@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// unique_fd.h — owns one descriptor.
+// tool/unique_fd.h: owns one descriptor.
 #pragma once
 
 #include <unistd.h>

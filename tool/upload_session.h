@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// upload_session.h — the client's side of an upload (docs/protocols.md, "Upload"). One thread at a time.
+// tool/upload_session.h: the client's side of an upload (docs/protocols.md, "Upload"). One thread at a time.
 #pragma once
 
 #include "keep_alive.h"

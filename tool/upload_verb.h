@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// upload_verb.h — `ledboard upload BOARD... FOLDER`: replaces the display program of a board.
+// tool/upload_verb.h: `ledboard upload BOARD... FOLDER`: replaces the display program of a board.
 #pragma once
 
 #include "verb.h"

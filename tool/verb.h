@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// verb.h — what a verb is: one pair of files with one function, and one row in the table of tool.cpp.
+// tool/verb.h: what a verb is: one pair of files with one function, and one row in the table of tool.cpp.
 #pragma once
 
 #include "output.h"

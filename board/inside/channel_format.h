@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// channel_format.h — what travels between the library outside and the init process inside the board.
+// board/inside/channel_format.h: what travels between the library outside and the init process inside the
+// board.
 //
 // One message per packet of a SOCK_SEQPACKET pair. A message starts with its kind; numbers are in the
 // machine's own order, since both ends run on it.

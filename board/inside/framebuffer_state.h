@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// framebuffer_state.h — the mode of each of the board's "/dev/fb0" to "/dev/fb2", kept in a file beside it:
-// the library lays it down, the shim in the daemon answers from it.
+// board/inside/framebuffer_state.h: the mode of each of the board's "/dev/fb0" to "/dev/fb2", kept in a file
+// beside it: the library lays it down, the shim in the daemon answers from it.
 #pragma once
 
 #include <linux/fb.h>

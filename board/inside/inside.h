@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// inside.h — the helper that runs inside the board; which part of it runs is decided by the name it was
-// started under. Static, without sanitizers, so that starting it costs next to nothing.
+// board/inside/inside.h: the helper that runs inside the board; which part of it runs is decided by the name
+// it was started under. Static, without sanitizers, so that starting it costs next to nothing.
 #pragma once
 
 // Process 1 of the board: enters the root, starts what the library asks for, reaps, reports.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// init_network_arp.h — the probe's ARP socket, and the packets that go through it. Main thread.
+// src/addressing/arp_socket.h: the probe's ARP socket, and the packets that go through it. Main thread.
 #pragma once
 
 #include "addressing/link_local_claim.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// init_network.h — finds the board an address of its own when no DHCP server gives one: IPv4 link-local
-// addressing, RFC 3927, on eth0 (docs/protocols.md, "Link-local addressing"). Main thread.
+// src/addressing/init_network.h: finds the board an address of its own when no DHCP server gives one: IPv4
+// link-local addressing, RFC 3927, on eth0 (docs/protocols.md, "Link-local addressing"). Main thread.
 //
 // A lease always wins, a fixed address is never touched. The probe's socket is slot 5 of the work loop.
 #pragma once

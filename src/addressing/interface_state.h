@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// init_network_interface.h — what an interface has, and the link-local address that it is given or loses.
-// Main thread. Addresses are in host byte order.
+// src/addressing/interface_state.h: what an interface has, and the link-local address that it is given or
+// loses. Main thread. Addresses are in host byte order.
 #pragma once
 
 #include "addressing/link_local_claim.h"

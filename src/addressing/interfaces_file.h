@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// ip_config_file.h — how the interfaces file changes with the addressing. No file is touched here.
+// src/addressing/interfaces_file.h: how the interfaces file changes with the addressing. No file is touched
+// here.
 //
 // The file is taken line by line. A line is what ends in a newline, at most kInterfacesLine bytes; the rest
 // of a longer one counts as the next line.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// ip_config.h — the board's addressing: fixed or dynamic, the custom port, and changes to them
+// src/addressing/ip_config.h: the board's addressing: fixed or dynamic, the custom port, and changes to them
 // (docs/protocols.md, "Discovery"). Main thread.
 #pragma once
 

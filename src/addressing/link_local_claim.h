@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// init_network_claim.h — how a link-local address is claimed, announced and defended (RFC 3927, 2.1 to 2.5
-// and section 9), without a socket and without a clock of its own. One thread.
+// src/addressing/link_local_claim.h: how a link-local address is claimed, announced and defended (RFC
+// 3927, 2.1 to 2.5 and section 9), without a socket and without a clock of its own. One thread.
 //
 // Every call says what the caller is to do now. `now` is of a clock that never goes back.
 #pragma once

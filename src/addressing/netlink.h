@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// netlink.h — link events of the kernel, and the default route that follows the cable. Main thread.
+// src/addressing/netlink.h: link events of the kernel, and the default route that follows the cable. Main
+// thread.
 #pragma once
 
 #include "records/wire_types.h"

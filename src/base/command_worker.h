@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// command_worker.h — runs slow commands one after the other, off the caller's thread.
+// src/base/command_worker.h: runs slow commands one after the other, off the caller's thread.
 #pragma once
 
 #include "base/shell.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// crc32.h — reflected CRC-32 of IEEE 802.3, for tools that are built on the daemon's library. Any thread.
+// src/base/crc32.h: reflected CRC-32 of IEEE 802.3, for tools that are built on the daemon's library. Any
+// thread.
 #pragma once
 
 #include <cstdint>

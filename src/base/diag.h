@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// diag.h — the one line format of the daemon's log on standard output. Any thread; a line is never torn.
+// src/base/diag.h: the one line format of the daemon's log on standard output. Any thread; a line is never
+// torn.
 #pragma once
 
 // Prints "[---unit::function::line---] message\n". `unit` is the name that the line must show

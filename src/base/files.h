@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// files.h — small files read and rewritten whole. Any thread. Names are bytes.
+// src/base/files.h: small files read and rewritten whole. Any thread. Names are bytes.
 #pragma once
 
 #include <cstddef>

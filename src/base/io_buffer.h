@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// io_buffer.h — a file written or read through stdio, with a buffer of the caller's size. One thread at a
-// time.
+// src/base/io_buffer.h: a file written or read through stdio, with a buffer of the caller's size. One thread
+// at a time.
 #pragma once
 
 #include <cstdio>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// log.h — a log file of one line.
+// src/base/log.h: a log file of one line.
 #pragma once
 
 #include "base/io_buffer.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// md5.h — MD5 digests (RFC 1321). One object per digest; an object belongs to one thread at a time.
+// src/base/md5.h: MD5 digests (RFC 1321). One object per digest; an object belongs to one thread at a time.
 #pragma once
 
 #include <array>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// paths.h — every absolute path that the daemon uses.
+// src/base/paths.h: every absolute path that the daemon uses.
 #pragma once
 
 namespace paths

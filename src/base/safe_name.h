@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// safe_name.h — the one place that decides whether a name that came over the network may be used. Any thread.
+// src/base/safe_name.h: the one place that decides whether a name that came over the network may be used. Any
+// thread.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// serial.h — the one serial port, to the FPGA. Not locked: the setting service holds its own lock.
+// src/base/serial.h: the one serial port, to the FPGA. Not locked: the setting service holds its own lock.
 #pragma once
 
 #include <termios.h>

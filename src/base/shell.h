@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// shell.h — the daemon's one door to the shell. Any thread.
+// src/base/shell.h: the daemon's one door to the shell. Any thread.
 //
 // Children get an empty signal mask, default signal actions and no descriptor but the standard ones.
 #pragma once

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// sockets.h — descriptors that close themselves, and sends that neither raise SIGPIPE nor stall the caller
-// for long.
+// src/base/sockets.h: descriptors that close themselves, and sends that neither raise SIGPIPE nor stall the
+// caller for long.
 #pragma once
 
 #include "records/wire_types.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// threads.h — threads of the daemon never run a signal handler.
+// src/base/threads.h: threads of the daemon never run a signal handler.
 #pragma once
 
 #include <pthread.h>

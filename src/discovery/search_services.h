@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// search_services.h — discovery by UDP and the device-information record (docs/protocols.md, "Discovery").
+// src/discovery/search_services.h: discovery by UDP and the device-information record (docs/protocols.md,
+// "Discovery").
 #pragma once
 
 #include "records/discovery_records.h"

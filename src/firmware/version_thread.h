@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// version_thread.h — the firmware upgrade service (docs/protocols.md, "Firmware"). Main thread, but for the
-// own listener of version_listener.cpp, which start-up does not start.
+// src/firmware/version_thread.h: the firmware upgrade service (docs/protocols.md, "Firmware"). Main thread,
+// but for the own listener of version_listener.cpp, which start-up does not start.
 #pragma once
 
 #include "base/files.h"

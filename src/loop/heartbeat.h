@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// heartbeat.h — tells the local supervisor once a second that the daemon is alive (docs/protocols.md,
+// src/loop/heartbeat.h: tells the local supervisor once a second that the daemon is alive (docs/protocols.md,
 // "Heartbeat").
 #pragma once
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// network.h — the work loop: one thread, nine watched endpoints, every TCP client (docs/protocols.md,
+// src/loop/network.h: the work loop: one thread, nine watched endpoints, every TCP client (docs/protocols.md,
 // first table).
 #pragma once
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// network_setup.h — what the work loop does before its first round. Main thread.
+// src/loop/network_setup.h: what the work loop does before its first round. Main thread.
 #pragma once
 
 #include "loop/network.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// third_generation_answers.h — what the lines of an answer say (3GPP TS 27.007 and 27.005). Pure; lines come
+// src/modem/at_answers.h: what the lines of an answer say (3GPP TS 27.007 and 27.005). Pure; lines come
 // without their prefix.
 #pragma once
 

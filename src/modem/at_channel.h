@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// third_generation_channel.h — one AT command at a time over the modem's line. Modem thread.
+// src/modem/at_channel.h: one AT command at a time over the modem's line. Modem thread.
 #pragma once
 
 #include "modem/at_lines.h"

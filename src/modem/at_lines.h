@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// third_generation_lines.h — cuts what a modem sends into lines, and lines into the answer of a command (3GPP
+// src/modem/at_lines.h: cuts what a modem sends into lines, and lines into the answer of a command (3GPP
 // TS 27.007, 4 and 27.005, 3; ITU-T V.250, 5.7). Sees no descriptor. Modem thread.
 #pragma once
 

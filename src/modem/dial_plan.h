@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// third_generation_link.h — the modem's data link: when pppd is started, and whether ppp0 is there. The
+// src/modem/dial_plan.h: the modem's data link: when pppd is started, and whether ppp0 is there. The
 // default route belongs to the link monitor (netlink.h).
 #pragma once
 

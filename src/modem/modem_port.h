@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// third_generation_port.h — the modem's line "/dev/ttyUSB3" (115200 8N1), opened for the daemon alone. Modem
+// src/modem/modem_port.h: the modem's line "/dev/ttyUSB3" (115200 8N1), opened for the daemon alone. Modem
 // thread; whoever ends the thread calls Stop.
 #pragma once
 

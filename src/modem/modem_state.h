@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// third_generation_state.h — what is known about the modem. The modem thread writes it, sessions read it; any
+// src/modem/modem_state.h: what is known about the modem. The modem thread writes it, sessions read it; any
 // thread.
 #pragma once
 

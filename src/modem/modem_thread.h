@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// third_generation_modem.h — the thread that drives the modem: finds it, brings it into order, looks every 10
+// src/modem/modem_thread.h: the thread that drives the modem: finds it, brings it into order, looks every 10
 // s how it is, reads its messages, keeps its data link.
 #pragma once
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// third_generation_store.h — messages on the disk: "/home/root/plexa_data/sms", one JSON object a line. Modem
+// src/modem/sms_store.h: messages on the disk: "/home/root/plexa_data/sms", one JSON object a line. Modem
 // thread.
 #pragma once
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// third_generation_sms.h — the texts of a modem as UTF-8, and a message as it is kept. Pure.
+// src/modem/sms_text.h: the texts of a modem as UTF-8, and a message as it is kept. Pure.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// third_generation.h — the 3G modem service (docs/protocols.md, "Modem"): sessions ask it how the modem is
-// and what it has received. Main thread; the modem itself is driven by a thread that never keeps a caller
-// waiting.
+// src/modem/third_generation.h: the 3G modem service (docs/protocols.md, "Modem"): sessions ask it how the
+// modem is and what it has received. Main thread; the modem itself is driven by a thread that never keeps a
+// caller waiting.
 #pragma once
 
 #include "modem/modem_thread.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// server_witch_plexa.h — messages to and from the player (docs/protocols.md, "Player").
+// src/player/server_witch_plexa.h: messages to and from the player (docs/protocols.md, "Player").
 #pragma once
 
 struct SocketSession;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// device_context_config.h — the text of the remote-server configuration file (docs/protocols.md, "Files").
+// src/remote/config.h: the text of the remote-server configuration file (docs/protocols.md, "Files").
 // Any thread.
 #pragma once
 

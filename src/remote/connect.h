@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// device_context_connect.h — threads that connect to the remote server, log in and hand the socket over.
+// src/remote/connect.h: threads that connect to the remote server, log in and hand the socket over.
 //
 // Of all that were started only the newest may log in: an older one ends at its next step, its socket closed.
 #pragma once

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// remote_digest.h — answers GetFileMD5. A large file is read by a worker thread; the work loop then watches
-// the worker's event in place of the server's socket, so that it serves everybody else and the server's next
-// command waits. Main thread only.
+// src/remote/digest.h: answers GetFileMD5. A large file is read by a worker thread; the work loop then
+// watches the worker's event in place of the server's socket, so that it serves everybody else and the
+// server's next command waits. Main thread only.
 #pragma once
 
 #include "records/wire_types.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// remote_framing.h — cuts what the remote server sends into packets and decodes them. Sees no descriptor.
+// src/remote/framing.h: cuts what the remote server sends into packets and decodes them. Sees no descriptor.
 #pragma once
 
 #include "records/remote_records.h"

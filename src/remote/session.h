@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// remote_session.h — begins and ends the session of a remote user, and tells him what is in the program
+// src/remote/session.h: begins and ends the session of a remote user, and tells him what is in the program
 // folder. Main thread only; the functions that take a packet are RemoteHandlers.
 #pragma once
 

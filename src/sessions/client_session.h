@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// client_session.h — accepted TCP clients, and the registry that ages them.
+// src/sessions/client_session.h: accepted TCP clients, and the registry that ages them.
 //
 // The registry (s_list) holds the same sessions as the work loop's list. A session whose peer is not heard of
 // by a discovery search for 42 ticks is marked for closing, unless it is the player's.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// llist.h — singly linked list of untyped pointers behind a head node. Not locked: whoever shares a list
-// locks it.
+// src/sessions/llist.h: singly linked list of untyped pointers behind a head node. Not locked: whoever shares
+// a list locks it.
 #pragma once
 
 struct llist {

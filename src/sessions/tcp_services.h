@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// tcp_services.h — accepts TCP clients, logs them in, cuts packets and hands them to the services. Main
-// thread only.
+// src/sessions/tcp_services.h: accepts TCP clients, logs them in, cuts packets and hands them to the
+// services. Main thread only.
 //
 // A service's packet handler is called with the packet at the start of `buff`, as long as its length word
 // says (but never trust the word beyond `remain` bytes). It finishes with the packet before it returns, may

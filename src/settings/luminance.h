@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// luminance.h — the largest luminance at which the panel still refreshes 100 times a second
+// src/settings/luminance.h: the largest luminance at which the panel still refreshes 100 times a second
 // (docs/protocols.md, "Files"). Pure computing but for ReadPanel; any thread.
 //
 // The letters: t minimum pulse width, w width, h rows of a scan, s scan divisor (0 counts as 1), n bit

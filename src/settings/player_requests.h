@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// server_witch_plexa_settings.h — what the player asks of the settings and the FPGA (docs/protocols.md,
+// src/settings/player_requests.h: what the player asks of the settings and the FPGA (docs/protocols.md,
 // "Player"). Main thread.
 #pragma once
 

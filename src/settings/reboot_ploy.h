@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// reboot_ploy.h — the board's reboot schedule: every N days or on weekdays, at a time of day
+// src/settings/reboot_ploy.h: the board's reboot schedule: every N days or on weekdays, at a time of day
 // (docs/protocols.md, "Files").
 #pragma once
 

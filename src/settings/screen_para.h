@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// screen_para.h — screen size and luminance as the boot copy of the settings holds them. Any thread.
+// src/settings/screen_para.h: screen size and luminance as the boot copy of the settings holds them. Any
+// thread.
 #pragma once
 
 // Pixels, and the value of the sixth record. What the file does not say keeps what the caller put there.

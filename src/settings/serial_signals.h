@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// serial_signals.h — SIGUSR1 sends "/home/root/plexa/serial.ini" to the FPGA (docs/protocols.md, "Files"),
-// SIGUSR2 turns the slant lines on and off (docs/protocols.md, "Slant lines").
+// src/settings/serial_signals.h: SIGUSR1 sends "/home/root/plexa/serial.ini" to the FPGA (docs/protocols.md,
+// "Files"), SIGUSR2 turns the slant lines on and off (docs/protocols.md, "Slant lines").
 #pragma once
 
 // Catches the signals from now on. False when they cannot be (logged).

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// serial_thread.h — the setting service and its serial line to the FPGA (docs/protocols.md, "Settings" and
-// "FPGA").
+// src/settings/serial_thread.h: the setting service and its serial line to the FPGA (docs/protocols.md,
+// "Settings" and "FPGA").
 //
 // One lock guards the packet, the files under way, the caches, the settings files, the serial line and the
 // slant lines, so that the service thread (port 8879), the main thread (sessions, player, reboot schedule)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// serial_thread_commands.h — the commands of the setting service, for its own units. With its lock held.
+// src/settings/serial_thread_commands.h: the commands of the setting service, for its own units. With its
+// lock held.
 #pragma once
 
 #include "settings/serial_thread.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// setting_answer.h — what the handling of one settings packet leaves to be done without the service's lock.
+// src/settings/setting_answer.h: what the handling of one settings packet leaves to be done without the
+// service's lock.
 #pragma once
 
 #include "base/files.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// serial_thread_slant.h — slant lines that creep over the panel, with which a technician checks its wiring
-// (docs/protocols.md, "Slant lines"). With the setting service's lock held, but for the free function.
+// src/settings/slant_pattern.h: slant lines that creep over the panel, with which a technician checks its
+// wiring (docs/protocols.md, "Slant lines"). With the setting service's lock held, but for the free function.
 #pragma once
 
 #include "panelfb/panel-fb.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// services.h — the long-lived service objects. Start-up sets each pointer once; they are never replaced or
-// freed.
+// src/state/services.h: the long-lived service objects. Start-up sets each pointer once; they are never
+// replaced or freed.
 #pragma once
 
 class KSerialThread;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// system_env.h — queries of the board's environment. Each reads the system afresh; any thread.
+// src/state/system_env.h: queries of the board's environment. Each reads the system afresh; any thread.
 #pragma once
 
 #include <cstdint>

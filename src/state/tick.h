@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// tick.h — what runs about once a second: the tick source and the table of tick functions.
+// src/state/tick.h: what runs about once a second: the tick source and the table of tick functions.
 #pragma once
 
 using TickFunction = void (*)();

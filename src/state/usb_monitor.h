@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// usb_monitor.h — what lies on the USB disk.
+// src/state/usb_monitor.h: what lies on the USB disk.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// session_owner.h — whoever owns an upload service and wants to hear of its end.
+// src/upload/session_owner.h: whoever owns an upload service and wants to hear of its end.
 #pragma once
 
 #include <QObject>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// work_thread.h — the upload service: program files from PC software (docs/protocols.md, "Upload").
+// src/upload/work_thread.h: the upload service: program files from PC software (docs/protocols.md, "Upload").
 //
 // One object for the life of the process. All sessions of sub-type 0 share it, and with it the file being
 // received, the mode and the lists. Main thread.

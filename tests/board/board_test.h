@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// board_test.h — what every test on a virtual board begins with.
+// tests/board/board_test.h: what every test on a virtual board begins with.
 #pragma once
 
 #include "virtual_board.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// ledboard_run.h — the real ledboard, run on the PC side as a user runs it off a terminal.
+// tests/board/ledboard_run.h: the real ledboard, run on the PC side as a user runs it off a terminal.
 #pragma once
 
 #include "descriptor.h"

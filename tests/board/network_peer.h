@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// network_peer.h — a board and the PC's discovery socket on the same cable; wire bytes are typed by hand.
+// tests/board/network_peer.h: a board and the PC's discovery socket on the same cable; wire bytes are typed
+// by hand.
 #pragma once
 
 #include "board_test.h"

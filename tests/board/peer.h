@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// peer.h — a plain TCP peer of the board, and integers as they are typed into packets.
+// tests/board/peer.h: a plain TCP peer of the board, and integers as they are typed into packets.
 #pragma once
 
 #include "descriptor.h"

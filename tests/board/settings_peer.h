@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// settings_peer.h — settings packets typed by hand, and a board with a setting service that is asked for
-// them.
+// tests/board/settings_peer.h: settings packets typed by hand, and a board with a setting service that is
+// asked for them.
 #pragma once
 
 #include "board_test.h"

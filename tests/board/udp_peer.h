@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// udp_peer.h — a PC's UDP socket on 0.0.0.0, and what it is told about each datagram that comes in.
+// tests/board/udp_peer.h: a PC's UDP socket on 0.0.0.0, and what it is told about each datagram that comes
+// in.
 #pragma once
 
 #include "board_test.h"

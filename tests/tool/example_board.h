@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// example_board.h — a board to vary: C1-0000000001 "Main gate" at 192.168.1.7.
+// tests/tool/example_board.h: a board to vary: C1-0000000001 "Main gate" at 192.168.1.7.
 #pragma once
 
 #include "board.h"

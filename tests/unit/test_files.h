@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// test_files.h — files of the private root, at the board's real paths.
+// tests/unit/test_files.h: files of the private root, at the board's real paths.
 #pragma once
 
 #include <filesystem>
