@@ -4,6 +4,7 @@
 // the length and the identifier allow, and nothing is changed by a datagram that names another board.
 #include "addressing/ip_config.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "discovery/search_services.h"
 #include "records/discovery_records.h"
 #include "remote/device_context.h"
@@ -39,9 +40,9 @@ void SetAddrParam(DeviceContext *, const char *addr, int, int, const char *usern
     ++s_serverChanges;
 }
 
-UniqueFd BoundToLoopback(sockaddr_in *address)
+ledboard::UniqueFd BoundToLoopback(sockaddr_in *address)
 {
-    UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
     setsockopt(fd.Get(), IPPROTO_IP, IP_PKTINFO, &on, sizeof on);
     address->sin_family = AF_INET;
@@ -65,8 +66,8 @@ struct Ends {
         g_deviceContext->ConnectToServer = [](DeviceContext *) {};
         g_deviceContext->DisconnectFromServer = [](DeviceContext *) {};
     }
-    UniqueFd pc;
-    UniqueFd board;
+    ledboard::UniqueFd pc;
+    ledboard::UniqueFd board;
     sockaddr_in address{};
 };
 

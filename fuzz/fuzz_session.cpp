@@ -3,6 +3,7 @@
 // upgrade runs, then each step is a length and as many bytes, which the daemon receives in one read. What
 // reaches the services, what is answered and when the session ends is compared with a plain model of the
 // framing.
+#include "common/unique_fd.h"
 #include "firmware/version_thread.h"
 #include "loop/network.h"
 #include "modem/third_generation.h"
@@ -278,7 +279,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     g_serverStatus.upgradeFlag = (data[0] & 4) != 0 ? 1 : 0;
     int ends[2];
     Require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
-    const UniqueFd client(ends[1]);
+    const ledboard::UniqueFd client(ends[1]);
     s_events.clear();
     Model model(others + 1, (data[0] & 4) != 0);
     {

@@ -4,6 +4,7 @@
 #include "addressing/interface_state.h"
 
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -53,7 +54,7 @@ AddressAttribute Attribute(unsigned short type, std::uint32_t address)
 // The kernel's answer is there when the request has been sent.
 bool ChangeAddress(unsigned short type, unsigned short flags, int interface, std::uint32_t address)
 {
-    const UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+    const ledboard::UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
     if (!fd.Valid())
         return false;
     AddressRequest request{};
@@ -124,7 +125,7 @@ std::optional<InterfaceState> ReadInterface(const char *ifname)
 
 void BringUp(const char *ifname)
 {
-    const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     std::strncpy(request.ifr_name, ifname, sizeof request.ifr_name - 1);
     if (!fd.Valid() || ioctl(fd.Get(), SIOCGIFFLAGS, &request) == -1)

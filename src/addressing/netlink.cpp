@@ -4,6 +4,7 @@
 #include "base/diag.h"
 #include "base/shell.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 
 #include <arpa/inet.h>
 #include <linux/if.h>
@@ -74,7 +75,7 @@ std::optional<LinkMessage> TakeLinkMessage(wire::Bytes *left)
 
 int BuildNetlinkSocket()
 {
-    UniqueFd fd(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
+    ledboard::UniqueFd fd(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
     if (!fd.Valid()) {
         DiagErrno(kUnit, __func__, __LINE__, "netlink, socket: ");
         return -1;
@@ -124,7 +125,7 @@ void ProcEth0Up()
 void SetPppGatway()
 {
     Diag(kUnit, __func__, __LINE__, "Enter SetPppGatway ----!");
-    const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!fd.Valid()) {
         std::perror("create socket error");
         return;

@@ -2,6 +2,7 @@
 #include "base/files.h"
 
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -17,7 +18,7 @@ void SyncFolderOf(const std::string &path)
 {
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const UniqueFd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const ledboard::UniqueFd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (fd.Valid())
         fsync(fd.Get());
 }
@@ -91,7 +92,7 @@ bool FileReplacement::Commit()
 
 bool SyncFile(const std::string &path)
 {
-    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const ledboard::UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!fd.Valid() || fsync(fd.Get()) == -1)
         return false;
     SyncFolderOf(path);

@@ -4,6 +4,7 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -175,8 +176,8 @@ std::string ReadShell(const std::string &command, std::size_t limit)
         DiagErrno(kUnit, "ReadShell", __LINE__, "can't make a pipe for \"%s\": ", command.c_str());
         return {};
     }
-    const UniqueFd reading(ends[0]);
-    UniqueFd writing(ends[1]);
+    const ledboard::UniqueFd reading(ends[0]);
+    ledboard::UniqueFd writing(ends[1]);
     SpawnSetup setup;
     setup.SetStandardOutput(writing.Get());
     const std::optional<pid_t> child = setup.Start(command);

@@ -10,13 +10,6 @@
 #include <cerrno>
 #include <chrono>
 
-void UniqueFd::Reset(int fd)
-{
-    if (fd_ >= 0)
-        close(fd_);
-    fd_ = fd;
-}
-
 bool SetNonBlocking(int fd)
 {
     const int flags = fcntl(fd, F_GETFL);

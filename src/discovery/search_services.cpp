@@ -4,6 +4,7 @@
 #include "addressing/ip_config.h"
 #include "base/diag.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "remote/device_context.h"
 #include "sessions/client_session.h"
 #include "state/services.h"
@@ -233,7 +234,7 @@ int AnswerSetRemoteServer(int fd, const Datagram &datagram)
 
 int InitUdpSocket(const char *address, int port)
 {
-    UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.Valid()) {
         DiagErrno(kUnit, __func__, __LINE__, "create udp socket fail: ");
         return -1;

@@ -2,6 +2,7 @@
 // The firmware service's own listener. Start-up does not start it.
 #include "base/diag.h"
 #include "base/threads.h"
+#include "common/unique_fd.h"
 #include "firmware/version_thread.h"
 #include "records/firmware_records.h"
 
@@ -75,7 +76,7 @@ int KVersionThread::Init()
     if (initialised && oldSocket == -1)
         return 1;
     initialised = false;
-    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ledboard::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd.Valid()) {
         std::printf("version thread: open socket fail. errno: %d.\n", errno);
         return 0;

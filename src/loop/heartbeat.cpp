@@ -3,6 +3,7 @@
 
 #include "base/sockets.h"
 #include "base/threads.h"
+#include "common/unique_fd.h"
 #include "records/heartbeat_record.h"
 
 #include <arpa/inet.h>
@@ -106,7 +107,7 @@ void SendBeats(int fd)
 void work_thread(int fd)
 {
     CatchBrokenPipe();
-    UniqueFd socket(fd);
+    ledboard::UniqueFd socket(fd);
     for (;;) {
         g_heartbeat_fd = socket.Get();
         if (!ConnectToSupervisor(socket.Get()))

@@ -8,6 +8,7 @@
 #include "base/files.h"
 #include "base/paths.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "discovery/search_services.h"
 #include "records/session_records.h"
 #include "state/system_env.h"
@@ -179,7 +180,7 @@ void CloseSlots(MonitorSlots *slots)
 
 int InitTcpSocket(const char *address, int port)
 {
-    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    ledboard::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.Valid()) {
         DiagErrno(kUnit, __func__, __LINE__, "create tcp socket fail: ");
         return -1;

@@ -5,6 +5,7 @@
 #include "base/files.h"
 #include "base/paths.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 
 #include <dirent.h>
 #include <net/if.h>
@@ -58,7 +59,7 @@ std::array<std::uint8_t, 4> PppAddress()
     std::array<std::uint8_t, 4> bytes{};
     ifreq request{};
     std::strncpy(request.ifr_name, kLink, sizeof request.ifr_name - 1);
-    const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!fd.Valid() || ioctl(fd.Get(), SIOCGIFADDR, &request) == -1)
         return bytes;
     sockaddr_in address{};

@@ -3,6 +3,7 @@
 
 #include "base/paths.h"
 #include "base/serial.h"
+#include "common/unique_fd.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -37,7 +38,7 @@ bool ModemPort::Configure(int fd)
 bool ModemPort::Open()
 {
     // Without waiting for a carrier, which comes with a call only.
-    UniqueFd fd(open(paths::kModemDevice, O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+    ledboard::UniqueFd fd(open(paths::kModemDevice, O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     if (fd.Valid() && Configure(fd.Get())) {
         fd_ = std::move(fd);
         return true;

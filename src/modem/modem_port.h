@@ -4,6 +4,7 @@
 #pragma once
 
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 
 #include <chrono>
 #include <string>
@@ -36,7 +37,7 @@ private:
     Event Wait(int fd, short events, ModemClock::time_point end) const;
     bool Configure(int fd);
 
-    UniqueFd stop_; // an event
-    UniqueFd fd_;
+    ledboard::UniqueFd stop_; // an event
+    ledboard::UniqueFd fd_;
     std::string failure_;
 };

@@ -5,6 +5,7 @@
 #include "base/files.h"
 #include "base/paths.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "records/modem_records.h"
 
 #include <fcntl.h>
@@ -69,7 +70,7 @@ void SmsStore::Load()
 bool SmsStore::Append(const SmsMessage &message)
 {
     mkdir(paths::kPlexaData, 0700);
-    const UniqueFd file(open(paths::kSms, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+    const ledboard::UniqueFd file(open(paths::kSms, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
     struct stat status = {};
     if (!file.Valid() || fstat(file.Get(), &status) == -1)
         return false;

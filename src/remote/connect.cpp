@@ -4,6 +4,7 @@
 #include "base/diag.h"
 #include "base/sockets.h"
 #include "base/threads.h"
+#include "common/unique_fd.h"
 #include "discovery/search_services.h"
 #include "records/remote_records.h"
 #include "remote/config.h"
@@ -184,7 +185,7 @@ bool SendLogin(DeviceContext *context, int fd)
 }
 
 // Gives the socket to the work loop, once that has said where; leaves it when there is no place for it.
-void HandOver(unsigned number, DeviceContext *context, UniqueFd &socket)
+void HandOver(unsigned number, DeviceContext *context, ledboard::UniqueFd &socket)
 {
     std::unique_lock lock(RemoteMutex());
     s_changed.wait(lock, [number] { return s_monitorIsKnown || number != s_newest; });
@@ -208,7 +209,7 @@ void EndLogin()
 
 void Run(unsigned number, DeviceContext *context)
 {
-    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    ledboard::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.Valid()) {
         DiagErrno(kUnit, "ConnectThread", __LINE__, "create socket fail: ");
         return;

@@ -6,6 +6,7 @@
 #include "base/paths.h"
 #include "base/shell.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "records/remote_records.h"
 #include "remote/config.h"
 #include "remote/connect.h"
@@ -82,14 +83,14 @@ int GetSocketFD(DeviceContext *context)
 }
 
 // Takes the connection apart and returns the socket, which the caller closes. RemoteMutex() is held.
-UniqueFd TakeSocket(DeviceContext *context)
+ledboard::UniqueFd TakeSocket(DeviceContext *context)
 {
     if (context->monitor != nullptr) {
         context->monitor->valid = 0;
         context->monitor->fd = -1;
     }
     context->bufferIndex = 0;
-    return UniqueFd(std::exchange(context->privateFD, -1));
+    return ledboard::UniqueFd(std::exchange(context->privateFD, -1));
 }
 
 void SetMonitor(DeviceContext *context, MonitorSession *monitor)

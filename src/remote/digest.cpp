@@ -5,6 +5,7 @@
 #include "base/md5.h"
 #include "base/sockets.h"
 #include "base/threads.h"
+#include "common/unique_fd.h"
 #include "remote/connect.h"
 #include "remote/device_context.h"
 #include "remote/files.h"
@@ -33,7 +34,7 @@ constexpr off_t kLargeFile = 1 << 20; // bytes; a smaller one is read faster tha
 struct DigestJob {
     std::string path;
     wire::RemoteNamePacket named; // the reply without its digest
-    UniqueFd event;               // readable when `digest` is there
+    ledboard::UniqueFd event;     // readable when `digest` is there
     std::atomic<bool> abandoned = false;
     std::optional<KMD5::Digest> digest;
 };

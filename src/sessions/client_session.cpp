@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "sessions/client_session.h"
 
+#include "common/unique_fd.h"
+
 #include <fcntl.h>
 
 namespace
@@ -84,7 +86,7 @@ FoundSession FindSession(std::int32_t subType)
     found.result = FindLocked(subType, &session);
     if (found.result == FoundSession::kFound) {
         found.fd = session->fd;
-        found.socket = UniqueFd(fcntl(session->fd, F_DUPFD_CLOEXEC, 0));
+        found.socket = ledboard::UniqueFd(fcntl(session->fd, F_DUPFD_CLOEXEC, 0));
     }
     return found;
 }
@@ -95,7 +97,7 @@ FoundSession::Result DropSession(std::int32_t subType)
     SocketSession *session = nullptr;
     const FoundSession::Result result = FindLocked(subType, &session);
     if (result == FoundSession::kFound) {
-        UniqueFd(session->fd).Reset();
+        ledboard::UniqueFd(session->fd).Reset();
         session->fd = -1;
         session->connectFlag = 0;
     }

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "records/session_records.h"
 #include "sessions/llist.h"
 
@@ -46,9 +47,9 @@ void ClientSessionTick();                  // tick function, about once a second
 // ends.
 struct FoundSession {
     enum Result { kNone, kEmptyNode, kFound };
-    Result result = kNone; // kEmptyNode: a node without a session came first
-    int fd = -1;           // the session's descriptor number, for log lines only
-    UniqueFd socket;       // a duplicate to send on
+    Result result = kNone;     // kEmptyNode: a node without a session came first
+    int fd = -1;               // the session's descriptor number, for log lines only
+    ledboard::UniqueFd socket; // a duplicate to send on
 };
 FoundSession FindSession(std::int32_t subType); // any thread; the first one in list order
 

@@ -2,6 +2,7 @@
 #include "sessions/tcp_services.h"
 
 #include "base/diag.h"
+#include "common/unique_fd.h"
 #include "firmware/version_thread.h"
 #include "loop/network.h"
 #include "modem/third_generation.h"
@@ -39,7 +40,7 @@ constexpr std::chrono::milliseconds kMemoryPause{20}; // the client that cannot 
 
 // Given away for a moment when accept runs out of descriptors, so that the client can be turned away and the
 // listener does not stay readable for ever.
-UniqueFd s_spareFd;
+ledboard::UniqueFd s_spareFd;
 
 int DescriptorLimit()
 {
@@ -49,16 +50,16 @@ int DescriptorLimit()
     return static_cast<int>(limit.rlim_cur);
 }
 
-UniqueFd AcceptOne(int listenFd, sockaddr_in *peer)
+ledboard::UniqueFd AcceptOne(int listenFd, sockaddr_in *peer)
 {
     socklen_t size = sizeof *peer;
-    UniqueFd client(accept4(listenFd, reinterpret_cast<sockaddr *>(peer), &size, SOCK_CLOEXEC));
+    ledboard::UniqueFd client(accept4(listenFd, reinterpret_cast<sockaddr *>(peer), &size, SOCK_CLOEXEC));
     if (client.Valid())
         return client;
     const int error = errno;
     if (error == EMFILE || error == ENFILE) {
         s_spareFd.Reset();
-        UniqueFd(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC)).Reset();
+        ledboard::UniqueFd(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC)).Reset();
         s_spareFd.Reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
     } else if (error == ENOMEM || error == ENOBUFS) {
         std::this_thread::sleep_for(kMemoryPause);
@@ -292,7 +293,7 @@ int AcceptClient(int listenFd, llist *list)
         s_spareFd.Reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
     Diag(kUnit, __func__, __LINE__, "accept one client connecting.");
     sockaddr_in peer{};
-    UniqueFd client = AcceptOne(listenFd, &peer);
+    ledboard::UniqueFd client = AcceptOne(listenFd, &peer);
     if (!client.Valid()) {
         DiagErrno(kUnit, __func__, __LINE__, "accept socket fail");
         return 0;

@@ -11,6 +11,7 @@
 #include "base/files.h"
 #include "base/serial.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "records/setting_records.h"
 #include "settings/slant_pattern.h"
 
@@ -84,7 +85,7 @@ private:
 
     // Port 8879; service thread.
     bool SocketInit();
-    UniqueFd OpenListener() const;
+    ledboard::UniqueFd OpenListener() const;
     void Accept();
     static bool PrepareClient(int fd);
     void CloseListener();

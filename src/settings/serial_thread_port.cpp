@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Port 8879: one client at a time, refused by a closed port while one is served.
 #include "base/diag.h"
+#include "common/unique_fd.h"
 #include "settings/serial_thread.h"
 
 #include <fcntl.h>
@@ -52,9 +53,9 @@ bool NothingYet(ssize_t received)
 
 } // namespace
 
-UniqueFd KSerialThread::OpenListener() const
+ledboard::UniqueFd KSerialThread::OpenListener() const
 {
-    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ledboard::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd.Valid()) {
         std::printf("open socket fail. errno: %d.\n", errno);
         return fd;
@@ -82,7 +83,7 @@ bool KSerialThread::SocketInit()
         return true;
     oldListenFd = listenFd;
     initialised_ = false;
-    UniqueFd fd = OpenListener();
+    ledboard::UniqueFd fd = OpenListener();
     if (!fd.Valid())
         return false;
     listenFd = fd.Release();
@@ -109,7 +110,7 @@ void KSerialThread::Accept()
 {
     while (listenFd >= 0) {
         std::printf("serial thread socket: wait accept one client.\n");
-        UniqueFd client(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC));
+        ledboard::UniqueFd client(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC));
         if (!client.Valid()) {
             std::printf("accept one error socket and be continue;\n");
             // Without descriptors the client stays in the queue, and accept would fail at once again.

@@ -5,6 +5,7 @@
 #include "base/files.h"
 #include "base/paths.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "state/usb_monitor.h"
 
 #include <arpa/inet.h>
@@ -106,7 +107,7 @@ int GetLocalMac(const char *ifname, unsigned char *mac)
 
 std::uint32_t GetLocalMask(const char *ifname)
 {
-    const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!fd.Valid())
         return 0;
     ifreq request = RequestFor(ifname);

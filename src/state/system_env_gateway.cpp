@@ -2,6 +2,7 @@
 // The default gateway, asked of the kernel over route netlink (RFC 3549; message layout as in
 // <linux/rtnetlink.h>).
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "state/system_env.h"
 
 #include <arpa/inet.h>
@@ -131,7 +132,7 @@ std::optional<Route> ParseRoute(wire::Bytes message)
 
 int GetDefaultGateway(const char *ifname, char *text)
 {
-    const UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+    const ledboard::UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
     if (!fd.Valid())
         return -1;
     sockaddr_nl address{};

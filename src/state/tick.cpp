@@ -3,6 +3,7 @@
 
 #include "base/diag.h"
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "records/wire_types.h"
 
 #include <linux/netlink.h>
@@ -37,7 +38,7 @@ int s_timerFd = -1; // the replacement source, -1 with the board's driver
 
 int OpenDriver()
 {
-    UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, kTickProtocol));
+    ledboard::UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, kTickProtocol));
     if (!fd.Valid())
         return -1;
     sockaddr_nl address{};
@@ -50,7 +51,7 @@ int OpenDriver()
 
 int OpenTimer()
 {
-    UniqueFd fd(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+    ledboard::UniqueFd fd(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
     const itimerspec everySecond{.it_interval = {.tv_sec = 1, .tv_nsec = 0},
                                  .it_value = {.tv_sec = 1, .tv_nsec = 0}};
     if (!fd.Valid() || timerfd_settime(fd.Get(), 0, &everySecond, nullptr) == -1)

@@ -6,6 +6,7 @@
 #include "base/paths.h"
 #include "base/safe_name.h"
 #include "base/shell.h"
+#include "common/unique_fd.h"
 #include "loop/network.h"
 #include "player/server_witch_plexa.h"
 #include "records/player_records.h"
@@ -70,7 +71,7 @@ void MakeInternalFolders()
 // A datagram socket of kernel events, group 1, under this process' id.
 int OpenKernelEvents(int protocol, int receiveBuffer)
 {
-    UniqueFd events(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, protocol));
+    ledboard::UniqueFd events(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, protocol));
     if (!events.Valid()) {
         std::fprintf(stderr, "netlink, socket: %s, %d.\n", std::strerror(errno), errno);
         return -1;
@@ -338,7 +339,7 @@ int KWorkThread::AskTransComplete()
 // what it could not write behind our back.
 bool KWorkThread::IsStored() const
 {
-    const UniqueFd folder(open(ProgramFolder(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const ledboard::UniqueFd folder(open(ProgramFolder(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (uDiskMode != 0 && g_serverStatus.uDiskConnectFlag == 0)
         return false;
     if (!folder.Valid() && (uDiskMode != 0 || begun_))

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Where a reply goes, and what is obeyed whose identifier it carries.
 #include "base/sockets.h"
+#include "common/unique_fd.h"
 #include "discovery/search_services.h"
 #include "remote/device_context.h"
 #include "state/services.h"
@@ -29,8 +30,8 @@ protected:
     void SetUp() override
     {
         g_device.setID("C3-0123456789");
-        boardFd_ = UniqueFd(InitUdpSocket("0.0.0.0", kBoardPort));
-        pcFd_ = UniqueFd(InitUdpSocket("0.0.0.0", 0));
+        boardFd_ = ledboard::UniqueFd(InitUdpSocket("0.0.0.0", kBoardPort));
+        pcFd_ = ledboard::UniqueFd(InitUdpSocket("0.0.0.0", 0));
         ASSERT_TRUE(boardFd_.Valid() && pcFd_.Valid());
     }
 
@@ -72,8 +73,8 @@ protected:
     }
 
 private:
-    UniqueFd boardFd_;
-    UniqueFd pcFd_;
+    ledboard::UniqueFd boardFd_;
+    ledboard::UniqueFd pcFd_;
 };
 
 } // namespace

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "common/unique_fd.h"
 #include "firmware/version_thread.h"
 #include "remote/config.h"
 #include "remote/device_context.h"
@@ -59,7 +60,7 @@ public:
     int port = 0;
 
 private:
-    UniqueFd fd_;
+    ledboard::UniqueFd fd_;
 };
 
 std::string ReceiveAll(int fd)
@@ -214,7 +215,7 @@ TEST(RemoteConnection, OnlyTheNewestLogsInAndOnlyWithAMonitor)
     context->SetAddrParam(context, "127.0.0.1", 0, newer.port, "second");
     context->ConnectToServer(context);
     context->SetMonitor(context, &slot);
-    const UniqueFd peer(newer.Accept());
+    const ledboard::UniqueFd peer(newer.Accept());
     std::string login(43, 0);
     EXPECT_EQ(recv(peer.Get(), login.data(), login.size(), MSG_WAITALL), 43);
     EXPECT_EQ(login, "\3" + Le32(42) + Le32(2) + "second" + std::string(28, 0));
@@ -230,7 +231,7 @@ TEST(RemoteConnection, OnlyTheNewestLogsInAndOnlyWithAMonitor)
     context->DisconnectFromServer(context); // forgets that the last connection brought no answer
     context->SetAddrParam(context, "127.0.0.1", 0, newer.port, "third");
     context->ConnectToServer(context);
-    const UniqueFd again(newer.Accept());
+    const ledboard::UniqueFd again(newer.Accept());
     EXPECT_EQ(ReceiveAll(again.Get()).size(), 43U);
     EXPECT_EQ(context->GetSocketFD(context), -1);
     DestroyDeviceContext(context);
@@ -264,7 +265,7 @@ TEST(FirmwareListener, ServesOneClientAfterAnother)
         {ask, 25},
     };
     for (std::size_t index = 0; index < std::size(rows); ++index) {
-        const UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const ledboard::UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);

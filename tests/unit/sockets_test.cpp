@@ -2,6 +2,8 @@
 // Sends to peers that read slowly or not at all, while signals come.
 #include "base/sockets.h"
 
+#include "common/unique_fd.h"
+
 #include <gtest/gtest.h>
 
 #include <poll.h>
@@ -32,8 +34,8 @@ protected:
         ASSERT_EQ(sigaction(SIGUSR1, &nothing, &before_), 0);
         int ends[2];
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        session_ = UniqueFd(ends[0]);
-        peer_ = UniqueFd(ends[1]);
+        session_ = ledboard::UniqueFd(ends[0]);
+        peer_ = ledboard::UniqueFd(ends[1]);
         SetSessionSendLimit(session_.Get());
         signals_ = std::thread([this, sender = pthread_self()] {
             while (!stop_) {
@@ -51,8 +53,8 @@ protected:
     long Send() const { return SendBytes(session_.Get(), wire::BytesAt(text_.data(), text_.size())); }
 
     const std::string text_ = std::string(4 << 20, 'x'); // far more than the kernel holds
-    UniqueFd session_;
-    UniqueFd peer_;
+    ledboard::UniqueFd session_;
+    ledboard::UniqueFd peer_;
 
 private:
     struct sigaction before_ = {};
