@@ -8,6 +8,7 @@
 #include "discovery/search_services.h"
 #include "records/discovery_records.h"
 #include "remote/device_context.h"
+#include "state/device_record.h"
 #include "state/services.h"
 
 #include <arpa/inet.h>

@@ -5,11 +5,11 @@
 // framing.
 #include "common/unique_fd.h"
 #include "firmware/version_thread.h"
-#include "loop/network.h"
 #include "modem/third_generation.h"
 #include "player/server_witch_plexa.h"
 #include "sessions/tcp_services.h"
 #include "settings/serial_thread.h"
+#include "state/server_status.h"
 #include "state/services.h"
 #include "upload/work_thread.h"
 

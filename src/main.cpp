@@ -2,13 +2,13 @@
 // Start-up of the daemon: makes the services once, publishes them and hands the main thread to the work loop.
 #include "base/diag.h"
 #include "base/paths.h"
-#include "discovery/search_services.h"
 #include "firmware/version_thread.h"
 #include "loop/heartbeat.h"
 #include "loop/network.h"
 #include "modem/third_generation.h"
 #include "remote/device_context.h"
 #include "settings/serial_thread.h"
+#include "state/device_info.h"
 #include "state/services.h"
 #include "upload/work_thread.h"
 

@@ -3,10 +3,10 @@
 
 #include "addressing/arp_socket.h"
 #include "addressing/interface_state.h"
-#include "addressing/ip_config.h"
 #include "base/diag.h"
-#include "discovery/search_services.h"
-#include "loop/network.h"
+#include "state/addressing_mode.h"
+#include "state/device_record.h"
+#include "state/monitor_slots.h"
 #include "state/system_env.h"
 #include "state/tick.h"
 

@@ -4,15 +4,17 @@
 #include "addressing/interfaces_file.h"
 #include "base/command_worker.h"
 #include "base/files.h"
+#include "base/listeners.h"
 #include "base/paths.h"
 #include "base/shell.h"
-#include "discovery/search_services.h"
-#include "loop/network.h"
+#include "state/addressing_mode.h"
+#include "state/device_record.h"
+#include "state/monitor_slots.h"
+#include "state/server_config.h"
 
 #include <arpa/inet.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstring>
 
 static wire::UpdateLocalIP s_localIP{}; // the last request applied; zeros after its acknowledgement
@@ -20,12 +22,7 @@ static wire::UpdateLocalIP s_localIP{}; // the last request applied; zeros after
 namespace
 {
 
-std::atomic<int> s_fixedStatus{0};
-std::atomic<int> s_customPort{0};
-
 constexpr std::int32_t kDhcp = 1;
-constexpr std::int32_t kLowestCustomPort = 10000;
-constexpr std::int32_t kHighestCustomPort = 65535;
 constexpr char kAnyAddress[] = "0.0.0.0";
 
 // Never destroyed: its thread may run while the process ends.
@@ -143,7 +140,7 @@ void ChangeCustomPort(std::int32_t port)
     if (port == GetCustomPort())
         return;
     CloseCustomPort();
-    if (port < kLowestCustomPort || port > kHighestCustomPort)
+    if (port < kMinCustomPort || port > kMaxCustomPort)
         return;
     SetCustomPort(port);
     if (g_sessions != nullptr &&
@@ -182,26 +179,6 @@ void ApplyFixed(const wire::UpdateLocalIP &request)
 }
 
 } // namespace
-
-int GetFixedStatus()
-{
-    return s_fixedStatus;
-}
-
-void SetFixedStatus(int status)
-{
-    s_fixedStatus = status;
-}
-
-int GetCustomPort()
-{
-    return s_customPort;
-}
-
-void SetCustomPort(int port)
-{
-    s_customPort = port;
-}
 
 int UpdateSystemIP(const wire::UpdateLocalIP *request)
 {

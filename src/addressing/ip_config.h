@@ -12,8 +12,3 @@ int UpdateSystemIP(const wire::UpdateLocalIP *request);
 // Has the DHCP client on eth0 restarted and returns at once: the client stays in the foreground for as long
 // as it looks for a server. At most one restart waits behind the one that runs.
 void RestartDhcpClient();
-
-int GetFixedStatus(); // 0 dynamic, 1 fixed address; any thread
-void SetFixedStatus(int status);
-int GetCustomPort(); // 0 none; any thread
-void SetCustomPort(int port);

@@ -7,6 +7,8 @@
 #include "common/unique_fd.h"
 #include "remote/device_context.h"
 #include "sessions/client_session.h"
+#include "state/addressing_mode.h"
+#include "state/device_record.h"
 #include "state/services.h"
 
 #include <arpa/inet.h>
@@ -232,29 +234,6 @@ int AnswerSetRemoteServer(int fd, const Datagram &datagram)
 
 } // namespace
 
-int InitUdpSocket(const char *address, int port)
-{
-    ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!fd.Valid()) {
-        DiagErrno(kUnit, __func__, __LINE__, "create udp socket fail: ");
-        return -1;
-    }
-    const int on = 1;
-    setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    setsockopt(fd.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
-    setsockopt(fd.Get(), IPPROTO_IP, IP_PKTINFO, &on, sizeof on);
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_port = htons(static_cast<std::uint16_t>(port));
-    local.sin_addr.s_addr = inet_addr(address);
-    if (bind(fd.Get(), reinterpret_cast<const sockaddr *>(&local), sizeof local) == -1) {
-        DiagErrno(kUnit, __func__, __LINE__, "udp port %d bind fail: ", port);
-        return -1;
-    }
-    std::printf("[---init udp %d port success.---]\n", port);
-    return fd.Release();
-}
-
 int DisposeUdpPacket(int fd)
 {
     Datagram datagram;
@@ -296,3 +275,5 @@ int DisposeUdpPacketInFixed(int fd)
         return 0;
     }
 }
+
+void UpdateBroadcastPacket() {}

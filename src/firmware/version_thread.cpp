@@ -4,10 +4,11 @@
 #include "base/diag.h"
 #include "base/paths.h"
 #include "base/shell.h"
-#include "discovery/search_services.h"
 #include "loop/network.h"
 #include "records/firmware_records.h"
 #include "sessions/client_session.h"
+#include "state/device_record.h"
+#include "state/server_status.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>

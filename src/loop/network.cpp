@@ -13,6 +13,10 @@
 #include "sessions/client_session.h"
 #include "sessions/tcp_services.h"
 #include "settings/reboot_ploy.h"
+#include "state/addressing_mode.h"
+#include "state/monitor_slots.h"
+#include "state/server_config.h"
+#include "state/server_status.h"
 #include "state/services.h"
 #include "state/tick.h"
 
@@ -22,10 +26,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-
-ServerStatus g_serverStatus;
-MonitorSlots *g_sessions = nullptr;
-llist *g_llist = nullptr;
 
 namespace
 {

@@ -2,28 +2,19 @@
 #include "loop/network_setup.h"
 
 #include "addressing/init_network.h"
-#include "addressing/ip_config.h"
 #include "addressing/netlink.h"
 #include "base/diag.h"
-#include "base/files.h"
-#include "base/paths.h"
-#include "base/sockets.h"
-#include "common/unique_fd.h"
-#include "discovery/search_services.h"
+#include "base/listeners.h"
 #include "records/session_records.h"
+#include "state/addressing_mode.h"
+#include "state/device_record.h"
+#include "state/server_status.h"
 #include "state/system_env.h"
 #include "state/tick.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
+#include <cstdio>
 #include <new>
 #include <string>
 
@@ -33,9 +24,6 @@ namespace
 constexpr char kUnit[] = "src/network.c";
 constexpr char kEthernet[] = "eth0";
 constexpr char kAnyAddress[] = "0.0.0.0";
-constexpr int kLowestCustomPort = 10000;
-constexpr int kHighestCustomPort = 65535;
-constexpr int kLineLength = 256;
 
 std::string MacText(const unsigned char *mac)
 {
@@ -48,30 +36,6 @@ std::string MacText(const unsigned char *mac)
     }
     text.resize(17);
     return text;
-}
-
-void ReadCustomPort(std::FILE *file)
-{
-    constexpr char kKey[] = "port=";
-    char line[kLineLength + 1];
-    while (std::fgets(line, sizeof line, file) != nullptr) {
-        if (std::strncmp(line, kKey, sizeof kKey - 1) != 0)
-            continue;
-        line[std::strcspn(line, "\n")] = '\0';
-        const long port = std::strtol(line + sizeof kKey - 1, nullptr, 10);
-        if (port >= kLowestCustomPort && port <= kHighestCustomPort)
-            SetCustomPort(static_cast<int>(port));
-    }
-}
-
-bool CreateServerConfig()
-{
-    if (!IsFolder(paths::kPlexaData) && mkdir(paths::kPlexaData, 0700) == -1) {
-        Diag(kUnit, "GetUserConfigInfo", __LINE__, "make /home/root/plexa_data dir fail!");
-        return false;
-    }
-    const FilePointer file = OpenFile(paths::kServerConfig, "w");
-    return file && std::fputs("port=0\n", file.get()) >= 0 && std::fflush(file.get()) == 0;
 }
 
 int InitTcpSocketOnAny(int port)
@@ -144,15 +108,6 @@ bool GetSystemEnvInfo()
     return true;
 }
 
-bool GetUserConfigInfo()
-{
-    const FilePointer file = OpenFile(paths::kServerConfig, "r");
-    if (!file)
-        return errno == ENOENT && CreateServerConfig();
-    ReadCustomPort(file.get());
-    return true;
-}
-
 std::unique_ptr<MonitorSlots> InitListener()
 {
     std::unique_ptr<MonitorSlots> slots(new (std::nothrow) MonitorSlots);
@@ -176,29 +131,4 @@ void CloseSlots(MonitorSlots *slots)
         slot.fd = -1;
         slot.valid = 0;
     }
-}
-
-int InitTcpSocket(const char *address, int port)
-{
-    ledboard::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!fd.Valid()) {
-        DiagErrno(kUnit, __func__, __LINE__, "create tcp socket fail: ");
-        return -1;
-    }
-    const int on = 1;
-    setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_port = htons(static_cast<std::uint16_t>(port));
-    local.sin_addr.s_addr = inet_addr(address);
-    if (bind(fd.Get(), reinterpret_cast<const sockaddr *>(&local), sizeof local) == -1) {
-        DiagErrno(kUnit, __func__, __LINE__, "tcp port %d bind fail: ", port);
-        return -1;
-    }
-    if (listen(fd.Get(), 1) == -1) {
-        DiagErrno(kUnit, __func__, __LINE__, "tcp port %d listenning fail: ", port);
-        return -1;
-    }
-    std::printf("[---init tcp %d port success.---]\n", port);
-    return fd.Release();
 }

@@ -2,17 +2,13 @@
 // src/loop/network_setup.h: what the work loop does before its first round. Main thread.
 #pragma once
 
-#include "loop/network.h"
+#include "state/monitor_slots.h"
 
 #include <memory>
 
 // Reads addresses, MAC, addressing mode and USB disk into the device record and the status flags. False when
 // the MAC could not be had (logged).
 bool GetSystemEnvInfo();
-
-// Reads the custom port from the server configuration, which is made when it is missing. False when that
-// failed; the custom port is then 0.
-bool GetUserConfigInfo();
 
 // Lays out the nine slots and opens those that are wanted. NULL when one cannot be opened; none is open then.
 std::unique_ptr<MonitorSlots> InitListener();

@@ -5,11 +5,11 @@
 #include "base/files.h"
 #include "base/paths.h"
 #include "base/shell.h"
-#include "discovery/search_services.h"
-#include "loop/network.h"
 #include "records/player_records.h"
 #include "sessions/client_session.h"
 #include "settings/player_requests.h"
+#include "state/device_record.h"
+#include "state/server_status.h"
 #include "state/system_env.h"
 
 #include <cstdio>

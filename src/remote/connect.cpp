@@ -5,11 +5,11 @@
 #include "base/sockets.h"
 #include "base/threads.h"
 #include "common/unique_fd.h"
-#include "discovery/search_services.h"
 #include "records/remote_records.h"
 #include "remote/config.h"
 #include "remote/device_context.h"
 #include "remote/packets.h"
+#include "state/device_record.h"
 #include "state/tick.h"
 
 #include <arpa/inet.h>

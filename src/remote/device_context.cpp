@@ -13,6 +13,7 @@
 #include "remote/digest.h"
 #include "remote/files.h"
 #include "remote/packets.h"
+#include "state/monitor_slots.h"
 #include "state/tick.h"
 
 #include <unistd.h>

@@ -6,8 +6,8 @@
 // RemoteMutex(), which guards the address fields, privateFD, monitor and the monitor's fields, and lockFlag.
 #pragma once
 
-#include "loop/network.h"
 #include "records/discovery_records.h"
+#include "state/monitor_slots.h"
 
 #include <cstdio>
 

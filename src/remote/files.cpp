@@ -5,10 +5,10 @@
 #include "base/files.h"
 #include "base/safe_name.h"
 #include "base/shell.h"
-#include "loop/network.h"
 #include "records/remote_crc.h"
 #include "remote/device_context.h"
 #include "remote/packets.h"
+#include "state/server_status.h"
 
 #include <unistd.h>
 

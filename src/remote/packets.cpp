@@ -3,12 +3,12 @@
 
 #include "base/diag.h"
 #include "base/sockets.h"
-#include "discovery/search_services.h"
 #include "remote/connect.h"
 #include "remote/device_context.h"
 #include "remote/digest.h"
 #include "remote/files.h"
 #include "remote/session.h"
+#include "state/device_record.h"
 #include "state/services.h"
 #include "state/tick.h"
 

@@ -4,12 +4,12 @@
 #include "base/diag.h"
 #include "base/paths.h"
 #include "base/shell.h"
-#include "loop/network.h"
 #include "player/server_witch_plexa.h"
 #include "records/player_records.h"
 #include "remote/device_context.h"
 #include "remote/files.h"
 #include "remote/packets.h"
+#include "state/server_status.h"
 
 #include <QDir>
 #include <QFileInfo>

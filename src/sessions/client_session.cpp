@@ -5,6 +5,8 @@
 
 #include <fcntl.h>
 
+llist *g_llist = nullptr;
+
 namespace
 {
 

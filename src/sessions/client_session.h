@@ -33,6 +33,8 @@ struct SocketSession {
 // What `session` holds for the player, which has no service object.
 inline void *const kPlayerChannel = reinterpret_cast<void *>(-1);
 
+extern llist *g_llist; // accepted TCP clients while the work loop runs, else NULL; see above for its lock
+
 constexpr int kSessionTimeout = 41; // ticks; a session older than this is closed
 
 std::mutex &SessionListMutex();

@@ -5,10 +5,11 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/paths.h"
-#include "discovery/search_services.h"
 #include "records/setting_records.h"
 #include "sessions/client_session.h"
 #include "settings/serial_thread.h"
+#include "state/device_info.h"
+#include "state/device_record.h"
 #include "state/services.h"
 
 #include <cstdio>

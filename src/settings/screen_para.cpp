@@ -3,8 +3,8 @@
 
 #include "base/files.h"
 #include "base/paths.h"
-#include "discovery/search_services.h"
 #include "records/setting_records.h"
+#include "state/device_record.h"
 
 #include <optional>
 

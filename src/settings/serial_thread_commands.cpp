@@ -4,11 +4,11 @@
 #include "base/diag.h"
 #include "base/paths.h"
 #include "base/shell.h"
-#include "discovery/search_services.h"
 #include "player/server_witch_plexa.h"
 #include "settings/reboot_ploy.h"
 #include "settings/screen_para.h"
 #include "settings/setting_file.h"
+#include "state/device_record.h"
 
 #include <QDateTime>
 

@@ -3,12 +3,12 @@
 #include "base/diag.h"
 #include "base/paths.h"
 #include "base/shell.h"
-#include "discovery/search_services.h"
 #include "player/server_witch_plexa.h"
 #include "records/player_records.h"
 #include "settings/screen_para.h"
 #include "settings/serial_thread_commands.h"
 #include "settings/setting_file.h"
+#include "state/device_record.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -3,12 +3,12 @@
 #include "base/diag.h"
 #include "base/paths.h"
 #include "base/shell.h"
-#include "discovery/search_services.h"
 #include "records/fpga_frame.h"
 #include "settings/luminance.h"
 #include "settings/screen_para.h"
 #include "settings/serial_thread.h"
 #include "settings/setting_file.h"
+#include "state/device_record.h"
 
 #include <cerrno>
 #include <cstring>

@@ -4,8 +4,8 @@
 #include "base/diag.h"
 #include "base/paths.h"
 #include "base/shell.h"
-#include "discovery/search_services.h"
 #include "settings/luminance.h"
+#include "state/device_record.h"
 
 #include <unistd.h>
 

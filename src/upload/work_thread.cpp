@@ -7,10 +7,10 @@
 #include "base/safe_name.h"
 #include "base/shell.h"
 #include "common/unique_fd.h"
-#include "loop/network.h"
 #include "player/server_witch_plexa.h"
 #include "records/player_records.h"
 #include "sessions/client_session.h"
+#include "state/server_status.h"
 #include "state/system_env.h"
 
 #include <fcntl.h>

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The device-information record and the files that it is filled from.
-#include "addressing/ip_config.h"
-#include "discovery/search_services.h"
+#include "state/device_record.h"
+
 #include "loop/network_setup.h"
+#include "state/addressing_mode.h"
+#include "state/device_info.h"
+#include "state/server_config.h"
 #include "state/system_env.h"
 #include "test_files.h"
 

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Where a reply goes, and what is obeyed whose identifier it carries.
+#include "base/listeners.h"
 #include "base/sockets.h"
 #include "common/unique_fd.h"
 #include "discovery/search_services.h"
 #include "remote/device_context.h"
+#include "state/device_record.h"
 #include "state/services.h"
 
 #include <gtest/gtest.h>

@@ -3,8 +3,8 @@
 // single precision by hand; a few were worked out on paper.
 #include "settings/luminance.h"
 
-#include "discovery/search_services.h"
 #include "settings/serial_thread.h"
+#include "state/device_record.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>

@@ -4,6 +4,7 @@
 #include "remote/config.h"
 #include "remote/device_context.h"
 #include "remote/framing.h"
+#include "state/monitor_slots.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>

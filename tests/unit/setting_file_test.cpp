@@ -3,7 +3,6 @@
 
 #include "base/crc32.h"
 #include "base/serial.h"
-#include "discovery/search_services.h"
 #include "settings/screen_para.h"
 #include "settings/serial_thread.h"
 #include "test_files.h"

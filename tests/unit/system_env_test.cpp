@@ -3,8 +3,8 @@
 #include "state/system_env.h"
 
 #include "base/shell.h"
-#include "discovery/search_services.h"
 #include "loop/network_setup.h"
+#include "state/device_record.h"
 #include "state/usb_monitor.h"
 #include "test_files.h"
 

@@ -3,6 +3,7 @@
 #include "loop/network.h"
 #include "remote/device_context.h"
 #include "sessions/client_session.h"
+#include "state/monitor_slots.h"
 #include "state/services.h"
 #include "state/tick.h"
 #include "test_files.h"
