@@ -180,8 +180,13 @@ void PrepareOnce()
         qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
         g_recvProgram = new KWorkThread(nullptr, -1);
         g_serial = new KSerialThread;
-        g_version = new KVersionThread;
+        g_version = new KVersionThread([] {});
         g_3GInfo = new KThirdGeneration;
+        RegisterSessionService(wire::kSessionUpload, g_recvProgram);
+        RegisterSessionService(wire::kSessionSettings, g_serial);
+        RegisterSessionService(wire::kSessionFirmware, g_version);
+        RegisterSessionService(wire::kSessionPlayer, PlayerService());
+        RegisterSessionService(wire::kSessionModem, g_3GInfo);
         return true;
     }();
     Require(s_prepared);

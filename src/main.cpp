@@ -6,7 +6,11 @@
 #include "loop/heartbeat.h"
 #include "loop/network.h"
 #include "modem/third_generation.h"
+#include "player/server_witch_plexa.h"
+#include "records/session_records.h"
 #include "remote/device_context.h"
+#include "sessions/session_service.h"
+#include "settings/player_requests.h"
 #include "settings/serial_thread.h"
 #include "state/device_info.h"
 #include "state/services.h"
@@ -33,6 +37,18 @@ KSerialThread *MakeSettingService()
     return nullptr;
 }
 
+// Says which service a login of each sub-type gets, and who carries out the player's requests.
+void RegisterServices()
+{
+    static SettingRequests s_requests;
+    RegisterPlayerRequests(&s_requests);
+    RegisterSessionService(wire::kSessionUpload, g_recvProgram);
+    RegisterSessionService(wire::kSessionSettings, g_serial);
+    RegisterSessionService(wire::kSessionFirmware, g_version);
+    RegisterSessionService(wire::kSessionPlayer, PlayerService());
+    RegisterSessionService(wire::kSessionModem, g_3GInfo);
+}
+
 } // namespace
 
 // QUIRK exit-0: every failed start ends with status 0; a supervisor would expect another status and must take
@@ -47,10 +63,11 @@ int main()
         return 0;
     }
     g_serial = serial;
-    g_version = new KVersionThread;
+    g_version = new KVersionThread(FreeAllSocketResource);
     g_recvProgram = new KWorkThread(nullptr, -1);
     g_deviceContext = new DeviceContext{};
     g_3GInfo = new KThirdGeneration;
+    RegisterServices();
     InitDeviceContext(g_deviceContext);
     InitDeviceInfo();
     StartHeartbeat();

@@ -4,7 +4,6 @@
 #include "base/diag.h"
 #include "base/paths.h"
 #include "base/shell.h"
-#include "loop/network.h"
 #include "records/firmware_records.h"
 #include "sessions/client_session.h"
 #include "state/device_record.h"
@@ -91,12 +90,10 @@ int KVersionThread::DisposePacket(SocketSession *session)
     if (session->buff == nullptr)
         return -1;
     clientSocket = session->fd;
-    const wire::Bytes held = wire::BytesAt(session->buff, static_cast<std::size_t>(session->remain));
-    const auto frame = wire::Read<wire::FrameHeader>(held);
-    if (frame && frame->length > sizeof *frame) {
-        const std::size_t end = std::min<std::size_t>(frame->length, held.size());
-        const int length = static_cast<int>(end - sizeof *frame);
-        if (DisposePaket(session->buff + sizeof *frame, length) == 1)
+    const std::optional<wire::Bytes> packet = FramedPacket(*session);
+    if (packet && packet->size() > sizeof(wire::FrameHeader)) {
+        char *const command = session->buff + sizeof(wire::FrameHeader);
+        if (DisposePaket(command, static_cast<int>(packet->size() - sizeof(wire::FrameHeader))) == 1)
             return 0;
     }
     Diag(kUnit, __func__, 503, "upgrade dispose packet error");
@@ -259,7 +256,7 @@ int KVersionThread::Install()
         upgrading = false;
         return 1;
     }
-    FreeAllSocketResource();
+    freeSockets_();
     clientSocket = -1; // closed with the others
     ExecShell(InstallScript());
     const int error = errno;

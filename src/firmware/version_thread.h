@@ -5,17 +5,24 @@
 
 #include "base/files.h"
 #include "base/sockets.h"
+#include "sessions/session_service.h"
 
 #include <atomic>
+#include <functional>
+#include <utility>
 
 struct SocketSession;
 
-class KVersionThread
+class KVersionThread : public SessionService
 {
 public:
-    int LogIn();                               // 0
-    int LogOut();                              // 0
-    int DisposePacket(SocketSession *session); // 0 done, -1 close the session
+    // `freeSockets` closes every socket of the daemon; called right before the install script replaces the
+    // process, so that the script inherits none of its ports.
+    explicit KVersionThread(std::function<void()> freeSockets) : freeSockets_(std::move(freeSockets)) {}
+
+    int LogIn() override;                               // 0
+    int LogOut() override;                              // 0
+    int DisposePacket(SocketSession *session) override; // 0 done, -1 close the session
 
     // A packet without session framing: `length` bytes that begin with the magic, which is not looked at.
     int DisposeCommand(char *packet, int length); // 1 a reply went out, 0 none did
@@ -41,6 +48,7 @@ private:
     int Install();
     void AcceptLoop();
 
+    std::function<void()> freeSockets_;
     bool initialised = false; // the own listener is set up
     std::atomic<int> listenSocket{-1};
     int clientSocket = -1; // replies go here; owned by the session layer or by WorkThread

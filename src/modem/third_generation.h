@@ -5,10 +5,11 @@
 #pragma once
 
 #include "modem/modem_thread.h"
+#include "sessions/session_service.h"
 
 struct SocketSession;
 
-class KThirdGeneration
+class KThirdGeneration : public SessionService
 {
 public:
     KThirdGeneration() : thread_(state_) {}
@@ -16,7 +17,7 @@ public:
     void Start() { thread_.Start(); } // once
     void Stop() { thread_.Stop(); }
 
-    int DisposePacket(SocketSession *session); // 0 answered, -1 close the session
+    int DisposePacket(SocketSession *session) override; // 0 answered, -1 close the session
 
 private:
     int SendStatus(int fd) const; // 0 sent, -1 the peer is gone (logged)

@@ -7,7 +7,7 @@
 #include "base/shell.h"
 #include "records/player_records.h"
 #include "sessions/client_session.h"
-#include "settings/player_requests.h"
+#include "sessions/session_service.h"
 #include "state/device_record.h"
 #include "state/server_status.h"
 #include "state/system_env.h"
@@ -25,22 +25,7 @@ constexpr int kRebootLine = 517;
 
 constexpr std::uint32_t kUsbMounted = 1;
 
-void SendCode(wire::PlayerCode code)
-{
-    const wire::PlayerMessage message{.length = sizeof(wire::PlayerMessage),
-                                      .kind = wire::kPlayerKind,
-                                      .code = code};
-    SendMessageToPlexa(&message, sizeof message);
-}
-
-void SendCode(wire::PlayerCode code, std::uint32_t value)
-{
-    const wire::PlayerValueMessage message{.message = {.length = sizeof(wire::PlayerValueMessage),
-                                                       .kind = wire::kPlayerKind,
-                                                       .code = code},
-                                           .value = value};
-    SendMessageToPlexa(&message, sizeof message);
-}
+PlayerRequests *s_requests = nullptr;
 
 void UpdateUSBState(std::uint32_t state)
 {
@@ -60,7 +45,7 @@ void HandleMessage(std::uint32_t code)
 {
     switch (code) {
     case wire::SS_CMD_UPDATE_SETTING_FILE:
-        UpdateSettingFile();
+        s_requests->UpdateSettingFile();
         break;
     case wire::SS_CMD_REBOOT:
         Reboot();
@@ -74,13 +59,13 @@ void HandleMessage(std::uint32_t code, std::uint32_t value)
 {
     switch (code) {
     case wire::SS_CMD_SCREEN_SIZE:
-        ChangeScreenSize(value);
+        s_requests->ChangeScreenSize(value);
         break;
     case wire::SS_CMD_BRIGHTNESS:
-        ChangeBrightness(value);
+        s_requests->ChangeBrightness(value);
         break;
     case wire::SS_CMD_SCREEN_ON_OFF:
-        ScreenOnOff(value);
+        s_requests->ScreenOnOff(value);
         break;
     case wire::SS_CMD_USB_STATE:
         UpdateUSBState(value);
@@ -91,7 +76,24 @@ void HandleMessage(std::uint32_t code, std::uint32_t value)
     }
 }
 
+class PlayerChannel : public SessionService
+{
+public:
+    int DisposePacket(SocketSession *session) override { return DisposePlexaMessage(session); }
+};
+
 } // namespace
+
+void RegisterPlayerRequests(PlayerRequests *requests)
+{
+    s_requests = requests;
+}
+
+SessionService *PlayerService()
+{
+    static PlayerChannel s_channel;
+    return &s_channel;
+}
 
 void SendMessageToPlexa(const void *buf, unsigned len)
 {
@@ -104,33 +106,52 @@ void SendMessageToPlexa(const void *buf, unsigned len)
     std::printf("send message to plexa: %ld, fd: %d\n", sent, player.fd);
 }
 
+void SendCodeToPlexa(wire::PlayerCode code)
+{
+    const wire::PlayerMessage message{.length = sizeof(wire::PlayerMessage),
+                                      .kind = wire::kPlayerKind,
+                                      .code = code};
+    SendMessageToPlexa(&message, sizeof message);
+}
+
+void SendCodeToPlexa(wire::PlayerCode code, std::uint32_t value)
+{
+    const wire::PlayerValueMessage message{.message = {.length = sizeof(wire::PlayerValueMessage),
+                                                       .kind = wire::kPlayerKind,
+                                                       .code = code},
+                                           .value = value};
+    SendMessageToPlexa(&message, sizeof message);
+}
+
 // QUIRK flags-inverted: the two test modes reach the player negated, 0 for on; the flag itself would be
 // expected.
 void SmartSettingFlag(bool on)
 {
-    SendCode(wire::SS_CMD_SMART_SETTING, on ? 0 : 1);
+    SendCodeToPlexa(wire::SS_CMD_SMART_SETTING, on ? 0 : 1);
 }
 
 void NetworkError()
 {
-    SendCode(wire::SS_CMD_NETWORK_ERROR);
+    SendCodeToPlexa(wire::SS_CMD_NETWORK_ERROR);
 }
 
 void PaintSlantLine(bool on)
 {
-    SendCode(wire::SS_CMD_SLANT_LINE, on ? 0 : 1);
+    SendCodeToPlexa(wire::SS_CMD_SLANT_LINE, on ? 0 : 1);
 }
 
 int DisposePlexaMessage(SocketSession *session)
 {
     if (session->buff == nullptr)
         return 0;
-    const wire::Bytes held = wire::BytesAt(session->buff, static_cast<std::size_t>(session->remain));
-    const auto message = wire::Read<wire::PlayerMessage>(held);
-    // Of a shorter message the code would be read from older bytes of the buffer.
-    if (!message || message->length < sizeof *message)
+    const std::optional<wire::Bytes> packet = FramedPacket(*session);
+    if (!packet)
         return 1;
-    const auto valued = wire::Read<wire::PlayerValueMessage>(held);
+    // A shorter message has no code of its own: older bytes of the buffer would be read for it.
+    const auto message = wire::Read<wire::PlayerMessage>(*packet);
+    if (!message)
+        return 1;
+    const auto valued = wire::Read<wire::PlayerValueMessage>(*packet);
     if (valued && message->length == sizeof *valued)
         HandleMessage(message->code, valued->value);
     else

@@ -3,13 +3,8 @@
 
 #include "base/diag.h"
 #include "common/unique_fd.h"
-#include "firmware/version_thread.h"
-#include "modem/third_generation.h"
-#include "player/server_witch_plexa.h"
-#include "settings/serial_thread.h"
+#include "sessions/session_service.h"
 #include "state/server_status.h"
-#include "state/services.h"
-#include "upload/work_thread.h"
 
 #include <QtGlobal>
 
@@ -34,8 +29,8 @@ constexpr char kUnit[] = "src/tcp_services.cpp";
 
 // Descriptors kept free for files, commands and the services, however many clients knock.
 constexpr int kReservedDescriptors = 64;
-constexpr int kMostListedForLogin = 2;
-constexpr int kMostReceivesInARound = 8;
+constexpr int kMaxListedForLogin = 2;
+constexpr int kMaxReceivesInARound = 8;
 constexpr std::chrono::milliseconds kMemoryPause{20}; // the client that cannot be accepted stays in the queue
 
 // Given away for a moment when accept runs out of descriptors, so that the client can be turned away and the
@@ -74,24 +69,71 @@ void ReleaseSession(SocketSession *session)
     delete session;
 }
 
+wire::LoginStatus CountedLogin(int listed)
+{
+    return listed <= kMaxListedForLogin ? wire::kLoginAccepted : wire::kLoginRefused;
+}
+
+wire::LoginStatus FirmwareLogin(int listed)
+{
+    return g_serverStatus.upgradeFlag == 1 ? wire::kLoginUpgrading : CountedLogin(listed);
+}
+
+wire::LoginStatus PlayerLogin(int)
+{
+    return wire::kLoginAccepted;
+}
+
+wire::LoginStatus ModemLogin(int)
+{
+    return wire::kLoginModem;
+}
+
+// What closes a session after the service has handled a packet.
+enum class Failure {
+    kMinusOne,    // the result -1
+    kZero,        // the result 0
+    kConnectFlag, // the session's flag, which the service clears; its result is not used
+};
+
+// What the session layer has to know of a sub-type.
+struct SubType {
+    std::int32_t number;
+    wire::LoginStatus (*decideLogin)(int listed); // `listed` counts the new session
+    Failure failure;
+    const char *failureText; // logged when the service has failed; NULL: nothing
+    const char *loginTrace;  // Qt debug messages at login and at each packet; NULL: none
+    const char *packetTrace;
+    SessionService *service = nullptr; // registered by start-up
+};
+
+SubType s_subTypes[] = {
+    {wire::kSessionUpload, CountedLogin, Failure::kMinusOne, nullptr, nullptr, nullptr},
+    {wire::kSessionSettings, CountedLogin, Failure::kConnectFlag, nullptr, nullptr, nullptr},
+    {wire::kSessionFirmware, FirmwareLogin, Failure::kMinusOne, "dispose packet error!!!!!!!!!\n", nullptr,
+     nullptr},
+    {wire::kSessionPlayer, PlayerLogin, Failure::kZero, nullptr, nullptr, nullptr},
+    {wire::kSessionModem, ModemLogin, Failure::kMinusOne, nullptr, "TcpServices [KThirdGenerationThread]",
+     "TcpServices [PT_GET3GINFO_CMD]"},
+};
+
+// NULL for a sub-type that no service has.
+SubType *FindSubType(std::int32_t number)
+{
+    for (SubType &row : s_subTypes) {
+        if (row.number == number)
+            return &row;
+    }
+    return nullptr;
+}
+
 void CallLogOut(const SocketSession *session)
 {
     if (session->session == nullptr)
         return;
-    switch (session->subType) {
-    case wire::kSessionUpload:
-        static_cast<KWorkThread *>(session->session)->LogOut();
-        break;
-    case wire::kSessionSettings:
-        static_cast<KSerialThread *>(session->session)->SessionEnds(session);
-        static_cast<KSerialThread *>(session->session)->LogOut();
-        break;
-    case wire::kSessionFirmware:
-        static_cast<KVersionThread *>(session->session)->LogOut();
-        break;
-    default:
-        break;
-    }
+    SessionService *const service = FindSubType(session->subType)->service;
+    service->SessionEnds(session);
+    service->LogOut();
 }
 
 void EndSession(SocketSession *session)
@@ -103,50 +145,20 @@ void EndSession(SocketSession *session)
     ReleaseSession(session);
 }
 
-wire::LoginStatus DecideLogin(std::int32_t subType, int listed)
-{
-    if (subType == wire::kSessionPlayer)
-        return wire::kLoginAccepted;
-    if (subType == wire::kSessionModem)
-        return wire::kLoginModem;
-    if (subType == wire::kSessionFirmware && g_serverStatus.upgradeFlag == 1)
-        return wire::kLoginUpgrading;
-    return listed <= kMostListedForLogin ? wire::kLoginAccepted : wire::kLoginRefused;
-}
-
-void BindService(SocketSession *session, void *service)
-{
-    const std::lock_guard lock(SessionListMutex());
-    session->session = service;
-}
-
 void BindAndLogIn(SocketSession *session)
 {
-    switch (session->subType) {
-    case wire::kSessionUpload:
-        BindService(session, g_recvProgram);
-        g_recvProgram->LogIn();
-        break;
-    case wire::kSessionSettings:
-        BindService(session, g_serial);
-        g_serial->LogIn();
-        break;
-    case wire::kSessionFirmware:
-        BindService(session, g_version);
-        g_version->LogIn();
-        break;
-    case wire::kSessionPlayer:
-        BindService(session, kPlayerChannel);
-        break;
-    case wire::kSessionModem:
-        qDebug("TcpServices [KThirdGenerationThread]");
-        BindService(session, g_3GInfo);
-        break;
-    default:
-        // QUIRK unknown-sub-type: it is answered like a known one but nothing is bound, so that the next
-        // packet is a login again; a refusal would be expected.
-        break;
+    const SubType *const row = FindSubType(session->subType);
+    // QUIRK unknown-sub-type: it is answered like a known one but nothing is bound, so that the next packet
+    // is a login again; a refusal would be expected.
+    if (row == nullptr || row->service == nullptr)
+        return;
+    if (row->loginTrace != nullptr)
+        qDebug("%s", row->loginTrace);
+    {
+        const std::lock_guard lock(SessionListMutex());
+        session->session = row->number == wire::kSessionPlayer ? kPlayerChannel : row->service;
     }
+    row->service->LogIn();
 }
 
 int ListedSessions(const llist *list)
@@ -172,7 +184,8 @@ bool ManagerConnecting(SocketSession *session, const llist *list)
     session->remain = 0;
     std::memset(session->buff, 0, wire::kSessionBufferSize);
 
-    const wire::LoginStatus status = DecideLogin(session->subType, ListedSessions(list));
+    const SubType *const row = FindSubType(session->subType);
+    const wire::LoginStatus status = (row == nullptr ? CountedLogin : row->decideLogin)(ListedSessions(list));
     const wire::LoginReply reply{.length = sizeof(wire::LoginReply), .status = status, .zero = {}};
     char text[sizeof reply + 1] = {};
     std::memcpy(text, &reply, sizeof reply);
@@ -190,25 +203,17 @@ bool ManagerConnecting(SocketSession *session, const llist *list)
 // True when the session goes on.
 bool Dispatch(SocketSession *session)
 {
-    switch (session->subType) {
-    case wire::kSessionUpload:
-        return g_recvProgram->DisposePacket(session) != -1;
-    case wire::kSessionSettings:
-        g_serial->DisposePacket(session); // its result is not looked at
-        return session->connectFlag != 0; // nobody waits for a second answer that is not taken
-    case wire::kSessionFirmware:
-        if (g_version->DisposePacket(session) != -1)
-            return true;
-        Diag(kUnit, "TcpServices", __LINE__, "dispose packet error!!!!!!!!!\n");
-        return false;
-    case wire::kSessionPlayer:
-        return DisposePlexaMessage(session) != 0;
-    case wire::kSessionModem:
-        qDebug("TcpServices [PT_GET3GINFO_CMD]");
-        return g_3GInfo->DisposePacket(session) != -1;
-    default:
-        return true;
-    }
+    const SubType &row = *FindSubType(session->subType);
+    if (row.packetTrace != nullptr)
+        qDebug("%s", row.packetTrace);
+    const int result = row.service->DisposePacket(session);
+    // A settings client that does not take its answer is closed: nobody waits for the next one.
+    const bool failed = row.failure == Failure::kMinusOne ? result == -1
+                        : row.failure == Failure::kZero   ? result == 0
+                                                          : session->connectFlag == 0;
+    if (failed && row.failureText != nullptr)
+        Diag(kUnit, "TcpServices", __LINE__, "%s", row.failureText);
+    return !failed;
 }
 
 // The length word of a complete packet at the start of the buffer.
@@ -271,7 +276,7 @@ bool Handle(SocketSession *session, const llist *list)
 // it.
 bool Serve(SocketSession *session, const llist *list)
 {
-    for (int receives = 0; receives < kMostReceivesInARound; ++receives) {
+    for (int receives = 0; receives < kMaxReceivesInARound; ++receives) {
         const Received received = ReceiveInto(session);
         if (received == Received::kGone)
             return false;
@@ -286,6 +291,23 @@ bool Serve(SocketSession *session, const llist *list)
 }
 
 } // namespace
+
+void RegisterSessionService(std::int32_t subType, SessionService *service)
+{
+    if (SubType *const row = FindSubType(subType))
+        row->service = service;
+}
+
+std::optional<wire::Bytes> FramedPacket(const SocketSession &session)
+{
+    if (session.buff == nullptr)
+        return std::nullopt;
+    const wire::Bytes held = wire::BytesAt(session.buff, static_cast<std::size_t>(session.remain));
+    const auto frame = wire::Read<wire::FrameHeader>(held);
+    if (!frame || frame->length < sizeof *frame || frame->length > held.size())
+        return std::nullopt;
+    return held.first(frame->length);
+}
 
 int AcceptClient(int listenFd, llist *list)
 {

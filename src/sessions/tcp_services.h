@@ -1,11 +1,6 @@
 // SPDX-License-Identifier: MIT
-// src/sessions/tcp_services.h: accepts TCP clients, logs them in, cuts packets and hands them to the
-// services. Main thread only.
-//
-// A service's packet handler is called with the packet at the start of `buff`, as long as its length word
-// says (but never trust the word beyond `remain` bytes). It finishes with the packet before it returns, may
-// send on `fd`, must neither close `fd` nor release the session, and reports a failure by -1 (0 for the
-// player's handler): the session is then closed.
+// src/sessions/tcp_services.h: accepts TCP clients, logs them in, cuts packets and hands each to the
+// service of its session (session_service.h). Main thread only.
 #pragma once
 
 #include "sessions/client_session.h"

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-// What the player asks of the settings and the FPGA.
 #include "settings/player_requests.h"
 
 #include "base/diag.h"
@@ -64,7 +63,7 @@ void CloseSettingSession()
 
 } // namespace
 
-void ChangeScreenSize(std::uint32_t value)
+void SettingRequests::ChangeScreenSize(std::uint32_t value)
 {
     if (g_serial == nullptr)
         return;
@@ -72,13 +71,13 @@ void ChangeScreenSize(std::uint32_t value)
     g_serial->WriteSerial(wire::kIdScreenSize, value);
 }
 
-void ChangeBrightness(std::uint32_t value)
+void SettingRequests::ChangeBrightness(std::uint32_t value)
 {
     if (g_serial != nullptr)
         g_serial->WriteSerial(wire::kIdMaxLuminance, value);
 }
 
-void UpdateSettingFile()
+void SettingRequests::UpdateSettingFile()
 {
     if (PlayerCopyIsBooted()) {
         Diag(kUnit, __func__, 135, "setting.ss file not has been to update.");
@@ -95,7 +94,7 @@ void UpdateSettingFile()
     CloseSettingSession();
 }
 
-void ScreenOnOff(std::uint32_t value)
+void SettingRequests::ScreenOnOff(std::uint32_t value)
 {
     // QUIRK screen-inverted: the player says 1 for off, the FPGA takes 1 for on; the same sense would be
     // expected.

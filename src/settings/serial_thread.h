@@ -13,6 +13,7 @@
 #include "base/sockets.h"
 #include "common/unique_fd.h"
 #include "records/setting_records.h"
+#include "sessions/session_service.h"
 #include "settings/slant_pattern.h"
 
 #include <QThread>
@@ -25,7 +26,7 @@
 struct SettingAnswer;
 struct SocketSession;
 
-class KSerialThread : public QThread
+class KSerialThread : public QThread, public SessionService
 {
 public:
     KSerialThread();
@@ -39,10 +40,12 @@ public:
     void Serve();
 
     // For the session layer; main thread.
-    int LogIn();                                    // 0
-    int LogOut();                                   // 0
-    void SessionEnds(const SocketSession *session); // before its LogOut: what it was sending is closed
-    int DisposePacket(SocketSession *session);      // non-zero done, 0 refused or the client's last; not used
+    int LogIn() override;                                    // 0
+    int LogOut() override;                                   // 0
+    void SessionEnds(const SocketSession *session) override; // before its LogOut: what it was sending is
+                                                             // closed
+    int DisposePacket(SocketSession *session) override; // non-zero done, 0 refused or the client's last; not
+                                                        // used
 
     // The FPGA and the settings files; any thread.
     int WriteSettingToSerial();                         // 1 all records sent, 0 stopped early (logged)

@@ -37,14 +37,6 @@ constexpr mode_t kFolderMode = 0700;
 // The kernel is told to write in steps of this size, so that the sync at the end has little left to do.
 constexpr std::size_t kWriteBackStep = 4U << 20U;
 
-void TellPlexa(wire::PlayerCode code)
-{
-    const wire::PlayerMessage message{.length = sizeof(wire::PlayerMessage),
-                                      .kind = wire::kPlayerKind,
-                                      .code = code};
-    SendMessageToPlexa(&message, sizeof message);
-}
-
 // The zero-terminated text at `offset`, cut at `limit` bytes and at the end of the packet.
 std::string TextAt(wire::Bytes bytes, std::size_t offset, std::size_t limit)
 {
@@ -134,7 +126,7 @@ int KWorkThread::LogIn()
     g_serverStatus.uDiskSize = size;
     g_serverStatus.uDiskConnectFlag = size != 0 ? 1 : 0;
     uDiskMode = size != 0 ? 1 : 0;
-    TellPlexa(wire::SS_CMD_RECV_PROGRAM);
+    SendCodeToPlexa(wire::SS_CMD_RECV_PROGRAM);
     Diag(kUnit, __func__, kProgramMessageLine, "%s", "");
     std::printf("send message to plexa, SS_CMD_RECV_PROGRAM: %d\n", wire::SS_CMD_RECV_PROGRAM);
     return 0;
@@ -155,7 +147,7 @@ int KWorkThread::LogOut()
         if (uDiskMode != 0)
             std::printf("%s\n", command.c_str());
     }
-    TellPlexa(wire::SS_CMD_RECV_END);
+    SendCodeToPlexa(wire::SS_CMD_RECV_END);
     Diag(kUnit, __func__, kEndMessageLine, "%s", "");
     std::printf("send message to plexa, SS_CMD_RECV_END: %d\n", wire::SS_CMD_RECV_END);
     uDiskMode = 0;
@@ -165,13 +157,10 @@ int KWorkThread::LogOut()
 int KWorkThread::DisposePacket(SocketSession *session)
 {
     socket = session->fd;
-    if (session->buff == nullptr)
+    const std::optional<wire::Bytes> packet = FramedPacket(*session);
+    if (!packet)
         return -1;
-    const wire::Bytes held = wire::BytesAt(session->buff, static_cast<std::size_t>(session->remain));
-    const auto frame = wire::Read<wire::FrameHeader>(held);
-    if (!frame || frame->length > held.size() || frame->length < sizeof *frame)
-        return -1;
-    const wire::Bytes bytes = held.first(frame->length).subspan(sizeof *frame);
+    const wire::Bytes bytes = packet->subspan(sizeof(wire::FrameHeader));
     const auto header = wire::Read<wire::KProtocolHeader>(bytes);
     if (!header || header->ph_length > bytes.size())
         return -1;

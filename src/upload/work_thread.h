@@ -7,6 +7,7 @@
 
 #include "base/io_buffer.h"
 #include "records/upload_records.h"
+#include "sessions/session_service.h"
 #include "upload/session_owner.h"
 
 #include <QAbstractSocket>
@@ -27,7 +28,7 @@ struct KDataPacket {
     wire::Bytes data; // from byte 15
 };
 
-class KWorkThread : public QThread
+class KWorkThread : public QThread, public SessionService
 {
     Q_OBJECT
 
@@ -35,11 +36,11 @@ public:
     KWorkThread(KSession *session, int descriptor); // the session may be NULL
     ~KWorkThread() override;
 
-    int LogIn();                                   // 0
-    int LogOut();                                  // 0; removes what was received when it is not complete
-    int DisposePacket(SocketSession *session);     // a count or 0 done, -1 close the session
-    int DisposePacket(char *packet, int length);   // the same for a bare packet, which holds all of its
-                                                   // ph_length bytes; `length` is not used
+    int LogIn() override;  // 0
+    int LogOut() override; // 0; removes what was received when it is not complete
+    int DisposePacket(SocketSession *session) override; // a count or 0 done, -1 close the session
+    int DisposePacket(char *packet, int length);        // the same for a bare packet, which holds all of its
+                                                        // ph_length bytes; `length` is not used
     int DisposeData(const KDataPacket *packet);    // bytes written; 0 also when dropped; -1 close the session
     int DisposeCommand(const KDataPacket *packet); // 0 done, -1 close the session
 

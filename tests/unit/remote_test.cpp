@@ -240,7 +240,7 @@ TEST(RemoteConnection, OnlyTheNewestLogsInAndOnlyWithAMonitor)
 
 TEST(FirmwareListener, ServesOneClientAfterAnother)
 {
-    static KVersionThread &service = *new KVersionThread; // its thread does not end
+    static KVersionThread &service = *new KVersionThread([] {}); // its thread does not end
     int port;
     {
         const Listener freePort;
