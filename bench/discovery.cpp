@@ -3,9 +3,9 @@
 // with a bare loop that waits in the same select over ten descriptors and answers as many bytes. Status 1
 // when a limit is missed.
 #include "bench_report.h"
-#include "pc_side.h"
+#include "board/virtual_board.h"
+#include "machine/pc_side.h"
 #include "records/discovery_records.h"
-#include "virtual_board.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -2,8 +2,8 @@
 // bench_idle [RUNS]: what the idle daemon costs and how soon its ports are open, in turn with a bare program
 // that opens the same ports and ticks once a second. Status 1 when a limit is missed.
 #include "bench_report.h"
-#include "pc_side.h"
-#include "virtual_board.h"
+#include "board/virtual_board.h"
+#include "machine/pc_side.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

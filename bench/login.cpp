@@ -2,9 +2,9 @@
 // bench_login [RUNS]: connections made, logged in and ended per second, in turn with a bare loop that accepts
 // and answers. Status 1 when the limit is missed.
 #include "bench_report.h"
-#include "pc_side.h"
+#include "board/virtual_board.h"
+#include "machine/pc_side.h"
 #include "records/session_records.h"
-#include "virtual_board.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

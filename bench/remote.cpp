@@ -4,10 +4,10 @@
 // program of one MiB all at once. Rates, the server's processor time and its memory. Status 1 when a transfer
 // failed.
 #include "bench_report.h"
-#include "pc_side.h"
+#include "board/virtual_board.h"
+#include "machine/pc_side.h"
 #include "records/remote_crc.h"
 #include "records/remote_records.h"
-#include "virtual_board.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -4,11 +4,11 @@
 // what one computation of the highest luminance takes. Status 1 when a limit is missed.
 #include "base/paths.h"
 #include "bench_report.h"
-#include "pc_side.h"
+#include "board/virtual_board.h"
+#include "machine/pc_side.h"
 #include "records/fpga_frame.h"
 #include "records/setting_records.h"
 #include "settings/serial_thread.h"
-#include "virtual_board.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

@@ -2,9 +2,9 @@
 // bench_upload [RUNS [MEBIBYTES]]: one big file over the board's loopback through the real daemon, in turn
 // with a bare loop of recv and write, and what it costs. Status 1 when a limit is missed.
 #include "bench_report.h"
-#include "pc_side.h"
+#include "board/virtual_board.h"
+#include "machine/pc_side.h"
 #include "records/upload_records.h"
-#include "virtual_board.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

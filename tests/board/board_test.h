@@ -2,7 +2,7 @@
 // tests/board/board_test.h: what every test on a virtual board begins with.
 #pragma once
 
-#include "virtual_board.h"
+#include "board/virtual_board.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // tests/board/ledboard_run.h: the real ledboard, run on the PC side as a user runs it off a terminal.
 #pragma once
 
-#include "descriptor.h"
+#include "machine/descriptor.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>

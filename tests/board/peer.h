@@ -2,7 +2,7 @@
 // tests/board/peer.h: a plain TCP peer of the board, and integers as they are typed into packets.
 #pragma once
 
-#include "descriptor.h"
+#include "machine/descriptor.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "board_test.h"
-#include "descriptor.h"
+#include "machine/descriptor.h"
 #include "peer.h"
 
 #include <arpa/inet.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The virtual board itself: what the other tests stand on.
 #include "board_test.h"
-#include "pc_side.h"
+#include "machine/pc_side.h"
 
 #include <fmt/core.h>
 
