@@ -102,11 +102,10 @@ void Fill(PanelFB *fb, const fb_var_screeninfo &variable, const fb_fix_screeninf
 // Numbers that no device has would wrap where they are multiplied.
 bool Believable(const fb_var_screeninfo &variable, const fb_fix_screeninfo &fixed)
 {
-    constexpr unsigned kMostBits = 64;
-    constexpr unsigned kLongestSide = 65536;
-    return variable.xres <= kLongestSide && variable.yres <= kLongestSide &&
-           variable.bits_per_pixel <= kMostBits && fixed.line_length <= INT_MAX &&
-           std::uint64_t{fixed.line_length} * variable.yres <= PTRDIFF_MAX;
+    constexpr unsigned kMaxBits = 64;
+    constexpr unsigned kMaxSide = 65536;
+    return variable.xres <= kMaxSide && variable.yres <= kMaxSide && variable.bits_per_pixel <= kMaxBits &&
+           fixed.line_length <= INT_MAX && std::uint64_t{fixed.line_length} * variable.yres <= PTRDIFF_MAX;
 }
 
 bool Map(PanelFB *fb, const fb_fix_screeninfo &fixed)
@@ -120,7 +119,7 @@ bool Map(PanelFB *fb, const fb_fix_screeninfo &fixed)
     fb->base = static_cast<char *>(base);
     fb->data = fb->base + start;
     fb->mapped = size;
-    // Behind the device's memory a mapping may be there and fault all the same. Without a size: as mapped.
+    // A mapping may reach beyond the device's memory and fault there. Without a reported size: as mapped.
     const std::uint64_t memory = fixed.smem_len == 0 ? size : std::uint64_t{fixed.smem_len} + start;
     fb->usable = static_cast<std::size_t>(std::min<std::uint64_t>(size, memory));
     return true;

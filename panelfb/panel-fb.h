@@ -47,8 +47,8 @@ struct PanelFB {
 };
 
 // Opens `device`, "/dev/fb0" for NULL, and maps it. Devices of less than 16 bits are switched to 32 bits, or
-// else to 16, for all their users. NULL on any failure, told on standard error in one line; nothing is left
-// open then.
+// else to 16, for all their users. NULL on any failure, reported on standard error in one line; nothing is
+// left open then.
 PanelFB *panel_fb_new(int angle, const char *device);
 
 // Ends the mapping, closes the device, frees the handle. NULL does nothing.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// records/arp_record.h: an ARP packet behind its Ethernet header (RFC 826), as the address probe sends and
+// records/arp_record.h: an ARP packet without its Ethernet header (RFC 826), as the address probe sends and
 // hears it (docs/protocols.md, "Link-local addressing"). Numbers are in network byte order and stay bytes
 // here.
 #pragma once

@@ -30,7 +30,7 @@ static_assert(offsetof(ProtocolHeader, ph_head_crc) == 11);
 
 constexpr std::size_t kDeviceIdSize = 14;
 
-// What the board tells about itself. `ipaddr` is in network byte order after start and in host byte order
+// What the board reports about itself. `ipaddr` is in network byte order after start and in host byte order
 // after a change to a fixed address; `maskaddr` and `gwaddr` are always in host byte order.
 struct DeviceRecord {
     char id[kDeviceIdSize];
@@ -66,7 +66,7 @@ static_assert(offsetof(DeviceRecord, boot_screen_flag) == 71);
 static_assert(offsetof(DeviceRecord, usb_size) == 75);
 static_assert(offsetof(DeviceRecord, name) == 79);
 
-// The record as it travels: behind it lies the room of the board's 13 operation addresses, always zero.
+// The record as it travels: the room of the board's 13 operation addresses follows it, always zero.
 struct DeviceInformation {
     DeviceRecord record;
     U8 operations[52];
@@ -75,7 +75,7 @@ static_assert(sizeof(DeviceInformation) == 381);
 static_assert(offsetof(DeviceInformation, record) == 0);
 static_assert(offsetof(DeviceInformation, operations) == 329);
 
-// Requests are told apart by their length alone.
+// Requests differ by their length alone.
 struct SearchRequest {
     ProtocolHeader header;
     U8 ignored[15];

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // records/firmware_records.h: packets of the firmware upgrade service (docs/protocols.md, "Firmware").
 //
-// On a session each of the client's packets stands behind a FrameHeader; replies go out bare.
+// On a session each of the client's packets follows a FrameHeader; replies have none.
 #pragma once
 
 #include "records/wire_types.h"

@@ -20,7 +20,7 @@ enum SessionType : std::int32_t {
 };
 
 struct LoginPacket {
-    U32 length; // at least 8; what lies behind the first 8 bytes is ignored
+    U32 length; // at least 8; what follows the first 8 bytes is ignored
     U32 subType;
 };
 static_assert(sizeof(LoginPacket) == 8);

@@ -86,7 +86,7 @@ static_assert(sizeof(SettingTime) == 14);
 static_assert(offsetof(SettingTime, command) == 0);
 static_assert(offsetof(SettingTime, milliseconds) == 6);
 
-// Sub-commands of the two file transfers, in the byte behind the code.
+// Sub-commands of the two file transfers, in the byte after the code.
 enum ChunkCommand : std::uint8_t {
     kChunkData = 0,
     kChunkEnd = 1,
@@ -165,7 +165,7 @@ static_assert(offsetof(RebootPloy, weekdayMask) == 17);
 // Answer to kSettingReadPloy.
 struct RebootPloyReply {
     SettingCommand command; // length 26
-    RebootPloy ploy;        // zeros when there is none
+    RebootPloy ploy;        // zeros without a schedule
 };
 static_assert(sizeof(RebootPloyReply) == 27);
 static_assert(offsetof(RebootPloyReply, command) == 0);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// records/upload_records.h: packets of an upload session (docs/protocols.md, "Upload"). Requests travel
-// behind a FrameHeader, replies go out bare.
+// records/upload_records.h: packets of an upload session (docs/protocols.md, "Upload"). A request follows a
+// FrameHeader; a reply has none.
 #pragma once
 
 #include "records/discovery_records.h"
@@ -39,7 +39,7 @@ enum UploadCode : std::uint8_t {
     kUploadAnswerUnknown = 27,
 };
 
-// Starts every command and every reply but that to an unknown code, which ends behind the header.
+// Starts every command and every reply but that to an unknown code, which ends after the header.
 struct UploadCommandHead {
     KProtocolHeader header;
     U8 code;

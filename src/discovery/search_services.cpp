@@ -25,11 +25,11 @@ namespace
 {
 
 constexpr char kUnit[] = "src/search_services.c";
-constexpr std::size_t kLargestDatagram = 1024;
+constexpr std::size_t kMaxDatagram = 1024;
 
-// One datagram with the way that its reply takes.
+// One datagram, and where its reply goes.
 struct Datagram {
-    std::array<std::byte, kLargestDatagram> buffer;
+    std::array<std::byte, kMaxDatagram> buffer;
     std::size_t size = 0;
     sockaddr_in sender{};
     sockaddr_in replyTo{};
@@ -97,7 +97,7 @@ void SendBack(int fd, const Datagram &datagram, wire::Bytes reply)
     sendmsg(fd, &message, MSG_NOSIGNAL);
 }
 
-// Sends a reply behind the request's own header, in which only the length is new.
+// Sends a reply that begins with the request's own header, in which only the length changes.
 template <wire::Record Reply> int Answer(int fd, const Datagram &datagram, Reply reply)
 {
     reply.header = *wire::Read<wire::ProtocolHeader>(datagram.Received());
@@ -200,7 +200,7 @@ int AnswerStatusCommand(int fd, const Datagram &datagram)
     }
 }
 
-// What UpdateSystemIP says of an address change, nothing when the request is for another board.
+// The result of UpdateSystemIP; nothing when the request names another board.
 std::optional<int> ChangeAddress(const Datagram &datagram)
 {
     const auto request = *wire::Read<wire::AddressChangeRequest>(datagram.Received());

@@ -52,7 +52,7 @@ void CatchBrokenPipe()
     pthread_sigmask(SIG_UNBLOCK, &pipeOnly, nullptr);
 }
 
-// The socket, or -1 (told on standard error, errno).
+// The socket, or -1 (reported on standard error, errno).
 int OpenSocket()
 {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -73,7 +73,7 @@ bool IsConnected(int fd)
     return result == 0 || errno == EISCONN;
 }
 
-// Tries until the supervisor answers. False when the descriptor is none.
+// Tries until the supervisor answers. False when the descriptor is not open.
 bool ConnectToSupervisor(int fd)
 {
     while (!IsConnected(fd)) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// src/loop/heartbeat.h: tells the local supervisor once a second that the daemon is alive (docs/protocols.md,
-// "Heartbeat").
+// src/loop/heartbeat.h: reports to the local supervisor once a second that the daemon is alive
+// (docs/protocols.md, "Heartbeat").
 #pragma once
 
 // How start-up reaches the heartbeat.

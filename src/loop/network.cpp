@@ -32,7 +32,7 @@ namespace
 
 constexpr char kUnit[] = "src/network.c";
 
-// What one round watches, and what select made of it.
+// What one round watches, and what select reported.
 struct WatchSet {
     fd_set readable;
     fd_set failed;
@@ -40,8 +40,8 @@ struct WatchSet {
     MonitorSlots slots; // as they were when the round began
 };
 
-// Visits the list's sessions in order; the one that is visited may be unlinked meanwhile. Only this thread
-// changes the list, so that it reads it without the lock.
+// Visits the sessions in list order; the visitor may unlink the session that it is given. Only this thread
+// changes the list, so it reads the list without the lock.
 template <typename Visit> void ForEachSession(Visit visit)
 {
     for (llist *node = g_llist->next; node != nullptr;) {
@@ -218,8 +218,8 @@ void HandleSlot(MonitorSession *slot)
     }
 }
 
-// A handler may close and open the slots that come behind it: one is served only if it still is what select
-// saw.
+// A handler may close and open slots that come after its own: a slot is served only if it is still the one
+// that select saw.
 bool StillReadable(const WatchSet &watch, std::size_t index)
 {
     const MonitorSession now =

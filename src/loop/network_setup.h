@@ -10,7 +10,7 @@
 // the MAC could not be had (logged).
 bool GetSystemEnvInfo();
 
-// Lays out the nine slots and opens those that are wanted. NULL when one cannot be opened; none is open then.
+// Makes the nine slots and opens those that are needed. NULL when one cannot be opened; all are closed then.
 std::unique_ptr<MonitorSlots> InitListener();
 
 // Closes the descriptors of all nine slots and marks them as not watched.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// src/sessions/llist.h: singly linked list of untyped pointers behind a head node. Not locked: whoever shares
+// src/sessions/llist.h: singly linked list of untyped pointers with a head node. Not locked: whoever shares
 // a list locks it.
 #pragma once
 

@@ -33,8 +33,8 @@ constexpr int kMaxListedForLogin = 2;
 constexpr int kMaxReceivesInARound = 8;
 constexpr std::chrono::milliseconds kMemoryPause{20}; // the client that cannot be accepted stays in the queue
 
-// Given away for a moment when accept runs out of descriptors, so that the client can be turned away and the
-// listener does not stay readable for ever.
+// Closed for a moment when accept runs out of descriptors, so that the client can be accepted and closed. The
+// listener would otherwise stay readable, and the loop would spin.
 ledboard::UniqueFd s_spareFd;
 
 int DescriptorLimit()
@@ -179,7 +179,7 @@ bool ManagerConnecting(SocketSession *session, const llist *list)
         session->type = 1;
         session->subType = static_cast<std::int32_t>(login->subType);
     }
-    // QUIRK login-discards: what came behind the login in the same read is lost; it would be expected to be
+    // QUIRK login-discards: what came after the login in the same read is lost; it would be expected to be
     // served.
     session->remain = 0;
     std::memset(session->buff, 0, wire::kSessionBufferSize);
@@ -271,9 +271,9 @@ bool Handle(SocketSession *session, const llist *list)
     return !CompletePacket(session) || ManagerConnecting(session, list);
 }
 
-// A receive that gets all it asked for has most likely left more behind. That is fetched in the same round,
-// so that a big upload does not pay for a select per packet, but not for long, so that nobody waits behind
-// it.
+// A receive that got all it asked for has most likely left more in the socket. The rest is fetched in the
+// same round, so that a big upload does not pay for a select per packet. The number of receives is limited,
+// so that no other client waits long.
 bool Serve(SocketSession *session, const llist *list)
 {
     for (int receives = 0; receives < kMaxReceivesInARound; ++receives) {

@@ -14,7 +14,7 @@ struct MonitorSession {
     std::int32_t type = 0;      // slot number, selects the handler
     std::int32_t valid = 0;     // 1: watched by select
     std::int32_t localIP = 0;   // not used
-    std::int32_t localPort = 0; // port it was opened on, 0 where there is none
+    std::int32_t localPort = 0; // port it was opened on, 0: it has no port
 };
 
 enum MonitorSlot : std::size_t {
