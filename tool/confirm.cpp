@@ -3,6 +3,7 @@
 
 #include "interrupt.h"
 #include "text.h"
+#include "tool_error.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -10,13 +11,13 @@
 namespace ledboard
 {
 
-void Confirm(ToolContext &context, const std::string &question)
+void Confirm(Output &output, bool yes, const std::string &question)
 {
-    if (context.options.yes)
+    if (yes)
         return;
-    if (context.output.Json() || isatty(STDIN_FILENO) != 1)
+    if (output.Json() || isatty(STDIN_FILENO) != 1)
         throw ToolError(ExitStatus::kUsage, question + " nobody can be asked here; say --yes to agree");
-    context.output.Draw(ForTerminal(question) + " [y/N] ");
+    output.Draw(ForTerminal(question) + " [y/N] ");
     std::string answer;
     char c = '\n';
     do {

@@ -136,7 +136,8 @@ ExitStatus RunInstall(ToolContext &context, const FirmwareArguments &arguments)
     for (const std::string &name : arguments.names)
         boards += (boards.empty() ? "" : ", ") + name;
     if (!context.options.dryRun)
-        Confirm(context, "replace the firmware of " + boards + ", which restarts?");
+        Confirm(context.output, context.options.yes,
+                "replace the firmware of " + boards + ", which restarts?");
     const bool alone = arguments.names.size() == 1;
     const BoardTask task = {[&](const Board &board) { return Install(context, board, archive, alone); },
                             InstallText};

@@ -54,7 +54,7 @@ VerbAction DefineBootScreenClear(CLI::App &command)
     const auto arguments = AddSettingArguments(command);
     return [arguments](ToolContext &context) {
         if (!context.options.dryRun)
-            Confirm(context,
+            Confirm(context.output, context.options.yes,
                     fmt::format("remove the boot picture of {}?", fmt::join(arguments->boards, ", ")));
         const auto clear = [](SettingClient &client, const Board &) -> nlohmann::json {
             client.CommandAcknowledged(wire::kSettingClearBootScreen);

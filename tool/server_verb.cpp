@@ -115,7 +115,7 @@ ExitStatus RunForget(ToolContext &context, const ServerArguments &arguments)
     for (const std::string &name : arguments.names)
         boards += (boards.empty() ? "" : ", ") + name;
     if (!context.options.dryRun)
-        Confirm(context, "have " + boards + " forget the management server?");
+        Confirm(context.output, context.options.yes, "have " + boards + " forget the management server?");
     return RunOnBoards(context, arguments.names,
                        {[&](const Board &board) { return Forget(context, board); }, ChangeText});
 }
