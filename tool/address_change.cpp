@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "address_change.h"
 
+#include "common/pc/tool_error.h"
 #include "discovery_socket.h"
-#include "tool_error.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "board.h"
 
-#include "output.h"
-#include "text.h"
+#include "common/pc/output.h"
+#include "common/pc/text.h"
 
 #include <fmt/format.h>
 

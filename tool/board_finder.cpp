@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "board_finder.h"
 
-#include "tool_error.h"
+#include "common/pc/tool_error.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,7 +2,7 @@
 #include "board_tasks.h"
 
 #include "board_finder.h"
-#include "text.h"
+#include "common/pc/text.h"
 
 #include <algorithm>
 #include <atomic>

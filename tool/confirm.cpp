@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "confirm.h"
 
+#include "common/pc/text.h"
+#include "common/pc/tool_error.h"
 #include "interrupt.h"
-#include "text.h"
-#include "tool_error.h"
 
 #include <poll.h>
 #include <unistd.h>

@@ -2,7 +2,7 @@
 // tool/confirm.h: the question before something is destroyed.
 #pragma once
 
-#include "output.h"
+#include "common/pc/output.h"
 
 #include <string>
 

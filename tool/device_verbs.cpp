@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "device_verbs.h"
 
+#include "common/pc/text.h"
 #include "reboot_schedule.h"
 #include "setting_task.h"
-#include "text.h"
 
 #include <fmt/format.h>
 

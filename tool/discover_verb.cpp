@@ -2,7 +2,7 @@
 #include "discover_verb.h"
 
 #include "board_finder.h"
-#include "text.h"
+#include "common/pc/text.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "discovery_socket.h"
 
-#include "tool_error.h"
+#include "common/pc/tool_error.h"
 
 #include <poll.h>
 #include <sys/socket.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "firmware_archive.h"
 
-#include "tool_error.h"
+#include "common/pc/tool_error.h"
 
 #include <zlib.h>
 

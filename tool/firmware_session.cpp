@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "firmware_session.h"
 
-#include "tool_error.h"
+#include "common/pc/tool_error.h"
 
 #include <array>
 #include <cstring>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "interrupt.h"
 
-#include "tool_error.h"
+#include "common/pc/tool_error.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>

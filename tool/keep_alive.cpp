@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "keep_alive.h"
 
+#include "common/pc/tool_error.h"
 #include "session_client.h"
-#include "tool_error.h"
 
 #include <sys/socket.h>
 

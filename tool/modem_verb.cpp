@@ -2,8 +2,8 @@
 #include "modem_verb.h"
 
 #include "board_tasks.h"
+#include "common/pc/text.h"
 #include "modem_session.h"
-#include "text.h"
 
 #include <fmt/format.h>
 

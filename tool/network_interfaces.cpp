@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "network_interfaces.h"
 
-#include "tool_error.h"
+#include "common/pc/tool_error.h"
 
 #include <ifaddrs.h>
 #include <net/if.h>

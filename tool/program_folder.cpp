@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "program_folder.h"
 
+#include "common/pc/text.h"
+#include "common/pc/tool_error.h"
 #include "records/upload_records.h"
-#include "text.h"
-#include "tool_error.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "progress.h"
 
-#include "text.h"
+#include "common/pc/text.h"
 
 #include <fmt/format.h>
 

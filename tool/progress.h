@@ -4,7 +4,7 @@
 // --json, nothing with --quiet. One thread per Progress; several of them may run at once.
 #pragma once
 
-#include "output.h"
+#include "common/pc/output.h"
 
 #include <chrono>
 #include <cstdint>

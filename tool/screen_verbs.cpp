@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "screen_verbs.h"
 
+#include "common/pc/text.h"
 #include "confirm.h"
 #include "setting_task.h"
 #include "settings_file.h"
-#include "text.h"
 
 #include <fmt/format.h>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "server_settings.h"
 
+#include "common/pc/text.h"
+#include "common/pc/tool_error.h"
 #include "discovery_socket.h"
-#include "text.h"
-#include "tool_error.h"
 
 #include <arpa/inet.h>
 

@@ -2,10 +2,10 @@
 #include "server_verb.h"
 
 #include "board_tasks.h"
+#include "common/pc/text.h"
 #include "confirm.h"
 #include "interrupt.h"
 #include "server_settings.h"
-#include "text.h"
 
 #include <fmt/format.h>
 

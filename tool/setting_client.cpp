@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "setting_client.h"
 
+#include "common/pc/tool_error.h"
 #include "records/fpga_frame.h"
-#include "tool_error.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "settings_file.h"
 
-#include "text.h"
-#include "tool_error.h"
+#include "common/pc/text.h"
+#include "common/pc/tool_error.h"
 
 #include <fmt/format.h>
 

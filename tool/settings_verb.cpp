@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "settings_verb.h"
 
+#include "common/pc/text.h"
 #include "setting_task.h"
 #include "settings_file.h"
-#include "text.h"
 
 #include <fmt/format.h>
 

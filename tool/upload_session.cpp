@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "upload_session.h"
 
-#include "text.h"
-#include "tool_error.h"
+#include "common/pc/text.h"
+#include "common/pc/tool_error.h"
 #include "unique_fd.h"
 
 #include <fmt/format.h>

@@ -2,8 +2,8 @@
 #include "upload_verb.h"
 
 #include "board_tasks.h"
+#include "common/pc/text.h"
 #include "progress.h"
-#include "text.h"
 #include "upload_session.h"
 
 #include <fmt/format.h>

@@ -2,8 +2,8 @@
 // tool/verb.h: what a verb is: one pair of files with one function, and one row in the table of tool.cpp.
 #pragma once
 
-#include "output.h"
-#include "tool_error.h"
+#include "common/pc/output.h"
+#include "common/pc/tool_error.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "board_selector.h"
 
+#include "common/pc/tool_error.h"
 #include "example_board.h"
-#include "tool_error.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "reboot_schedule.h"
 
-#include "tool_error.h"
+#include "common/pc/tool_error.h"
 
 #include <gtest/gtest.h>
 

@@ -3,9 +3,9 @@
 // upgrading or broken.
 #include "session_client.h"
 
+#include "common/pc/tool_error.h"
 #include "example_board.h"
 #include "keep_alive.h"
-#include "tool_error.h"
 #include "upload_session.h"
 
 #include <gtest/gtest.h>

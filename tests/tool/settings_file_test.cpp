@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "settings_file.h"
 
-#include "tool_error.h"
+#include "common/pc/tool_error.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "text.h"
+#include "common/pc/text.h"
 
 #include <gtest/gtest.h>
 

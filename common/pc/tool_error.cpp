@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "tool_error.h"
+#include "common/pc/tool_error.h"
 
-#include "text.h"
+#include "common/pc/text.h"
 
 #include <system_error>
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// tool/tool_error.h: how the tool ends: one exit status per kind of end, and the exception that carries it.
+// common/pc/tool_error.h: how the tool ends: one exit status per kind of end, and the exception that carries
+// it.
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// tool/output.h: where the tool's words go. Data goes to standard output and nothing else does; notes,
+// common/pc/output.h: where the tool's words go. Data goes to standard output and nothing else does; notes,
 // questions, progress and errors go to standard error. With --json an error is data too: an object in the
 // place of the result. Any thread may call any of this.
 #pragma once
 
-#include "tool_error.h"
+#include "common/pc/tool_error.h"
 
 #include <nlohmann/json.hpp>
 

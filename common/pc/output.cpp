@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "output.h"
+#include "common/pc/output.h"
 
-#include "text.h"
+#include "common/pc/text.h"
 
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// tool/text.h: texts that came over the network, made fit for JSON and for a terminal, and the forms in which
-// the tool shows sizes and times.
+// common/pc/text.h: texts that came over the network, made fit for JSON and for a terminal, and the forms in
+// which the tool shows sizes and times.
 #pragma once
 
 #include <chrono>
