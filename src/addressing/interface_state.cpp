@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
-// The address is set over route netlink (RFC 3549) and not with SIOCSIFADDR, which replaces the address that
-// is there: a lease that arrived a moment ago would be lost.
+// The address is set over route netlink and not with SIOCSIFADDR, which replaces the address of the
+// interface: a lease that arrived a moment ago would be lost.
 #include "addressing/interface_state.h"
 
-#include "base/sockets.h"
+#include "base/rtnetlink.h"
 #include "common/unique_fd.h"
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <linux/if_packet.h>
-#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <netinet/in.h>
@@ -17,9 +16,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <string>
 
 namespace
 {
@@ -34,16 +31,10 @@ struct AddressAttribute {
 };
 
 struct AddressRequest {
-    nlmsghdr header;
     ifaddrmsg message;
     AddressAttribute local;
     AddressAttribute address;
     AddressAttribute broadcast;
-};
-
-struct Answer {
-    nlmsghdr header;
-    nlmsgerr error;
 };
 
 AddressAttribute Attribute(unsigned short type, std::uint32_t address)
@@ -51,16 +42,9 @@ AddressAttribute Attribute(unsigned short type, std::uint32_t address)
     return {.head = {.rta_len = sizeof(AddressAttribute), .rta_type = type}, .address = htonl(address)};
 }
 
-// The kernel's answer is there when the request has been sent.
-bool ChangeAddress(unsigned short type, unsigned short flags, int interface, std::uint32_t address)
+bool ChangeAddress(std::uint16_t type, std::uint16_t flags, int interface, std::uint32_t address)
 {
-    const ledboard::UniqueFd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
-    if (!fd.Valid())
-        return false;
     AddressRequest request{};
-    request.header.nlmsg_len = sizeof request;
-    request.header.nlmsg_type = type;
-    request.header.nlmsg_flags = static_cast<unsigned short>(NLM_F_REQUEST | NLM_F_ACK | flags);
     request.message.ifa_family = AF_INET;
     request.message.ifa_prefixlen = kPrefixLength;
     request.message.ifa_scope = RT_SCOPE_LINK;
@@ -68,13 +52,7 @@ bool ChangeAddress(unsigned short type, unsigned short flags, int interface, std
     request.local = Attribute(IFA_LOCAL, address);
     request.address = Attribute(IFA_ADDRESS, address);
     request.broadcast = Attribute(IFA_BROADCAST, address | ~kLinkLocalMask);
-    if (SendBytes(fd.Get(), wire::BytesAt(&request, sizeof request)) != sizeof request)
-        return false;
-    Answer answer{};
-    if (recv(fd.Get(), &answer, sizeof answer, 0) < static_cast<ssize_t>(sizeof answer.header + sizeof(int)))
-        return false;
-    errno = -answer.error.error;
-    return answer.header.nlmsg_type == NLMSG_ERROR && answer.error.error == 0;
+    return RequestRtnetlink(type, flags, wire::BytesAt(&request, sizeof request));
 }
 
 void NoteIpv4(const sockaddr *address, InterfaceState *state)

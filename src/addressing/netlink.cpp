@@ -3,41 +3,39 @@
 
 #include "base/diag.h"
 #include "base/shell.h"
-#include "base/sockets.h"
 #include "common/unique_fd.h"
 
 #include <arpa/inet.h>
 #include <linux/if.h>
-#include <linux/rtnetlink.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
-static int need_stop_pppd = 1; // alternates on every move of the default route to the modem
-
 namespace
 {
 
-constexpr char kUnit[] = "src/netlink.c";
-constexpr std::size_t kBurst = 65536; // holds a burst of link messages
-constexpr std::size_t kEthtoolOutput = 65536;
+int need_stop_pppd = 1; // alternates on every move of the default route to the modem
 
-// What one message says; nothing when it leaves the result as it was.
-std::optional<int> JudgeLinkMessage(const LinkMessage &message)
+constexpr char kUnit[] = "src/netlink.c";
+constexpr std::size_t kReceiveSize = 65536; // holds a burst of link messages
+constexpr std::size_t kMaxEthtoolOutput = 65536;
+
+// The result of one message; nothing if it leaves the result as it was.
+std::optional<int> HandleLinkMessage(const NetlinkMessage &message)
 {
-    if (message.type != RTM_NEWLINK) {
+    if (message.header.nlmsg_type != RTM_NEWLINK) {
         if (Eth0IsConnected() == 0)
             SetPppGatway();
         return std::nullopt;
     }
-    if (!message.lowerUp)
+    const std::optional<bool> up = LinkIsUp(message);
+    if (!up)
         return std::nullopt;
-    if (!*message.lowerUp) {
+    if (!*up) {
         SetPppGatway();
         return 0;
     }
@@ -48,29 +46,19 @@ std::optional<int> JudgeLinkMessage(const LinkMessage &message)
     } else {
         SetPppGatway();
     }
-    // QUIRK link-up-without-cable: the link counts as up although ethtool says that no cable is there; down
-    // would be expected.
+    // QUIRK link-up-without-cable: the link counts as up although ethtool reports no cable; down would be
+    // expected.
     return 1;
 }
 
 } // namespace
 
-std::optional<LinkMessage> TakeLinkMessage(wire::Bytes *left)
+std::optional<bool> LinkIsUp(const NetlinkMessage &message)
 {
-    nlmsghdr header;
-    if (left->size() < sizeof header)
+    const auto link = ReadKernelStruct<ifinfomsg>(message.body);
+    if (message.header.nlmsg_type != RTM_NEWLINK || !link)
         return std::nullopt;
-    std::memcpy(&header, left->data(), sizeof header);
-    if (header.nlmsg_len < sizeof header || header.nlmsg_len > left->size())
-        return std::nullopt;
-    LinkMessage message{.type = header.nlmsg_type, .lowerUp = std::nullopt};
-    ifinfomsg link;
-    if (message.type == RTM_NEWLINK && header.nlmsg_len >= sizeof header + sizeof link) {
-        std::memcpy(&link, left->data() + sizeof header, sizeof link);
-        message.lowerUp = (link.ifi_flags & IFF_LOWER_UP) != 0;
-    }
-    *left = left->subspan(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), left->size()));
-    return message;
+    return (link->ifi_flags & IFF_LOWER_UP) != 0;
 }
 
 int BuildNetlinkSocket()
@@ -98,23 +86,25 @@ int ParseNetlinkEvent(int fd)
         DiagErrno(kUnit, __func__, __LINE__, "netlink socket eq -1.");
         return -1;
     }
-    std::string buffer(kBurst, '\0');
+    std::string buffer(kReceiveSize, '\0');
     const ssize_t count = recv(fd, buffer.data(), buffer.size(), 0);
     if (count < static_cast<ssize_t>(sizeof(nlmsghdr)))
         return -1;
     int result = -1;
     wire::Bytes left = wire::BytesAt(buffer.data(), static_cast<std::size_t>(count));
-    while (const auto message = TakeLinkMessage(&left)) {
-        if (message->type == NLMSG_DONE || message->type == NLMSG_ERROR)
+    while (const auto message = TakeNetlinkMessage(&left)) {
+        const std::uint16_t type = message->header.nlmsg_type;
+        if (type == NLMSG_DONE || type == NLMSG_ERROR)
             return -1;
-        result = JudgeLinkMessage(*message).value_or(result);
+        result = HandleLinkMessage(*message).value_or(result);
     }
     return result;
 }
 
 int Eth0IsConnected()
 {
-    return ReadShell("ethtool eth0", kEthtoolOutput).find("Link detected: no") == std::string::npos ? 1 : 0;
+    return ReadShell("ethtool eth0", kMaxEthtoolOutput).find("Link detected: no") == std::string::npos ? 1
+                                                                                                       : 0;
 }
 
 void ProcEth0Up()

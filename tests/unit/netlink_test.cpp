@@ -41,9 +41,20 @@ std::string Walk(const std::string &bytes)
 {
     std::string seen;
     wire::Bytes left = wire::BytesAt(bytes.data(), bytes.size());
-    while (const auto message = TakeLinkMessage(&left))
-        seen += message->type != RTM_NEWLINK ? 'o' : !message->lowerUp ? '?' : *message->lowerUp ? 'u' : 'd';
+    while (const auto message = TakeNetlinkMessage(&left)) {
+        const auto up = LinkIsUp(*message);
+        seen += message->header.nlmsg_type != RTM_NEWLINK ? 'o' : !up ? '?' : *up ? 'u' : 'd';
+    }
     return seen;
+}
+
+// An attribute of `length` bytes by its own account, header included, with a value of `size` bytes.
+std::string Attribute(std::uint16_t type, std::uint16_t length, std::size_t size)
+{
+    std::string bytes(4 + size, 'v');
+    std::memcpy(bytes.data(), &length, sizeof length);
+    std::memcpy(bytes.data() + 2, &type, sizeof type);
+    return bytes;
 }
 
 TEST(LinkMessages, AreTakenOneByOneAndTheLastDecides)
@@ -90,6 +101,36 @@ TEST(LinkMessages, AreTakenOneByOneAndTheLastDecides)
     EXPECT_EQ(ParseNetlinkEvent(-1), -1);
     close(ends[0]);
     close(ends[1]);
+}
+
+TEST(NetlinkAttributes, AreTakenOneByOneWithTheirPadding)
+{
+    const std::string whole = Attribute(7, 8, 4);
+    const struct {
+        const char *name;
+        std::string bytes;
+        std::string walk; // type:size of the value
+        std::size_t left;
+    } rows[] = {
+        {"none", "", "", 0},
+        {"two", whole + Attribute(8, 8, 4), "7:4 8:4 ", 0},
+        {"no value", Attribute(1, 4, 0) + whole, "1:0 7:4 ", 0},
+        {"padding is skipped", Attribute(1, 5, 4) + whole, "1:1 7:4 ", 0},
+        {"the last without padding", whole + Attribute(1, 5, 1), "7:4 1:1 ", 0},
+        {"rest shorter than a header", whole + "xyz", "7:4 ", 3},
+        {"length below a header", whole + Attribute(1, 3, 4), "7:4 ", 8},
+        {"length 0", Attribute(1, 0, 4), "", 8},
+        {"length beyond the end", Attribute(1, 9, 4), "", 8},
+        {"largest length", Attribute(1, 0xFFFF, 4), "", 8},
+    };
+    for (const auto &row : rows) {
+        std::string walk;
+        wire::Bytes left = wire::BytesAt(row.bytes.data(), row.bytes.size());
+        while (const auto attribute = TakeNetlinkAttribute(&left))
+            walk += std::to_string(attribute->type) + ":" + std::to_string(attribute->value.size()) + " ";
+        EXPECT_EQ(walk, row.walk) << row.name;
+        EXPECT_EQ(left.size(), row.left) << row.name;
+    }
 }
 
 } // namespace
