@@ -19,20 +19,20 @@ void Require(bool condition)
 }
 
 // The packet speaks of the claim's own address where the fuzzer says so, or it would never guess it.
-ArpNews AimedAt(ArpNews news, std::uint32_t address)
+HeardArp AimedAt(HeardArp packet, std::uint32_t address)
 {
-    if (news.senderAddress == 0xFFFFFFFF)
-        news.senderAddress = address;
-    if (news.targetAddress == 0xFFFFFFFF)
-        news.targetAddress = address;
-    return news;
+    if (packet.senderAddress == 0xFFFFFFFF)
+        packet.senderAddress = address;
+    if (packet.targetAddress == 0xFFFFFFFF)
+        packet.targetAddress = address;
+    return packet;
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    using Deed = LinkLocalClaim::Deed;
+    using Action = LinkLocalClaim::Action;
     LinkLocalClaim claim;
     LinkLocalClaim::Moment now{std::chrono::seconds(100)};
     claim.Start(kOwn, now);
@@ -40,18 +40,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         now += std::chrono::milliseconds(100 * static_cast<int>(left.front()));
         left = left.subspan(1);
         const bool held = claim.Holds();
-        const Deed ticked = claim.Tick(now);
-        Require(ticked != Deed::kGiveUp && (ticked != Deed::kAnnounce || held) &&
-                (ticked != Deed::kClaim || claim.Holds()));
+        const Action ticked = claim.Tick(now);
+        Require(ticked != Action::kGiveUp && (ticked != Action::kAnnounce || held) &&
+                (ticked != Action::kClaim || claim.Holds()));
         const std::size_t length = std::min(left.size(), sizeof(wire::ArpPacket));
-        const auto news = DecodeArp(left.first(length));
+        const auto packet = DecodeArp(left.first(length));
         left = left.subspan(length);
-        if (!news)
+        if (!packet)
             continue;
         const bool holds = claim.Holds();
-        const Deed heard = claim.Hear(AimedAt(*news, claim.Address()), now);
-        Require(heard == Deed::kNothing || holds);
-        Require((heard == Deed::kGiveUp) == (holds && !claim.Holds()));
+        const Action heard = claim.Hear(AimedAt(*packet, claim.Address()), now);
+        Require(heard == Action::kNothing || holds);
+        Require((heard == Action::kGiveUp) == (holds && !claim.Holds()));
         Require(claim.Address() >= 0xA9FE0100 && claim.Address() <= 0xA9FEFEFF);
     }
     return 0;

@@ -2,14 +2,13 @@
 #include "addressing/arp_socket.h"
 
 #include "base/diag.h"
-#include "base/sockets.h"
 
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
+#include <net/if.h>
 #include <sys/socket.h>
 
-#include <cerrno>
 #include <cstring>
 
 namespace
@@ -54,23 +53,28 @@ bool Broadcast(int fd, const MacAddress &own, std::uint32_t sender, std::uint32_
     std::memcpy(packet.senderHardware, own.data(), own.size());
     Put(packet.senderProtocol, sender);
     Put(packet.targetProtocol, target);
-    sockaddr_ll everybody{};
-    everybody.sll_family = AF_PACKET;
-    everybody.sll_protocol = htons(ETH_P_ARP);
-    everybody.sll_ifindex = BoundInterface(fd);
-    everybody.sll_halen = sizeof packet.senderHardware;
-    std::memset(everybody.sll_addr, 0xFF, sizeof packet.senderHardware);
-    return sendto(fd, &packet, sizeof packet, MSG_NOSIGNAL, reinterpret_cast<const sockaddr *>(&everybody),
-                  sizeof everybody) == sizeof packet;
+    sockaddr_ll destination{};
+    destination.sll_family = AF_PACKET;
+    destination.sll_protocol = htons(ETH_P_ARP);
+    destination.sll_ifindex = BoundInterface(fd);
+    destination.sll_halen = sizeof packet.senderHardware;
+    std::memset(destination.sll_addr, 0xFF, sizeof packet.senderHardware);
+    return sendto(fd, &packet, sizeof packet, MSG_NOSIGNAL, reinterpret_cast<const sockaddr *>(&destination),
+                  sizeof destination) == sizeof packet;
 }
 
 } // namespace
 
-int OpenArpSocket()
+int OpenArpSocket(const char *ifname)
 {
+    // Protocol 0: with ETH_P_ARP it would hear every interface until it is bound.
     const int fd = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd == -1)
+    if (fd == -1) {
         DiagErrno(kUnit, __func__, __LINE__, "probe socket: ");
+        return -1;
+    }
+    if (const auto interface = static_cast<int>(if_nametoindex(ifname)); interface != 0)
+        BindArpSocket(fd, interface);
     return fd;
 }
 
@@ -87,13 +91,14 @@ int BoundInterface(int fd)
 {
     sockaddr_ll address{};
     socklen_t size = sizeof address;
+    // The kernel sets the index to -1 when the interface is removed.
     if (getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size) == -1 || address.sll_protocol == 0 ||
         address.sll_ifindex < 0)
         return 0;
     return address.sll_ifindex;
 }
 
-std::optional<ArpNews> DecodeArp(wire::Bytes bytes)
+std::optional<HeardArp> DecodeArp(wire::Bytes bytes)
 {
     const auto packet = wire::Read<wire::ArpPacket>(bytes);
     if (!packet || Get(packet->hardwareType) != wire::kArpEthernet ||
@@ -104,17 +109,17 @@ std::optional<ArpNews> DecodeArp(wire::Bytes bytes)
     const std::uint16_t operation = Get(packet->operation);
     if (operation != wire::kArpRequest && operation != wire::kArpReply)
         return std::nullopt;
-    ArpNews news;
-    std::memcpy(news.sender.data(), packet->senderHardware, news.sender.size());
-    news.senderAddress = Get(packet->senderProtocol);
-    news.targetAddress = Get(packet->targetProtocol);
-    news.isRequest = operation == wire::kArpRequest;
-    return news;
+    HeardArp heard;
+    std::memcpy(heard.sender.data(), packet->senderHardware, heard.sender.size());
+    heard.senderAddress = Get(packet->senderProtocol);
+    heard.targetAddress = Get(packet->targetProtocol);
+    heard.isRequest = operation == wire::kArpRequest;
+    return heard;
 }
 
-std::optional<ArpNews> ReceiveArp(int fd)
+std::optional<HeardArp> ReceiveArp(int fd)
 {
-    std::byte packet[64];
+    std::byte packet[64]; // Ethernet pads the 28 bytes to 46
     const ssize_t count = recv(fd, packet, sizeof packet, 0);
     if (count < 0)
         return std::nullopt;

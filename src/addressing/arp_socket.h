@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// src/addressing/arp_socket.h: the probe's ARP socket, and the packets that go through it. Main thread.
+// src/addressing/arp_socket.h: the ARP socket of the address probe, and its packets. Main thread.
 #pragma once
 
 #include "addressing/link_local_claim.h"
@@ -7,17 +7,19 @@
 
 #include <optional>
 
-int OpenArpSocket();                       // unbound: hears nothing; -1 failed (logged)
-bool BindArpSocket(int fd, int interface); // true when it is bound to the interface of that index now
-int BoundInterface(int fd);                // index, 0 when it is not bound
+// A packet socket for ARP on the interface: non-blocking, close-on-exec. Unbound, and thus deaf, if there is
+// no such interface. -1 failed (logged).
+int OpenArpSocket(const char *ifname);
+bool BindArpSocket(int fd, int interface); // to the interface with this index; true if it is bound now
+int BoundInterface(int fd);                // index, 0 if it is not bound
 
-// Nothing when the packet is not one of IPv4 on Ethernet, request or reply.
-std::optional<ArpNews> DecodeArp(wire::Bytes packet);
+// Nothing if the packet is not an ARP request or reply for IPv4 on Ethernet.
+std::optional<HeardArp> DecodeArp(wire::Bytes packet);
 
-// One packet of the socket, nothing when none could be received or it says nothing to us.
-std::optional<ArpNews> ReceiveArp(int fd);
+// Receives one packet. Nothing if none could be received or DecodeArp rejects it.
+std::optional<HeardArp> ReceiveArp(int fd);
 
-// Broadcasts a request for `address`: a probe, or an announcement when we say that it is ours. Host byte
-// order. False with errno when it could not be sent.
+// Broadcast an ARP request: a probe asks who has `address`, an announcement says that it is ours. Host byte
+// order. False with errno if it could not be sent.
 bool SendArpProbe(int fd, const MacAddress &own, std::uint32_t address);
 bool SendArpAnnouncement(int fd, const MacAddress &own, std::uint32_t address);

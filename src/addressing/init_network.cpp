@@ -4,16 +4,16 @@
 #include "addressing/arp_socket.h"
 #include "addressing/interface_state.h"
 #include "base/diag.h"
+#include "common/address.h"
 #include "state/addressing_mode.h"
 #include "state/device_record.h"
 #include "state/monitor_slots.h"
 #include "state/system_env.h"
 #include "state/tick.h"
 
-#include <arpa/inet.h>
-#include <net/if.h>
-
 #include <string>
+
+using ledboard::DottedFromHostOrder;
 
 namespace
 {
@@ -36,14 +36,6 @@ bool s_linkWasUp = false; // while the probe runs
 LinkLocalClaim s_claim;
 
 bool s_delayPending = false; // a DelaySnicker has begun to wait
-
-std::string Dotted(std::uint32_t address)
-{
-    const in_addr network{htonl(address)};
-    char text[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, &network, text, sizeof text);
-    return text;
-}
 
 int ProbeSocket()
 {
@@ -73,7 +65,7 @@ void DropLinkLocal(const InterfaceState &interface)
 {
     if (interface.linkLocal != 0 && DeleteLinkLocal(interface.index, interface.linkLocal))
         Diag(kUnit, __func__, __LINE__, "link-local address %s is given up.",
-             Dotted(interface.linkLocal).c_str());
+             DottedFromHostOrder(interface.linkLocal).c_str());
 }
 
 // What the interface has outlives its old cable: the address is probed for like a new one.
@@ -93,36 +85,38 @@ void StartClaim(const MacAddress &own, Clock::time_point now)
 {
     s_claim.Start(own, now);
     Diag(kUnit, __func__, __LINE__, "link-local address %s is probed for.",
-         Dotted(s_claim.Address()).c_str());
+         DottedFromHostOrder(s_claim.Address()).c_str());
 }
 
 void Claim(int fd, const InterfaceState &interface, Clock::time_point now)
 {
     if (!AddLinkLocal(interface.index, s_claim.Address())) {
-        DiagErrno(kUnit, __func__, __LINE__, "link-local address %s: ", Dotted(s_claim.Address()).c_str());
+        DiagErrno(kUnit, __func__, __LINE__,
+                  "link-local address %s: ", DottedFromHostOrder(s_claim.Address()).c_str());
         s_claim.Restart(now);
         return;
     }
-    Diag(kUnit, __func__, __LINE__, "link-local address %s is ours.", Dotted(s_claim.Address()).c_str());
+    Diag(kUnit, __func__, __LINE__, "link-local address %s is ours.",
+         DottedFromHostOrder(s_claim.Address()).c_str());
     SendArpAnnouncement(fd, *interface.mac, s_claim.Address());
 }
 
-void Do(LinkLocalClaim::Deed deed, int fd, const InterfaceState &interface, Clock::time_point now)
+void Do(LinkLocalClaim::Action action, int fd, const InterfaceState &interface, Clock::time_point now)
 {
-    switch (deed) {
-    case LinkLocalClaim::Deed::kNothing:
+    switch (action) {
+    case LinkLocalClaim::Action::kNothing:
         break;
-    case LinkLocalClaim::Deed::kProbe:
+    case LinkLocalClaim::Action::kProbe:
         if (!SendArpProbe(fd, *interface.mac, s_claim.Address()))
             s_claim.Restart(now); // a probe that nobody heard proves nothing
         break;
-    case LinkLocalClaim::Deed::kClaim:
+    case LinkLocalClaim::Action::kClaim:
         Claim(fd, interface, now);
         break;
-    case LinkLocalClaim::Deed::kAnnounce:
+    case LinkLocalClaim::Action::kAnnounce:
         SendArpAnnouncement(fd, *interface.mac, s_claim.Address());
         break;
-    case LinkLocalClaim::Deed::kGiveUp:
+    case LinkLocalClaim::Action::kGiveUp:
         DropLinkLocal(interface);
         break;
     }
@@ -207,31 +201,27 @@ void ReportAddress()
 
 int BuildSnicker(const char *ifname)
 {
-    const int fd = OpenArpSocket();
-    const auto index = static_cast<int>(if_nametoindex(ifname));
-    if (fd != -1 && index != 0)
-        BindArpSocket(fd, index);
-    return fd;
+    return OpenArpSocket(ifname);
 }
 
 int DisposeSnickerPacket(int fd)
 {
-    const std::optional<ArpNews> news = ReceiveArp(fd);
+    const std::optional<HeardArp> packet = ReceiveArp(fd);
     if (s_probe == Probe::kOver || GetFixedStatus() != 0)
         return 0;
-    if (!news)
+    if (!packet)
         return 1;
     const std::uint32_t address = s_claim.Address();
     const auto now = Clock::now();
-    const LinkLocalClaim::Deed deed = s_claim.Hear(*news, now);
+    const LinkLocalClaim::Action action = s_claim.Hear(*packet, now);
     if (s_claim.Address() != address)
         Diag(kUnit, __func__, __LINE__, "link-local address %s is taken, the next is %s.",
-             Dotted(address).c_str(), Dotted(s_claim.Address()).c_str());
-    if (deed == LinkLocalClaim::Deed::kNothing)
+             DottedFromHostOrder(address).c_str(), DottedFromHostOrder(s_claim.Address()).c_str());
+    if (action == LinkLocalClaim::Action::kNothing)
         return 1;
     const auto interface = ReadInterface(kEthernet);
     if (interface && interface->mac)
-        Do(deed, fd, *interface, now);
+        Do(action, fd, *interface, now);
     return 1;
 }
 

@@ -7,8 +7,9 @@ using std::chrono::seconds;
 namespace
 {
 
+// The constants of RFC 3927, section 9.
 constexpr int kProbeNumber = 3;
-constexpr seconds kProbeLeast{1}; // pause between two probes, this or one second more
+constexpr int kMinProbePause = 1; // seconds between two probes; PROBE_MAX is one second more
 constexpr seconds kAnnounceWait{2};
 constexpr int kAnnounceNumber = 2;
 constexpr seconds kAnnounceInterval{2};
@@ -16,14 +17,14 @@ constexpr int kMaxConflicts = 10;
 constexpr seconds kRateLimitInterval{60};
 constexpr seconds kDefendInterval{10};
 
-// A tick comes a little before or after its second; one that is this early still counts.
+// A tick may come a little early. Without this tolerance the action would then be a whole tick late.
 constexpr milliseconds kTickJitter{250};
 
 // 169.254.1.0 to 169.254.254.255.
 constexpr std::uint32_t kFirstAddress = 0xA9FE0100;
 constexpr std::uint32_t kAddressCount = 254 * 256;
 
-// SplitMix64: uniform, and good for seeds that differ in one bit, as MAC addresses of one maker do.
+// SplitMix64: uniform even for seeds that differ in one bit, as the MAC addresses of one maker do.
 std::uint64_t Mix(std::uint64_t value)
 {
     value += 0x9E3779B97F4A7C15;
@@ -40,7 +41,8 @@ std::uint64_t Number(const MacAddress &mac)
     return number;
 }
 
-// Every board has a row of its own, which begins the same after each start.
+// Every board has its own sequence of candidates, the same after each start, so that it usually keeps its
+// address (RFC 3927, 2.1).
 std::uint32_t CandidateAddress(const MacAddress &mac, std::uint64_t index)
 {
     return kFirstAddress + static_cast<std::uint32_t>(Mix(Mix(Number(mac)) + index) % kAddressCount);
@@ -54,10 +56,10 @@ void LinkLocalClaim::Start(const MacAddress &own, Moment now)
         own_ = own;
         candidate_ = 0;
         address_ = CandidateAddress(own, candidate_);
-        // Boards that are switched on together must not wait in step.
+        // Boards that are switched on together should not probe at the same moments.
         random_ = Mix(Number(own)) ^ static_cast<std::uint64_t>(now.time_since_epoch().count());
     }
-    phase_ = Phase::kProbing;
+    phase_ = Phase::kProbing; // Restart does nothing when stopped
     Restart(now);
 }
 
@@ -70,59 +72,58 @@ void LinkLocalClaim::Restart(Moment now)
     due_ = now + RandomSeconds(0) + (conflicts_ >= kMaxConflicts ? kRateLimitInterval : seconds(0));
 }
 
-LinkLocalClaim::Deed LinkLocalClaim::Tick(Moment now)
+LinkLocalClaim::Action LinkLocalClaim::Tick(Moment now)
 {
     if (Stopped() || now + kTickJitter < due_)
-        return Deed::kNothing;
+        return Action::kNothing;
     if (Holds()) {
         if (announcements_ == kAnnounceNumber)
-            return Deed::kNothing;
+            return Action::kNothing;
         ++announcements_;
-        return Deed::kAnnounce;
+        return Action::kAnnounce;
     }
     if (probes_ < kProbeNumber) {
         ++probes_;
-        due_ = now + (probes_ == kProbeNumber ? kAnnounceWait : RandomSeconds(kProbeLeast.count()));
-        return Deed::kProbe;
+        due_ = now + (probes_ == kProbeNumber ? kAnnounceWait : RandomSeconds(kMinProbePause));
+        return Action::kProbe;
     }
     phase_ = Phase::kHolding;
     heldSince_ = now;
     defended_ = false;
     announcements_ = 1;
     due_ = now + kAnnounceInterval;
-    return Deed::kClaim;
+    return Action::kClaim;
 }
 
-LinkLocalClaim::Deed LinkLocalClaim::Hear(const ArpNews &news, Moment now)
+LinkLocalClaim::Action LinkLocalClaim::Hear(const HeardArp &packet, Moment now)
 {
-    if (Stopped() || news.sender == own_)
-        return Deed::kNothing;
-    const bool used = news.senderAddress == address_;
+    if (Stopped() || packet.sender == own_) // a switch or a bridge may send our own packets back
+        return Action::kNothing;
+    const bool used = packet.senderAddress == address_;
     if (Holds())
-        return used ? DefendOrGiveUp(now) : Deed::kNothing;
-    const bool probedFor = news.isRequest && news.senderAddress == 0 && news.targetAddress == address_;
+        return used ? DefendOrGiveUp(now) : Action::kNothing;
+    const bool probedFor = packet.isRequest && packet.senderAddress == 0 && packet.targetAddress == address_;
     if (!used && !probedFor)
-        return Deed::kNothing;
+        return Action::kNothing;
     NextCandidate();
-    // A candidate that is taken before its first probe is changed within the wait, which a flood of
-    // packets must not prolong.
+    // Before the first probe only the candidate changes: a flood of packets must not prolong the wait.
     if (probes_ > 0)
         Restart(now);
-    return Deed::kNothing;
+    return Action::kNothing;
 }
 
-LinkLocalClaim::Deed LinkLocalClaim::DefendOrGiveUp(Moment now)
+LinkLocalClaim::Action LinkLocalClaim::DefendOrGiveUp(Moment now)
 {
     if (!defended_ || now - lastDefence_ >= kDefendInterval) {
         defended_ = true;
         lastDefence_ = now;
-        return Deed::kAnnounce;
+        return Action::kAnnounce;
     }
-    if (now - heldSince_ >= kRateLimitInterval)
+    if (now - heldSince_ >= kRateLimitInterval) // earlier conflicts no longer count as a series
         conflicts_ = 0;
     NextCandidate();
     Restart(now);
-    return Deed::kGiveUp;
+    return Action::kGiveUp;
 }
 
 void LinkLocalClaim::NextCandidate()
@@ -133,8 +134,8 @@ void LinkLocalClaim::NextCandidate()
     address_ = CandidateAddress(own_, candidate_);
 }
 
-seconds LinkLocalClaim::RandomSeconds(int least)
+seconds LinkLocalClaim::RandomSeconds(int min)
 {
     random_ = Mix(random_);
-    return seconds(least + static_cast<int>(random_ & 1));
+    return seconds(min + static_cast<int>(random_ & 1));
 }

@@ -10,7 +10,7 @@
 namespace
 {
 
-using Deed = LinkLocalClaim::Deed;
+using Action = LinkLocalClaim::Action;
 using Moment = LinkLocalClaim::Moment;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
@@ -26,9 +26,9 @@ MacAddress Mac(unsigned number)
 char Next(LinkLocalClaim *claim, Moment *now, seconds limit = seconds(5))
 {
     for (const Moment end = *now + limit; *now <= end; *now += seconds(1)) {
-        const Deed deed = claim->Tick(*now);
-        if (deed != Deed::kNothing)
-            return "-pcag"[static_cast<int>(deed)];
+        const Action action = claim->Tick(*now);
+        if (action != Action::kNothing)
+            return "-pcag"[static_cast<int>(action)];
     }
     return '-';
 }
@@ -36,13 +36,13 @@ char Next(LinkLocalClaim *claim, Moment *now, seconds limit = seconds(5))
 // Ticks through the whole claim; false when it went another way.
 bool ClaimAddress(LinkLocalClaim *claim, Moment *now, seconds firstWait = seconds(5))
 {
-    std::string deeds(1, Next(claim, now, firstWait));
-    while (deeds.back() != '-')
-        deeds += Next(claim, now);
-    return deeds == "pppcaa-" || deeds == "pppca-";
+    std::string actions(1, Next(claim, now, firstWait));
+    while (actions.back() != '-')
+        actions += Next(claim, now);
+    return actions == "pppcaa-" || actions == "pppca-";
 }
 
-ArpNews FromOther(std::uint32_t senderAddress, std::uint32_t targetAddress, bool isRequest = true)
+HeardArp FromOther(std::uint32_t senderAddress, std::uint32_t targetAddress, bool isRequest = true)
 {
     return {kOther, senderAddress, targetAddress, isRequest};
 }
@@ -65,14 +65,14 @@ TEST(LinkLocalClaim, ProbesClaimsAndAnnouncesInTime)
 
         Moment now = start;
         Moment last = start;
-        std::string deeds;
+        std::string actions;
         std::vector<seconds::rep> gaps;
         for (int count = 0; count < 6; ++count) {
-            deeds += Next(&claim, &now);
+            actions += Next(&claim, &now);
             gaps.push_back(std::chrono::duration_cast<seconds>(now - last).count());
             last = now;
         }
-        EXPECT_EQ(deeds, "pppca-");
+        EXPECT_EQ(actions, "pppca-");
         EXPECT_EQ(gaps[3], 2) << "claimed two seconds after the last probe";
         EXPECT_EQ(gaps[4], 2) << "announced again two seconds later";
         firstWaits.insert(gaps[0]);
@@ -88,14 +88,14 @@ TEST(LinkLocalClaim, MeasuresTimeAndNotTicks)
     LinkLocalClaim claim;
     Moment now{seconds(5)};
     claim.Start(Mac(1), now);
-    int deeds = 0;
+    int actions = 0;
     for (; now < Moment{seconds(8)}; now += milliseconds(10))
-        deeds += claim.Tick(now) == Deed::kNothing ? 0 : 1;
-    EXPECT_LE(deeds, 4);
+        actions += claim.Tick(now) == Action::kNothing ? 0 : 1;
+    EXPECT_LE(actions, 4);
     EXPECT_FALSE(claim.Holds());
     now += seconds(600); // a loop that stood still skips nothing either
-    EXPECT_EQ(claim.Tick(now), Deed::kProbe);
-    EXPECT_EQ(claim.Tick(now), Deed::kNothing);
+    EXPECT_EQ(claim.Tick(now), Action::kProbe);
+    EXPECT_EQ(claim.Tick(now), Action::kNothing);
 }
 
 TEST(LinkLocalClaim, JudgesPackets)
@@ -104,7 +104,7 @@ TEST(LinkLocalClaim, JudgesPackets)
     constexpr std::uint32_t kMine = 1; // stands for the claim's address
     const struct {
         const char *name;
-        ArpNews news;
+        HeardArp packet;
         Verdict probing;
         Verdict holding;
     } rows[] = {
@@ -129,13 +129,13 @@ TEST(LinkLocalClaim, JudgesPackets)
                 }
             }
             const std::uint32_t address = claim.Address();
-            ArpNews news = row.news;
-            if (news.senderAddress == kMine)
-                news.senderAddress = address;
-            if (news.targetAddress == kMine)
-                news.targetAddress = address;
+            HeardArp packet = row.packet;
+            if (packet.senderAddress == kMine)
+                packet.senderAddress = address;
+            if (packet.targetAddress == kMine)
+                packet.targetAddress = address;
             const Verdict verdict = holding ? row.holding : row.probing;
-            EXPECT_EQ(claim.Hear(news, now), verdict == kDefended ? Deed::kAnnounce : Deed::kNothing)
+            EXPECT_EQ(claim.Hear(packet, now), verdict == kDefended ? Action::kAnnounce : Action::kNothing)
                 << row.name << holding;
             EXPECT_EQ(claim.Address() != address, verdict == kNextCandidate) << row.name << holding;
             EXPECT_EQ(claim.Holds(), holding) << row.name;
@@ -150,10 +150,10 @@ TEST(LinkLocalClaim, DefendsOnceInTenSecondsThenMoves)
     claim.Start(Mac(4), now);
     ASSERT_TRUE(ClaimAddress(&claim, &now));
     const std::uint32_t first = claim.Address();
-    const ArpNews conflict = FromOther(first, first);
-    EXPECT_EQ(claim.Hear(conflict, now), Deed::kAnnounce);
-    EXPECT_EQ(claim.Hear(conflict, now + seconds(10)), Deed::kAnnounce);
-    EXPECT_EQ(claim.Hear(conflict, now + milliseconds(19900)), Deed::kGiveUp);
+    const HeardArp conflict = FromOther(first, first);
+    EXPECT_EQ(claim.Hear(conflict, now), Action::kAnnounce);
+    EXPECT_EQ(claim.Hear(conflict, now + seconds(10)), Action::kAnnounce);
+    EXPECT_EQ(claim.Hear(conflict, now + milliseconds(19900)), Action::kGiveUp);
     EXPECT_NE(claim.Address(), first);
     EXPECT_FALSE(claim.Holds());
     now += seconds(20);
@@ -164,7 +164,7 @@ TEST(LinkLocalClaim, DefendsOnceInTenSecondsThenMoves)
     EXPECT_TRUE(ClaimAddress(&claim, &now));
     EXPECT_EQ(claim.Address(), second);
     claim.Stop();
-    EXPECT_EQ(claim.Hear(FromOther(second, second), now), Deed::kNothing);
+    EXPECT_EQ(claim.Hear(FromOther(second, second), now), Action::kNothing);
     EXPECT_EQ(Next(&claim, &now), '-');
     claim.Start(Mac(4), now);
     EXPECT_EQ(claim.Address(), second) << "the last address is tried first";
@@ -195,9 +195,9 @@ TEST(LinkLocalClaim, TriesOnceAMinuteAfterTenConflicts)
     EXPECT_LT(now - before, seconds(80));
     // Held for a minute, it counts as won: the next move is a quick one again.
     now += seconds(60);
-    const ArpNews conflict = FromOther(claim.Address(), 7);
-    EXPECT_EQ(claim.Hear(conflict, now), Deed::kAnnounce);
-    EXPECT_EQ(claim.Hear(conflict, now), Deed::kGiveUp);
+    const HeardArp conflict = FromOther(claim.Address(), 7);
+    EXPECT_EQ(claim.Hear(conflict, now), Action::kAnnounce);
+    EXPECT_EQ(claim.Hear(conflict, now), Action::kGiveUp);
     EXPECT_EQ(Next(&claim, &now), 'p');
 }
 
@@ -222,14 +222,14 @@ TEST(ArpPacket, OnlyIpv4OnEthernetIsHeard)
         {"operation 256", std::string(good).replace(6, 2, std::string("\1\0", 2)), false},
     };
     for (const auto &row : rows) {
-        const auto news = DecodeArp(wire::BytesAt(row.packet.data(), row.packet.size()));
-        ASSERT_EQ(news.has_value(), row.heard) << row.name;
-        if (!news)
+        const auto packet = DecodeArp(wire::BytesAt(row.packet.data(), row.packet.size()));
+        ASSERT_EQ(packet.has_value(), row.heard) << row.name;
+        if (!packet)
             continue;
-        EXPECT_EQ(news->sender, (MacAddress{2, 0x4c, 0x45, 0x44, 0, 7}));
-        EXPECT_EQ(news->senderAddress, 0xA9FE1020U);
-        EXPECT_EQ(news->targetAddress, 0x0A010203U);
-        EXPECT_FALSE(news->isRequest);
+        EXPECT_EQ(packet->sender, (MacAddress{2, 0x4c, 0x45, 0x44, 0, 7}));
+        EXPECT_EQ(packet->senderAddress, 0xA9FE1020U);
+        EXPECT_EQ(packet->targetAddress, 0x0A010203U);
+        EXPECT_FALSE(packet->isRequest);
     }
 }
 
