@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// src/addressing/interface_state.h: what an interface has, and the link-local address that it is given or
-// loses. Main thread. Addresses are in host byte order.
+// src/addressing/interface_state.h: reads the link and the addresses of an interface, and adds and deletes
+// its link-local address. Main thread. Addresses are in host byte order.
 #pragma once
 
 #include "addressing/link_local_claim.h"
@@ -8,19 +8,19 @@
 #include <optional>
 
 struct InterfaceState {
-    int index = 0; // 0: there is no such interface
+    int index = 0; // 0: no such interface
     bool linkUp = false;
-    bool hasLease = false;       // some address that is neither link-local nor of the loopback
+    bool hasLease = false;       // has an address other than link-local and 127.0.0.1
     std::uint32_t linkLocal = 0; // the first link-local address, 0 none
     std::optional<MacAddress> mac;
 };
 
-// Nothing when the system could not be asked.
+// Nothing if the query failed.
 std::optional<InterfaceState> ReadInterface(const char *ifname);
 
-void BringUp(const char *ifname); // does nothing when there is no such interface
+void BringUp(const char *ifname); // does nothing if there is no such interface
 
-// Add and delete exactly this address with the mask 255.255.0.0; every other address stays as it is. False
-// with errno when the kernel refused.
+// Add and delete this address with the mask 255.255.0.0; other addresses stay as they are. False with errno
+// if the kernel refused.
 bool AddLinkLocal(int interface, std::uint32_t address);
 bool DeleteLinkLocal(int interface, std::uint32_t address);
