@@ -10,8 +10,8 @@ constexpr std::string_view kPreUp =
     R"(        pre-up /bin/grep -v -e "ip=[0-9]\+\.[0-9]\+\.[0-9]\+\.[0-9]\+" /proc/cmdline > /dev/null)"
     "\n";
 
-// A static configuration has address, netmask and network; behind them, as behind any other, comes one line
-// more.
+// The lines after the eth0 line: address, netmask and network of a static configuration, then one more of any
+// configuration (gateway or pre-up).
 constexpr int kStaticLines = 3;
 constexpr int kLastLine = 1;
 
@@ -30,7 +30,7 @@ InterfacesRewriter InterfacesRewriter::ForFixed(const FixedAddress &fixed)
 
 bool InterfacesRewriter::Take(std::string_view line, std::string *out)
 {
-    // QUIRK blind-drop: the lines behind an eth0 line are dropped by number, whatever they say; only those of
+    // QUIRK blind-drop: the lines after an eth0 line are dropped by number, whatever they say; only those of
     // the old configuration would be expected to go.
     if (drop_ > 0) {
         --drop_;
@@ -56,7 +56,7 @@ bool InterfacesRewriter::Take(std::string_view line, std::string *out)
 bool ReadInterfacesLine(std::FILE *file, std::string *line)
 {
     line->clear();
-    while (line->size() < kInterfacesLine) {
+    while (line->size() < kMaxInterfacesLine) {
         const int character = std::getc(file);
         if (character == EOF)
             break;

@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
-// src/addressing/interfaces_file.h: how the interfaces file changes with the addressing. No file is touched
-// here.
+// src/addressing/interfaces_file.h: rewrites the lines of /etc/network/interfaces for a fixed or a dynamic
+// address. Computes only; the caller reads and writes the files.
 //
-// The file is taken line by line. A line is what ends in a newline, at most kInterfacesLine bytes; the rest
-// of a longer one counts as the next line.
+// The file is processed line by line. A line ends with its newline or after kMaxInterfacesLine bytes; the
+// rest of a longer one counts as the next line.
 #pragma once
 
 #include <cstdio>
 #include <string>
 #include <string_view>
 
-constexpr std::size_t kInterfacesLine = 256;
+constexpr std::size_t kMaxInterfacesLine = 256;
 
-// The four lines of a fixed address, dotted.
+// The values of the four lines of a fixed address, dotted.
 struct FixedAddress {
     std::string address;
     std::string netmask;
@@ -26,8 +26,8 @@ public:
     static InterfacesRewriter ForDhcp();
     static InterfacesRewriter ForFixed(const FixedAddress &fixed);
 
-    // Appends to `out` what stands in the new file for `line`. True at a line that configures eth0: the new
-    // configuration is then in `out`.
+    // Appends to `out` what the new file contains in place of `line`. True if the line configures eth0: `out`
+    // then contains the new configuration.
     bool Take(std::string_view line, std::string *out);
 
 private:
@@ -37,8 +37,8 @@ private:
     }
 
     bool fixed_;
-    std::string configuration_; // the lines behind the eth0 line
-    int drop_ = 0;              // lines of the old configuration still to come
+    std::string configuration_; // written after the eth0 line
+    int drop_ = 0;              // lines that are still to be dropped
 };
 
 // Reads one line. False at the end of the file.

@@ -7,6 +7,7 @@
 #include "base/listeners.h"
 #include "base/paths.h"
 #include "base/shell.h"
+#include "common/address.h"
 #include "state/addressing_mode.h"
 #include "state/device_record.h"
 #include "state/monitor_slots.h"
@@ -17,45 +18,40 @@
 
 #include <cstring>
 
-static wire::UpdateLocalIP s_localIP{}; // the last request applied; zeros after its acknowledgement
-
 namespace
 {
+
+wire::UpdateLocalIP s_localIP{}; // the last request applied; zeros after its acknowledgement
 
 constexpr std::int32_t kDhcp = 1;
 constexpr char kAnyAddress[] = "0.0.0.0";
 
-// Never destroyed: its thread may run while the process ends.
+// Runs the restarts of the DHCP client off the main thread. Never destroyed: its thread may run while the
+// process ends.
 CommandWorker &DhcpWorker()
 {
     static auto *const s_worker = new CommandWorker;
     return *s_worker;
 }
 
-std::string Dotted(std::uint32_t address)
+// The request's addresses are in network byte order.
+in_addr Address(wire::I32 field)
 {
-    const in_addr network{address};
-    char text[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, &network, text, sizeof text);
-    return text;
+    return {static_cast<std::uint32_t>(std::int32_t{field})};
 }
 
-std::uint32_t Bits(wire::I32 value)
+std::int32_t HostOrder(wire::I32 field)
 {
-    return static_cast<std::uint32_t>(std::int32_t{value});
-}
-
-std::int32_t HostOrder(wire::I32 address)
-{
-    return static_cast<std::int32_t>(ntohl(Bits(address)));
+    return static_cast<std::int32_t>(ntohl(Address(field).s_addr));
 }
 
 FixedAddress FixedAddressOf(const wire::UpdateLocalIP &request)
 {
-    return {.address = Dotted(Bits(request.ip)),
-            .netmask = Dotted(Bits(request.mask)),
-            .network = Dotted(Bits(request.ip) & Bits(request.mask)),
-            .gateway = Dotted(Bits(request.gateway))};
+    const in_addr network{Address(request.ip).s_addr & Address(request.mask).s_addr};
+    return {.address = ledboard::Dotted(Address(request.ip)),
+            .netmask = ledboard::Dotted(Address(request.mask)),
+            .network = ledboard::Dotted(network),
+            .gateway = ledboard::Dotted(Address(request.gateway))};
 }
 
 void ApplyAtOnce(const wire::UpdateLocalIP &request)
@@ -71,8 +67,9 @@ void ApplyAtOnce(const wire::UpdateLocalIP &request)
     g_device.setGateway(HostOrder(request.gateway));
 }
 
-// Copies the interfaces file to `copyName` through the rewriter; at every line that configures eth0
-// `atEth0` is called. No copy is left where one of the files cannot be opened or written.
+// Copies the interfaces file to `copyName` through the rewriter and calls `atEth0` at every line that
+// configures eth0. If a file cannot be opened or written, no copy is left: the caller's "cp" then fails and
+// the interfaces file stays as it is.
 template <typename Function>
 void CopyInterfaces(const char *copyName, InterfacesRewriter rewriter, const Function &atEth0)
 {
@@ -96,13 +93,6 @@ void CopyInterfaces(const char *copyName, InterfacesRewriter rewriter, const Fun
         unlink(copyName);
 }
 
-void SyncInterfaces()
-{
-    const FilePointer file = OpenFile(paths::kInterfaces, "r");
-    if (file)
-        fsync(fileno(file.get()));
-}
-
 void CloseCustomSlot(std::size_t index)
 {
     MonitorSession &slot = (*g_sessions)[index];
@@ -123,7 +113,7 @@ void CloseCustomPort()
     SetCustomPort(0);
 }
 
-// False when the socket could not be opened: the slot then stays shut.
+// False if `fd` is not a socket; the slot then stays closed.
 bool OpenCustomSlot(std::size_t index, int port, int fd)
 {
     MonitorSession &slot = (*g_sessions)[index];
@@ -146,7 +136,7 @@ void ChangeCustomPort(std::int32_t port)
     if (g_sessions != nullptr &&
         (!OpenCustomSlot(kSlotCustomSessions, port, InitTcpSocket(kAnyAddress, port)) ||
          !OpenCustomSlot(kSlotCustomDiscovery, port, InitUdpSocket(kAnyAddress, port)))) {
-        // Stored, it would end every start from now on.
+        // If it were stored, the work loop could not open its listeners at the next start.
         CloseCustomPort();
         return;
     }
@@ -158,7 +148,7 @@ void ApplyDhcp()
     CopyInterfaces(paths::kInterfacesDynamic, InterfacesRewriter::ForDhcp(), [] {});
     RunShell("cp /etc/network/interfaces_dynamic /etc/network/interfaces; "
              "rm /etc/network/interfaces_dynamic; rm /etc/resolv.conf");
-    SyncInterfaces();
+    SyncFile(paths::kInterfaces); // the new configuration must survive a power cut
     RestartDhcpClient();
     SetFixedStatus(0);
     CloseCustomPort();
@@ -166,14 +156,14 @@ void ApplyDhcp()
 
 void ApplyFixed(const wire::UpdateLocalIP &request)
 {
-    // A restart that still runs or waits would have a late lease overwrite the address.
+    // A restart that runs or is queued could bring a late lease, which would replace the fixed address.
     DhcpWorker().Clear();
     CopyInterfaces(paths::kInterfacesStatic, InterfacesRewriter::ForFixed(FixedAddressOf(request)),
                    [&request] { ApplyAtOnce(request); });
     RunShell("cp /etc/network/interfaces_static /etc/network/interfaces; "
              "rm /etc/network/interfaces_static");
     RunShell("rm /etc/resolv.conf; echo \"nameserver 8.8.8.8\" >> /etc/resolv.conf");
-    SyncInterfaces();
+    SyncFile(paths::kInterfaces); // the new configuration must survive a power cut
     SetFixedStatus(1);
     ChangeCustomPort(request.port);
 }

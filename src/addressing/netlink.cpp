@@ -3,9 +3,9 @@
 
 #include "base/diag.h"
 #include "base/shell.h"
+#include "common/address.h"
 #include "common/unique_fd.h"
 
-#include <arpa/inet.h>
 #include <linux/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -128,9 +128,7 @@ void SetPppGatway()
     }
     sockaddr_in peer;
     std::memcpy(&peer, &request.ifr_dstaddr, sizeof peer);
-    char text[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
-    std::string command = std::string("route delete default;route add  default gw ") + text +
+    std::string command = "route delete default;route add  default gw " + ledboard::Dotted(peer.sin_addr) +
                           ";cp /etc/ppp/resolv.conf /var/run/resolv.conf";
     // QUIRK pppd-every-second: the modem's daemon is stopped at every second move of the route; either always
     // or never would be expected.

@@ -42,7 +42,7 @@ std::string Rewritten(const std::string &text, InterfacesRewriter rewriter, int 
     std::string line;
     *eth0Lines = 0;
     while (!text.empty() && ReadInterfacesLine(file.get(), &line)) {
-        EXPECT_LE(line.size(), kInterfacesLine);
+        EXPECT_LE(line.size(), kMaxInterfacesLine);
         *eth0Lines += rewriter.Take(line, &out) ? 1 : 0;
     }
     return out;
