@@ -2,7 +2,6 @@
 #include "state/tick.h"
 
 #include "base/diag.h"
-#include "base/sockets.h"
 #include "common/unique_fd.h"
 #include "records/wire_types.h"
 
@@ -30,8 +29,8 @@ constexpr std::uint32_t kFiredWord = 1;
 
 std::mutex s_tickMutex;
 std::array<TickFunction, kTickSlots> tickArray{};
-// Those that wait for an empty slot, each one once, the oldest first. Never destroyed: a connect thread may
-// still take its function out at the end of the process.
+// Functions that wait for an empty slot, without duplicates, the oldest first. Never destroyed: a connect
+// thread may still remove its function while the process ends.
 std::vector<TickFunction> &s_waiting = *new std::vector<TickFunction>;
 
 int s_timerFd = -1; // the replacement source, -1 with the board's driver
@@ -65,9 +64,10 @@ int ReadTimer(int fd)
     return read(fd, &expirations, sizeof expirations) == sizeof expirations ? 1 : -1;
 }
 
-// The functions on the table hold s_tickMutex.
+using TickLock = std::lock_guard<std::mutex>; // as an argument: the caller holds s_tickMutex
 
-bool IntoEmptySlot(TickFunction fn)
+// False if no slot is empty.
+bool PutIntoEmptySlot(TickFunction fn, const TickLock &)
 {
     const auto slot = std::ranges::find(tickArray, nullptr);
     if (slot == tickArray.end())
@@ -76,13 +76,13 @@ bool IntoEmptySlot(TickFunction fn)
     return true;
 }
 
-void SeatWaiting()
+void PutWaitingIntoEmptySlots(const TickLock &lock)
 {
-    while (!s_waiting.empty() && IntoEmptySlot(s_waiting.front()))
+    while (!s_waiting.empty() && PutIntoEmptySlot(s_waiting.front(), lock))
         s_waiting.erase(s_waiting.begin());
 }
 
-void Wait(TickFunction fn)
+void AddToWaiting(TickFunction fn, const TickLock &)
 {
     if (std::ranges::find(tickArray, fn) == tickArray.end() &&
         std::ranges::find(s_waiting, fn) == s_waiting.end())
@@ -95,8 +95,8 @@ void InsertToTick(TickFunction fn)
 {
     if (fn == nullptr)
         return;
-    const std::lock_guard lock(s_tickMutex);
-    if (!IntoEmptySlot(fn))
+    const TickLock lock(s_tickMutex);
+    if (!PutIntoEmptySlot(fn, lock))
         Diag(kUnit, __func__, __LINE__, "no tick slot is empty, the function is not run.");
 }
 
@@ -104,18 +104,18 @@ void InsertToTickOrWait(TickFunction fn)
 {
     if (fn == nullptr)
         return;
-    const std::lock_guard lock(s_tickMutex);
-    if (IntoEmptySlot(fn))
+    const TickLock lock(s_tickMutex);
+    if (PutIntoEmptySlot(fn, lock))
         return;
     Diag(kUnit, __func__, __LINE__, "no tick slot is empty, the function waits for one.");
-    Wait(fn);
+    AddToWaiting(fn, lock);
 }
 
 void RemoveFromTick(TickFunction fn)
 {
     if (fn == nullptr)
         return;
-    const std::lock_guard lock(s_tickMutex);
+    const TickLock lock(s_tickMutex);
     const auto slot = std::ranges::find(tickArray, fn);
     if (slot != tickArray.end())
         *slot = nullptr;
@@ -125,7 +125,7 @@ void RemoveFromTick(TickFunction fn)
 
 int SlotsInTick(TickFunction fn)
 {
-    const std::lock_guard lock(s_tickMutex);
+    const TickLock lock(s_tickMutex);
     return static_cast<int>(std::ranges::count(tickArray, fn));
 }
 
@@ -134,14 +134,14 @@ void CallTickFunctions()
     for (const TickFunction &slot : tickArray) {
         TickFunction fn;
         {
-            const std::lock_guard lock(s_tickMutex);
+            const TickLock lock(s_tickMutex);
             fn = slot;
         }
         if (fn != nullptr)
-            fn();
+            fn(); // without the lock: it may change the table
     }
-    const std::lock_guard lock(s_tickMutex);
-    SeatWaiting();
+    const TickLock lock(s_tickMutex);
+    PutWaitingIntoEmptySlots(lock);
 }
 
 int InitTick()
@@ -151,7 +151,7 @@ int InitTick()
         Diag(kUnit, __func__, __LINE__, "tick source: timer driver.");
         return driver;
     }
-    if (errno != EPROTONOSUPPORT) {
+    if (errno != EPROTONOSUPPORT) { // the kernel has the driver: another source would hide its fault
         DiagErrno(kUnit, __func__, __LINE__, "timer driver: ");
         return -1;
     }
