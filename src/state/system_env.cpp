@@ -4,8 +4,8 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/paths.h"
-#include "base/sockets.h"
 #include "common/unique_fd.h"
+#include "records/wire_types.h"
 #include "state/usb_monitor.h"
 
 #include <arpa/inet.h>
@@ -18,7 +18,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -28,8 +27,8 @@ namespace
 
 constexpr char kUnit[] = "src/system_env.c";
 
-constexpr long long kSmallestDisk = 734003200; // 700 MiB
-constexpr long long kSmallestRoom = 314572800; // 300 MiB
+constexpr long long kMinDiskSize = 734003200; // 700 MiB; a smaller disk is not used
+constexpr long long kMinRoom = 314572800;     // 300 MiB
 
 ifreq RequestFor(const char *ifname)
 {
@@ -40,8 +39,8 @@ ifreq RequestFor(const char *ifname)
 
 std::int32_t RoomInKiB(long long bytes)
 {
-    constexpr long long kMost = std::numeric_limits<std::int32_t>::max(); // a disk of 2 TiB and more
-    return bytes > kSmallestRoom ? static_cast<std::int32_t>(std::min(bytes / 1024, kMost)) : 0;
+    constexpr long long kMaxKiB = std::numeric_limits<std::int32_t>::max(); // 2 TiB, which a disk may exceed
+    return bytes > kMinRoom ? static_cast<std::int32_t>(std::min(bytes / 1024, kMaxKiB)) : 0;
 }
 
 } // namespace
@@ -150,7 +149,7 @@ std::int32_t CheckIsUDiskCard()
     const auto blockSize = static_cast<long long>(disk.f_bsize);
     const long long total = static_cast<long long>(disk.f_blocks) * blockSize;
     std::printf("total size: %lld\n", total);
-    if (total < kSmallestDisk)
+    if (total < kMinDiskSize)
         return 0;
     const long long free = static_cast<long long>(disk.f_bavail) * blockSize;
     std::printf("free size: %lld\n", free);

@@ -4,16 +4,26 @@
 
 #include <cstdint>
 
-std::int32_t GetPlexaVersionNo(); // four numbers of a dotted quad in byte order; 0 when missing or empty
-std::int32_t GetFPGAVersionNo();  // bytes 1 to 3 of the FPGA image, lowest first; 0 when missing or short
+// The four numbers of the player's dotted version, in byte order. 0 if the file is missing or empty.
+std::int32_t GetPlexaVersionNo();
 
-std::int32_t GetLocalIPAddress(const char *ifname);      // network byte order; 0 none or 127.0.0.1; -1 query
-                                                         // failed
+// Bytes 1 to 3 of the FPGA image, lowest first. 0 if it is missing or shorter than 8 bytes.
+std::int32_t GetFPGAVersionNo();
+
+// Addresses of an interface. The byte orders differ, as the device record wants them.
+std::int32_t GetLocalIPAddress(const char *ifname); // network byte order; 0 none or 127.0.0.1, -1 query
+                                                    // failed
+std::uint32_t GetLocalMask(const char *ifname);     // host byte order, 0 none
+std::uint32_t GetGateway(const char *ifname);       // host byte order, 0 none
+
+// The interface's default route in the main table; of several the one that the kernel lists last. 0 stored as
+// dotted text (`text` has room for 16 bytes), -1 none.
+int GetDefaultGateway(const char *ifname, char *text);
+
 int GetLocalMac(const char *ifname, unsigned char *mac); // 1 six bytes stored, 0 failed (logged)
-std::uint32_t GetLocalMask(const char *ifname);          // host byte order, 0 when there is none
-int GetDefaultGateway(const char *ifname, char *text);   // 0 dotted text (at most 16 bytes) stored, -1 none
-std::uint32_t GetGateway(const char *ifname);            // host byte order, 0 when there is none
 
-int CheckIsFixedIPAddress();     // 1 when the interfaces file gives eth0 a static address, else 0
-std::int32_t CheckIsUDiskCard(); // usable room of the USB disk in KiB; 0 without a disk or when it is too
-                                 // small
+int CheckIsFixedIPAddress(); // 1 if the interfaces file gives eth0 a static address, else 0
+
+// Room for programs on the USB disk in KiB: free space, and what the programs there take. 0 without a disk,
+// on a disk below 700 MiB and with at most 300 MiB of room.
+std::int32_t CheckIsUDiskCard();

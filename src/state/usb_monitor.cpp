@@ -33,7 +33,7 @@ long long GetFolderSize(const std::string &path)
 {
     long long size = 0;
     std::deque<std::string> waiting{path};
-    std::set<FolderIdentity> entered;
+    std::set<FolderIdentity> entered; // a link may lead back up the tree
     for (; !waiting.empty(); waiting.pop_front()) {
         const std::string &current = waiting.front();
         const std::unique_ptr<DIR, CloseFolder> folder(opendir(current.c_str()));
