@@ -27,7 +27,7 @@ constexpr std::size_t kMaxEthtoolOutput = 65536;
 // The result of one message; nothing if it leaves the result as it was.
 std::optional<int> HandleLinkMessage(const NetlinkMessage &message)
 {
-    if (message.header.nlmsg_type != RTM_NEWLINK) {
+    if (message.header.nlmsg_type != RTM_NEWLINK) { // such as RTM_DELLINK: an interface was removed
         if (Eth0IsConnected() == 0)
             SetPppGatway();
         return std::nullopt;
@@ -103,8 +103,9 @@ int ParseNetlinkEvent(int fd)
 
 int Eth0IsConnected()
 {
-    return ReadShell("ethtool eth0", kMaxEthtoolOutput).find("Link detected: no") == std::string::npos ? 1
-                                                                                                       : 0;
+    // An ethtool that fails or prints nothing counts as connected.
+    const std::string output = ReadShell("ethtool eth0", kMaxEthtoolOutput);
+    return output.find("Link detected: no") == std::string::npos ? 1 : 0;
 }
 
 void ProcEth0Up()
