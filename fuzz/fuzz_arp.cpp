@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// ARP packets of a hostile cable: each input is a series of steps, a pause of 0 to 255 tenths of a second
-// with a tick behind it and 28 bytes of a packet. What the claim asks for must stay possible.
+// ARP packets of a hostile cable. Each input is a series of steps: a pause of 0 to 255 tenths of a second, a
+// tick, and the 28 bytes of a packet. The claim must only ask for actions that its state allows.
 #include "addressing/arp_socket.h"
 #include "addressing/link_local_claim.h"
 
@@ -18,7 +18,7 @@ void Require(bool condition)
         std::abort();
 }
 
-// The packet speaks of the claim's own address where the fuzzer says so, or it would never guess it.
+// Puts the claim's own address in place of 255.255.255.255: the fuzzer would never guess it.
 HeardArp AimedAt(HeardArp packet, std::uint32_t address)
 {
     if (packet.senderAddress == 0xFFFFFFFF)
