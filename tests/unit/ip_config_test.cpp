@@ -68,7 +68,7 @@ TEST(InterfacesFile, IsRewrittenLineByLine)
         {"eth0 last", "auto lo\n" + fixed, "auto lo\n" + dhcp + "{}", "auto lo\n" + fixed + "{}", 1},
         {"eth0 last without newline", "iface eth0 inet dhcp", dhcp + "{}", fixed + "{}", 1},
         {"static last without newline", "iface eth0 inet static", dhcp + "{}", fixed + "{}", 1},
-        {"too few lines behind static", fixed + "  address 1\nauto lo\n", dhcp + "{}", fixed + "{}", 1},
+        {"too few lines after static", fixed + "  address 1\nauto lo\n", dhcp + "{}", fixed + "{}", 1},
         {"dropped by number", fixed + "# why\n  address 1\niface eth0 inet dhcp\n  x\nauto lo\n",
          dhcp + "{}auto lo\n", fixed + "{}auto lo\n", 1},
         {"several", dhcp + "  a\n" + fixed + four + dhcp + "  b", dhcp + "{}" + dhcp + "{}" + dhcp + "{}",

@@ -23,7 +23,7 @@ std::string Message(std::uint16_t type, std::uint32_t flags, std::uint32_t lengt
     std::string bytes(size < kWhole ? kWhole : size, '\0');
     std::memcpy(bytes.data(), &length, sizeof length);
     std::memcpy(bytes.data() + 4, &type, sizeof type);
-    std::memcpy(bytes.data() + 24, &flags, sizeof flags); // behind the header: family, type, index, flags
+    std::memcpy(bytes.data() + 24, &flags, sizeof flags); // after the header: family, type, index, flags
     bytes.resize(size);
     return bytes;
 }

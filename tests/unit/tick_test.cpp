@@ -70,7 +70,7 @@ protected:
     {
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends_), 0);
         fcntl(ends_[0], F_SETFL, O_NONBLOCK);
-        // The counter keeps what earlier messages left: bring it to a known place, just behind a tick.
+        // The counter keeps what earlier messages left: bring it to a known place, just after a tick.
         while (Feed(DriverMessage(98, 1)) != 1) {
         }
     }
