@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tool.h"
+#include "verbs/tool.h"
 
 int main(int argc, char **argv)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "board_selector.h"
+#include "discovery/board_selector.h"
 
 #include "common/pc/tool_error.h"
 #include "example_board.h"

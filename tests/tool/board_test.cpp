@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "board.h"
+#include "discovery/board.h"
 
 #include "example_board.h"
 

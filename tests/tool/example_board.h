@@ -2,7 +2,7 @@
 // tests/tool/example_board.h: a board to vary: C1-0000000001 "Main gate" at 192.168.1.7.
 #pragma once
 
-#include "board.h"
+#include "discovery/board.h"
 
 #include <arpa/inet.h>
 

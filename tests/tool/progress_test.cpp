@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "progress.h"
+#include "terminal/progress.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "reboot_schedule.h"
+#include "sessions/reboot_schedule.h"
 
 #include "common/pc/tool_error.h"
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // A session against a listener of the test's own, which can say what a real board says only when it is full,
 // upgrading or broken.
-#include "session_client.h"
+#include "sessions/session_client.h"
 
 #include "common/pc/tool_error.h"
 #include "example_board.h"
-#include "keep_alive.h"
-#include "upload_session.h"
+#include "sessions/keep_alive.h"
+#include "sessions/upload_session.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "settings_file.h"
+#include "sessions/settings_file.h"
 
 #include "common/pc/tool_error.h"
 

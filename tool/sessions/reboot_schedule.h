@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// tool/sessions/reboot_schedule.h: when a board reboots by itself: out of words, and into words. No sockets.
+#pragma once
+
+#include "records/setting_records.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <string>
+
+namespace ledboard
+{
+
+// "mon,thu" as a mask: bit 1 Monday to bit 7 Sunday. Throws ToolError(kUsage).
+std::uint32_t ParseDays(const std::string &text);
+
+// "HH:MM" or "HH:MM:SS" into the schedule. Throws ToolError(kUsage).
+void ParseTimeOfDay(const std::string &text, wire::RebootPloy *ploy);
+
+// Days that really lie between two reboots of a board that is told `days`: it counts modulo one week.
+std::uint32_t DaysBetweenReboots(std::uint32_t days);
+
+// The schedule as the board takes it: what is out of range is replaced as the board replaces it.
+nlohmann::json PloyJson(const wire::RebootPloy &ploy);
+std::string PloyText(const nlohmann::json &json);
+
+} // namespace ledboard

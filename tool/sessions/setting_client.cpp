@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+#include "sessions/setting_client.h"
+
+#include "common/pc/tool_error.h"
+#include "records/fpga_frame.h"
+
+#include <algorithm>
+#include <array>
+
+namespace ledboard
+{
+
+namespace
+{
+
+constexpr std::chrono::milliseconds kBusyPatience{3000};
+constexpr std::chrono::milliseconds kBusyPause{50};
+
+} // namespace
+
+SettingClient::SettingClient(const Board &board, const std::string &interfaceName,
+                             std::chrono::milliseconds patience, SettingDoor door)
+    : door_(door)
+{
+    if (door == SettingDoor::kPort) {
+        ConnectToPort({BoardAddress(board), wire::kSettingPort}, interfaceName, patience);
+        return;
+    }
+    client_ = std::make_unique<SessionClient>(SessionEndpoint(board), interfaceName, patience);
+    client_->LogIn(wire::kSessionSettings);
+    keepAlive_ = std::make_unique<KeepAlive>(client_->LocalAddress(),
+                                             Endpoint{BoardAddress(board), board.source.port}, interfaceName);
+}
+
+void SettingClient::ConnectToPort(const Endpoint &port, const std::string &interfaceName,
+                                  std::chrono::milliseconds patience)
+{
+    const auto deadline = Clock::now() + std::min(kBusyPatience, patience);
+    for (;;) {
+        client_.reset();
+        try {
+            client_ = std::make_unique<SessionClient>(port, interfaceName, patience);
+            BoardClock(); // who came second into the queue is thrown out of it when the port closes
+            return;
+        } catch (const ToolError &error) {
+            const bool busy = error.Status() == ExitStatus::kRefused ||
+                              (error.Status() == ExitStatus::kFailed && client_ != nullptr);
+            if (!busy)
+                throw;
+            if (Clock::now() >= deadline)
+                throw ToolError(ExitStatus::kRefused, std::string(error.what()) +
+                                                          "; the board serves one setting program at a time");
+        }
+        WaitFor(-1, 0, Clock::now() + kBusyPause);
+    }
+}
+
+void SettingClient::SendPacket(wire::SettingPacketType type, wire::Bytes payload)
+{
+    std::array<std::byte, sizeof(wire::FrameHeader) + wire::kMostPacketBytes> room;
+    wire::Writer writer(room);
+    const std::size_t size = sizeof(wire::SettingHeader) + payload.size();
+    if (door_ == SettingDoor::kSession)
+        writer.Put(wire::FrameHeader{.length = static_cast<std::uint32_t>(sizeof(wire::FrameHeader) + size),
+                                     .unread = 0U});
+    writer.Put(wire::SettingHeader{.length = static_cast<std::uint8_t>(size - 1), .type = type});
+    writer.PutBytes(payload);
+    client_->Send(writer.Written());
+}
+
+void SettingClient::Command(wire::SettingCode code, wire::Bytes argument)
+{
+    std::array<std::byte, wire::kMostPacketBytes> room;
+    wire::Writer writer(room);
+    writer.Put(wire::U32(code));
+    writer.PutBytes(argument);
+    SendPacket(wire::kPacketCommand, writer.Written());
+}
+
+void SettingClient::CommandAcknowledged(wire::SettingCode code, wire::Bytes argument)
+{
+    Command(code, argument);
+    if (Receive<wire::SettingCommand>().code != code)
+        throw ToolError(ExitStatus::kFailed, "the board answers with something else");
+}
+
+void SettingClient::Frame(std::uint8_t command, std::uint32_t value)
+{
+    const wire::FpgaFrame frame = {.head = wire::kFpgaMark,
+                                   .command = command,
+                                   .value = value,
+                                   .tail = wire::kFpgaMark};
+    SendPacket(wire::kPacketFrame, wire::BytesOf(frame));
+}
+
+void SettingClient::Data(wire::Bytes data)
+{
+    for (; !data.empty(); data = data.subspan(std::min(data.size(), kMostSettingData)))
+        SendPacket(wire::kPacketData, data.first(std::min(data.size(), kMostSettingData)));
+}
+
+std::int64_t SettingClient::BoardClock()
+{
+    Command(wire::kSettingGetClock);
+    const auto time = Receive<wire::SettingTime>();
+    if (time.command.code != wire::kSettingGetClock)
+        throw ToolError(ExitStatus::kFailed, "the board answers with something else");
+    return time.milliseconds;
+}
+
+std::vector<std::byte> SettingClient::End()
+{
+    Command(wire::kSettingEnd);
+    return client_->ReceiveRest();
+}
+
+void SettingClient::SendFile(wire::SettingCode code, wire::Bytes file)
+{
+    try {
+        if (TransferFile(code, file))
+            return;
+    } catch (const ToolError &error) {
+        if (error.Status() != ExitStatus::kFailed)
+            throw;
+        throw ToolError(error.Status(), std::string(error.what()) + " (its disk may be full)");
+    }
+    throw ToolError(ExitStatus::kFailed, "the board did not store the file");
+}
+
+bool SettingClient::TransferFile(wire::SettingCode code, wire::Bytes file)
+{
+    std::array<std::byte, 1 + kMostTransferData> room;
+    for (; !file.empty(); file = file.subspan(std::min(file.size(), kMostTransferData))) {
+        wire::Writer writer(room);
+        writer.Put(static_cast<wire::U8>(wire::kChunkData));
+        writer.PutBytes(file.first(std::min(file.size(), kMostTransferData)));
+        Command(code, writer.Written());
+    }
+    Command(code, wire::BytesOf(static_cast<wire::U8>(wire::kChunkEnd)));
+    return Receive<wire::ChunkResult>().status == 1;
+}
+
+std::optional<BoardSettings> ReadSettings(SettingClient *client)
+{
+    client->Command(wire::kSettingReadFile);
+    std::vector<std::byte> stream = client->End();
+    constexpr std::size_t kSlot = sizeof(wire::SettingRecord);
+    const bool ended =
+        stream.size() >= kSlot &&
+        std::all_of(stream.end() - kSlot, stream.end(), [](std::byte byte) { return byte == std::byte{0}; });
+    if (ended && stream.size() == kSlot)
+        return std::nullopt;
+    const auto brightness = wire::Read<wire::SettingRecord>(stream);
+    if (!ended || stream.size() < 2 * kSlot || brightness->id != wire::kIdBrightnessPercent)
+        throw ToolError(ExitStatus::kFailed, "the settings came in part only");
+    return BoardSettings{.file = {stream.begin() + kSlot, stream.end() - kSlot},
+                         .brightness = brightness->value};
+}
+
+} // namespace ledboard

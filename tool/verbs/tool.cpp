@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: MIT
+#include "verbs/tool.h"
+
+#include "terminal/interrupt.h"
+#include "verbs/device_verbs.h"
+#include "verbs/discover_verb.h"
+#include "verbs/firmware_verb.h"
+#include "verbs/info_verb.h"
+#include "verbs/modem_verb.h"
+#include "verbs/network_verb.h"
+#include "verbs/screen_verbs.h"
+#include "verbs/server_verb.h"
+#include "verbs/settings_verb.h"
+#include "verbs/upload_verb.h"
+
+#include <cmath>
+#include <iostream>
+#include <string_view>
+
+namespace ledboard
+{
+
+namespace
+{
+
+constexpr Verb kVerbs[] = {
+    {"discover", "List the boards on the network.", DefineDiscover},
+    {"firmware", "Show or replace the firmware of boards.", DefineFirmware},
+    {"info", "Show everything that a board tells about itself.", DefineInfo},
+    {"server", "Say to which management server boards connect.", DefineServer},
+    {"upload", "Send a display program to boards.", DefineUpload},
+    {"modem", "Show how the 3G modem is and what it has received.", DefineModem},
+    {"network", "Show or change how a board gets its address.", DefineNetwork},
+    {"settings", "Show, save, load or change the screen settings.", DefineSettings},
+    {"brightness", "Set or show the brightness.", DefineBrightness},
+    {"luminance", "Get or put the luminance file.", DefineLuminance},
+    {"boot-screen", "Set or clear the picture shown while the board starts.", DefineBootScreen},
+    {"clock", "Show or set the board's clock.", DefineClock},
+    {"name", "Give the board a name.", DefineName},
+    {"identity", "Give the board an identifier.", DefineIdentity},
+    {"reboot-schedule", "Show or set when the board reboots by itself.", DefineRebootSchedule},
+    {"smart-setting", "Tell the player to go into or out of smart setting.", DefineSmartSetting},
+    {"slant-line", "Tell the player to show slant lines or not.", DefineSlantLine},
+    {"fpga-frame", "Send one frame to the FPGA.", DefineFpgaFrame},
+};
+
+constexpr const char *kExitStatuses =
+    "Exit status: 0 done, 1 failed, 2 wrong usage, 3 no such board, 4 time-out, 5 refused by the board,\n"
+    "6 verification failed, 7 done on some of the boards only, 130 interrupted.\n"
+    "\"ledboard VERB --help\" explains a verb.\n";
+
+std::string CheckTimeout(const std::string &text)
+{
+    double seconds = 0;
+    const bool isNumber = CLI::detail::lexical_cast(text, seconds);
+    return isNumber && seconds >= 0.1 && seconds <= 3600 ? "" : "must be from 0.1 to 3600 seconds";
+}
+
+std::string CheckJobs(const std::string &text)
+{
+    unsigned jobs = 0;
+    return CLI::detail::lexical_cast(text, jobs) && jobs >= 1 && jobs <= 256 ? "" : "must be from 1 to 256";
+}
+
+void AddCommonOptions(CLI::App &command, ToolOptions &options)
+{
+    constexpr const char *kGroup = "Common options";
+    command.add_flag("--json", options.json, "print one JSON document; errors too; never ask")->group(kGroup);
+    command.add_flag("-q,--quiet", options.quiet, "no notes and no progress")->group(kGroup);
+    command.add_flag("-n,--dry-run", options.dryRun, "say what would be done, change nothing on a board")
+        ->group(kGroup);
+    command.add_flag("-y,--yes", options.yes, "do not ask before something is destroyed")->group(kGroup);
+    command.add_option("-j,--jobs", options.jobs, "boards at the same time, 1 to 256 (4)")
+        ->check(CheckJobs)
+        ->type_name("N")
+        ->group(kGroup);
+    command.add_option("-t,--timeout", options.timeout, "how long to wait for answers (2)")
+        ->check(CheckTimeout)
+        ->type_name("SECONDS")
+        ->group(kGroup);
+    command.add_option("-i,--interface", options.interface, "use this network interface only (all)")
+        ->type_name("NAME")
+        ->group(kGroup);
+}
+
+// What is wrong with the command line; CLI11's own words do not name what is missing.
+std::string UsageMessage(const CLI::App &app, const CLI::ParseError &error)
+{
+    const auto missing = [](const CLI::App &command) {
+        return command.get_require_subcommand_min() > 0 && command.get_subcommands().empty();
+    };
+    if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::RequiredError))
+        return error.what();
+    if (missing(app))
+        return app.remaining().empty() ? "a verb is missing"
+                                       : "there is no verb '" + app.remaining().front() + "'";
+    const CLI::App *const verb = app.get_subcommands().front();
+    if (!missing(*verb))
+        return error.what();
+    std::string actions;
+    for (const CLI::App *action : verb->get_subcommands([](const CLI::App *) { return true; }))
+        actions += (actions.empty() ? "" : ", ") + action->get_name();
+    return "\"" + verb->get_name() + "\" takes one of the words " + actions + " first";
+}
+
+// The verb that the command line names; nothing when it is complete without one (--help, --version).
+VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const char *const *argv)
+{
+    std::vector<std::pair<CLI::App *, VerbAction>> actions;
+    app.set_version_flag("--version", "ledboard " LEDBOARD_VERSION);
+    app.footer(kExitStatuses);
+    app.require_subcommand(1);
+    app.get_formatter()->label("SUBCOMMAND", "VERB");
+    app.fallthrough();
+    AddCommonOptions(app, options);
+    for (const Verb &verb : kVerbs) {
+        CLI::App *command = app.add_subcommand(verb.name, verb.summary)->group("Verbs");
+        AddCommonOptions(*command, options);
+        actions.emplace_back(command, verb.define(*command));
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &request) {
+        app.exit(request);
+        std::cout.flush();
+        return nullptr;
+    } catch (const CLI::ParseError &error) {
+        throw ToolError(ExitStatus::kUsage, UsageMessage(app, error));
+    }
+    for (auto &[command, action] : actions)
+        if (command->parsed())
+            return action;
+    return nullptr;
+}
+
+// --json counts also on a command line that cannot be read otherwise.
+bool AsksForJson(int argc, const char *const *argv)
+{
+    for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i)
+        if (std::string_view(argv[i]) == "--json")
+            return true;
+    return false;
+}
+
+ExitStatus Report(Output &output, const ToolError &error)
+{
+    output.Error(error);
+    return error.Status();
+}
+
+ExitStatus RunVerb(Output &output, const VerbAction &action, const ToolOptions &options)
+{
+    try {
+        ToolContext context = {options, output};
+        const ExitStatus status = action(context);
+        output.Finish();
+        return status;
+    } catch (const ToolError &error) {
+        return Report(output, error);
+    } catch (const std::exception &error) {
+        return Report(output, {ExitStatus::kFailed, error.what()});
+    }
+}
+
+} // namespace
+
+int RunTool(int argc, const char *const *argv)
+{
+    ToolOptions options;
+    // Actions ask which of their sub-verbs was named: the command line outlives them.
+    CLI::App app("Finds LED display controller boards on the network and looks after them.", "ledboard");
+    VerbAction action;
+    try {
+        WatchInterrupt();
+        action = ReadCommandLine(app, options, argc, argv);
+    } catch (const ToolError &error) {
+        Output output(AsksForJson(argc, argv), false);
+        Report(output, error);
+        output.Note("\"ledboard --help\" and \"ledboard VERB --help\" explain the usage");
+        return static_cast<int>(error.Status());
+    }
+    if (!action)
+        return static_cast<int>(std::cout.good() ? ExitStatus::kDone : ExitStatus::kFailed);
+    Output output(options.json, options.quiet);
+    return static_cast<int>(RunVerb(output, action, options));
+}
+
+} // namespace ledboard

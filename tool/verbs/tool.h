@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: MIT
+// tool/verbs/tool.h: the command line: reads it, runs the verb, turns every end into an exit status.
+#pragma once
+
+namespace ledboard
+{
+
+int RunTool(int argc, const char *const *argv);
+
+} // namespace ledboard

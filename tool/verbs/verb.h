@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+// tool/verbs/verb.h: what a verb is: one pair of files with one function, and one row in the table of
+// tool.cpp.
+#pragma once
+
+#include "common/pc/output.h"
+#include "common/pc/tool_error.h"
+
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace ledboard
+{
+
+// What every verb understands, whether it needs it or not.
+struct ToolOptions {
+    bool json = false;
+    bool quiet = false;
+    bool dryRun = false;
+    bool yes = false;
+    unsigned jobs = 4;
+    std::string interface;
+    std::optional<double> timeout; // seconds
+};
+
+struct ToolContext {
+    const ToolOptions &options;
+    Output &output;
+
+    std::chrono::milliseconds Timeout(std::chrono::milliseconds otherwise) const
+    {
+        using std::chrono::milliseconds;
+        if (!options.timeout)
+            return otherwise;
+        return std::chrono::ceil<milliseconds>(std::chrono::duration<double>(*options.timeout));
+    }
+};
+
+// How long a search for boards lasts unless --timeout says otherwise.
+constexpr std::chrono::milliseconds kSearchTime{2000};
+
+// Runs the verb after the command line is read. Throws ToolError.
+using VerbAction = std::function<ExitStatus(ToolContext &)>;
+
+struct Verb {
+    const char *name;
+    const char *summary;
+    VerbAction (*define)(CLI::App &command); // adds the verb's arguments to its command
+};
+
+} // namespace ledboard
