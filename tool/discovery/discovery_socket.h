@@ -7,10 +7,10 @@
 // also reaches interfaces that no route leads to.
 #pragma once
 
+#include "common/unique_fd.h"
 #include "discovery/board.h"
 #include "discovery/network_interfaces.h"
 #include "terminal/interrupt.h"
-#include "unique_fd.h"
 
 #include <optional>
 #include <string>

@@ -5,8 +5,8 @@
 // busy the session is. So a thread sends one every 10 seconds, from that same address.
 #pragma once
 
+#include "common/unique_fd.h"
 #include "discovery/board.h"
-#include "unique_fd.h"
 
 #include <chrono>
 #include <condition_variable>

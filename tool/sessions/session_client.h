@@ -3,10 +3,10 @@
 // receives bytes.
 #pragma once
 
+#include "common/unique_fd.h"
 #include "discovery/board.h"
 #include "records/session_records.h"
 #include "terminal/interrupt.h"
-#include "unique_fd.h"
 
 #include <chrono>
 #include <string>

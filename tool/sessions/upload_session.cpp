@@ -3,7 +3,7 @@
 
 #include "common/pc/text.h"
 #include "common/pc/tool_error.h"
-#include "unique_fd.h"
+#include "common/unique_fd.h"
 
 #include <fmt/format.h>
 
