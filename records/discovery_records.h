@@ -84,7 +84,7 @@ static_assert(sizeof(SearchRequest) == 30);
 static_assert(offsetof(SearchRequest, header) == 0);
 static_assert(offsetof(SearchRequest, ignored) == 15);
 
-struct AnswerIpAddress {
+struct KAnswerIpAddress {
     U8 command; // kAnswerIpAddressCommand
     I32 address;
     I32 recv_thread_status;
@@ -92,16 +92,16 @@ struct AnswerIpAddress {
     DeviceInformation info;
 };
 constexpr std::uint8_t kAnswerIpAddressCommand = 15;
-static_assert(sizeof(AnswerIpAddress) == 394);
-static_assert(offsetof(AnswerIpAddress, command) == 0);
-static_assert(offsetof(AnswerIpAddress, address) == 1);
-static_assert(offsetof(AnswerIpAddress, recv_thread_status) == 5);
-static_assert(offsetof(AnswerIpAddress, serial_thread_status) == 9);
-static_assert(offsetof(AnswerIpAddress, info) == 13);
+static_assert(sizeof(KAnswerIpAddress) == 394);
+static_assert(offsetof(KAnswerIpAddress, command) == 0);
+static_assert(offsetof(KAnswerIpAddress, address) == 1);
+static_assert(offsetof(KAnswerIpAddress, recv_thread_status) == 5);
+static_assert(offsetof(KAnswerIpAddress, serial_thread_status) == 9);
+static_assert(offsetof(KAnswerIpAddress, info) == 13);
 
 struct SearchReply {
     ProtocolHeader header;
-    AnswerIpAddress answer;
+    KAnswerIpAddress answer;
 };
 static_assert(sizeof(SearchReply) == 409);
 static_assert(offsetof(SearchReply, header) == 0);

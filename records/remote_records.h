@@ -92,7 +92,7 @@ struct RemoteDeviceParam {
     U8 zero[4];
     U16 recordLength; // 409, the length of a search reply
     U8 zeroHeader[9];
-    AnswerIpAddress answer;
+    KAnswerIpAddress answer;
     U8 zeroTail[91];
 };
 static_assert(sizeof(RemoteDeviceParam) == 500);

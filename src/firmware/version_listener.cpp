@@ -39,11 +39,11 @@ bool BindAndListen(int fd, int address, int port)
     local.sin_addr.s_addr = static_cast<in_addr_t>(address);
     local.sin_port = htons(static_cast<std::uint16_t>(port));
     if (bind(fd, reinterpret_cast<const sockaddr *>(&local), sizeof local) == -1) {
-        std::printf("version thread: bind sockt to %d fail\n. errno: %d\n", port, errno);
+        std::printf("version thread: bind sockt to %d fail\n. errno: %d", port, errno);
         return false;
     }
     if (listen(fd, 1) == -1) {
-        std::printf("version thread: listen sockt fail\n. errno: %d\n", errno);
+        std::printf("version thread: listen sockt fail\n. errno: %d", errno);
         return false;
     }
     return true;

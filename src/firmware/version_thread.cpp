@@ -72,14 +72,14 @@ void WriteFailedState()
 
 int KVersionThread::LogIn()
 {
-    Diag(kUnit, __func__, 512, "firmware session opened.");
+    Diag(kUnit, __func__, 512, "%s", "");
     g_serverStatus.upgradeFlag = 1;
     return 0;
 }
 
 int KVersionThread::LogOut()
 {
-    Diag(kUnit, __func__, 519, "firmware session closed.");
+    Diag(kUnit, __func__, 519, "%s", "");
     file.reset();
     g_serverStatus.upgradeFlag = 0;
     return 0;

@@ -12,7 +12,9 @@
 #include "state/server_status.h"
 #include "state/system_env.h"
 
+#include <cstddef>
 #include <cstdio>
+#include <cstring>
 
 namespace
 {
@@ -144,14 +146,15 @@ int DisposePlexaMessage(SocketSession *session)
 {
     if (session->buff == nullptr)
         return 0;
-    const std::optional<wire::Bytes> packet = FramedPacket(*session);
-    if (!packet)
-        return 1;
-    // A shorter message has no code of its own: older bytes of the buffer would be read for it.
-    const auto message = wire::Read<wire::PlayerMessage>(*packet);
+    // The codes without a value do not depend on the length word, so everything that is held counts.
+    const wire::Bytes held = wire::BytesAt(session->buff, static_cast<std::size_t>(session->remain));
+    const auto message = wire::Read<wire::PlayerMessage>(held);
     if (!message)
         return 1;
-    const auto valued = wire::Read<wire::PlayerValueMessage>(*packet);
+    // The session layer leaves a message of length 0 where it is and hands it out again with the next bytes.
+    if (message->length == 0)
+        std::memset(session->buff + offsetof(wire::PlayerMessage, code), 0, sizeof message->code);
+    const auto valued = wire::Read<wire::PlayerValueMessage>(held);
     if (valued && message->length == sizeof *valued)
         HandleMessage(message->code, valued->value);
     else

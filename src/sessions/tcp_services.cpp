@@ -31,7 +31,8 @@ constexpr char kUnit[] = "src/tcp_services.cpp";
 constexpr int kReservedDescriptors = 64;
 constexpr int kMaxListedForLogin = 2;
 constexpr int kMaxReceivesInARound = 8;
-constexpr std::chrono::milliseconds kMemoryPause{20}; // the client that cannot be accepted stays in the queue
+// The client that cannot be accepted stays in the queue, and the listener readable.
+constexpr std::chrono::milliseconds kShortagePause{20};
 
 // Closed for a moment when accept runs out of descriptors, so that the client can be accepted and closed. The
 // listener would otherwise stay readable, and the loop would spin.
@@ -54,10 +55,12 @@ ledboard::UniqueFd AcceptOne(int listenFd, sockaddr_in *peer)
     const int error = errno;
     if (error == EMFILE || error == ENFILE) {
         s_spareFd.Reset();
-        ledboard::UniqueFd(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC)).Reset();
+        const bool turnedAway = ledboard::UniqueFd(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC)).Valid();
         s_spareFd.Reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        if (!turnedAway) // another thread has taken the spare descriptor
+            std::this_thread::sleep_for(kShortagePause);
     } else if (error == ENOMEM || error == ENOBUFS) {
-        std::this_thread::sleep_for(kMemoryPause);
+        std::this_thread::sleep_for(kShortagePause);
     }
     errno = error;
     return client;

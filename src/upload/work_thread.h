@@ -87,7 +87,7 @@ Q_SIGNALS:
     void InitTcp(int ip);
 
 public Q_SLOTS:
-    void DisplayError(QAbstractSocket::SocketError) {}
+    void DisplayError(QAbstractSocket::SocketError socket_error) { Q_UNUSED(socket_error) }
     void Finish() {}
     void UdpRecved() {}
     void TcpRecved() {}

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 // One life of the work loop, seen from inside: a tick function and the remote-server slot look at it.
+#include "common/unique_fd.h"
 #include "loop/network.h"
 #include "remote/device_context.h"
 #include "sessions/client_session.h"
+#include "sessions/tcp_services.h"
 #include "state/monitor_slots.h"
 #include "state/services.h"
 #include "state/tick.h"
@@ -12,9 +14,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -132,4 +137,31 @@ TEST(WorkLoop, LivesWithoutMacSkipsTheProbeAfterATickAndLeavesThePlayerOpen)
     for (const int fd : {inside.probe[0], inside.probe[1], inside.always[1], inside.player[0],
                          inside.player[1], inside.upload[1]})
         close(fd);
+}
+
+// Without a descriptor the client can neither be accepted nor turned away, and the listener stays readable.
+TEST(AcceptClient, PausesWhileThereIsNoDescriptorAtAll)
+{
+    const ledboard::UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    socklen_t size = sizeof address.sun_family; // the kernel picks a name
+    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr *>(&address), size), 0);
+    ASSERT_EQ(listen(listener.Get(), 1), 0);
+    size = sizeof address;
+    getsockname(listener.Get(), reinterpret_cast<sockaddr *>(&address), &size);
+    const ledboard::UniqueFd client(socket(AF_UNIX, SOCK_STREAM, 0));
+    ASSERT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr *>(&address), size), 0);
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit standardOnly{.rlim_cur = 3, .rlim_max = before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &standardOnly);
+
+    const auto start = std::chrono::steady_clock::now();
+    for (int round = 0; round < 3; ++round)
+        EXPECT_EQ(AcceptClient(listener.Get(), nullptr), 0);
+    const auto waited = std::chrono::steady_clock::now() - start;
+
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_GE(waited, std::chrono::milliseconds(3 * 20));
 }
