@@ -26,11 +26,12 @@ public:
 
     void Hear(const HeardArp &packet, int fd, Moment now); // fd: the probe's socket
 
-    void End();                                            // addressing is fixed: the address stays as it is
+    void End(); // the addressing is fixed: addresses stay as they are
     bool IsOver() const { return phase_ == Phase::kOver; } // a lease or a fixed address is there
 
-    // Call once a tick after a link loss. True: call it again at the next tick. False: the wait is over; the
-    // link was up long enough for a lease, and the probe has started if there is none.
+    // Called once a tick after a link loss. True: the wait goes on. False: it is over; the probe has started
+    // if the link was up long enough for a lease and there is none, and has not if the interface could not be
+    // read.
     bool WaitAfterLinkLoss(Moment now);
     void CancelWait() { waitsAfterLinkLoss_ = false; }
     void GiveLeaseChance(Moment now); // a wait that runs starts again: the link was lost once more
