@@ -6,7 +6,7 @@
 #include "base/threads.h"
 #include "sessions/client_session.h"
 #include "settings/serial_signals.h"
-#include "settings/serial_thread_commands.h"
+#include "settings/setting_commands.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// src/settings/setting_file.h: the copies of the settings file (docs/protocols.md, "Files"). Callers hold the
-// setting service's lock.
+// src/settings/setting_copies.h: the copies of the settings file (docs/protocols.md, "Files"). Callers hold
+// the setting service's lock.
 #pragma once
 
 #include "base/files.h"

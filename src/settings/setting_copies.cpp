@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "settings/setting_file.h"
+#include "settings/setting_copies.h"
 
 #include "base/diag.h"
 #include "base/paths.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "settings/serial_thread_commands.h"
+#include "settings/setting_commands.h"
 
 #include "base/diag.h"
 #include "base/paths.h"
@@ -7,7 +7,7 @@
 #include "player/server_witch_plexa.h"
 #include "settings/reboot_ploy.h"
 #include "settings/screen_para.h"
-#include "settings/setting_file.h"
+#include "settings/setting_copies.h"
 #include "state/device_record.h"
 
 #include <QDateTime>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// src/settings/serial_thread_commands.h: the commands of the setting service, for its own units. With its
+// src/settings/setting_commands.h: the commands of the setting service, for its own units. With its
 // lock held.
 #pragma once
 

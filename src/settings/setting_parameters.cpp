@@ -7,7 +7,7 @@
 #include "settings/luminance.h"
 #include "settings/screen_para.h"
 #include "settings/serial_thread.h"
-#include "settings/setting_file.h"
+#include "settings/setting_copies.h"
 #include "state/device_record.h"
 
 #include <cerrno>

@@ -6,8 +6,8 @@
 #include "player/server_witch_plexa.h"
 #include "records/player_records.h"
 #include "settings/screen_para.h"
-#include "settings/serial_thread_commands.h"
-#include "settings/setting_file.h"
+#include "settings/setting_commands.h"
+#include "settings/setting_copies.h"
 #include "state/device_record.h"
 
 #include <sys/stat.h>
