@@ -2,6 +2,7 @@
 #include "settings/luminance.h"
 
 #include "records/setting_records.h"
+#include "state/setting_file.h"
 
 #include <array>
 
@@ -187,12 +188,9 @@ int MBI504XCalRefreshRate(int f, int s)
 std::optional<PanelParameters> ReadPanel(std::FILE *file)
 {
     PanelParameters panel;
-    wire::SettingRecord record{};
     int stored = 0;
-    // QUIRK header-as-record: like every walk of the settings file this one starts at offset 0 and takes the
-    // header for a record; the records would be expected to start at 8.
-    while (std::fread(&record, sizeof record, 1, file) == 1) {
-        if (Store(&panel, record.id, record.value) && ++stored == kParameterCount)
+    while (const auto record = ReadSetting(file)) {
+        if (Store(&panel, record->id, record->value) && ++stored == kParameterCount)
             return panel;
     }
     return std::nullopt;

@@ -6,9 +6,9 @@
 #include "base/shell.h"
 #include "player/server_witch_plexa.h"
 #include "settings/reboot_ploy.h"
-#include "settings/screen_para.h"
 #include "settings/setting_copies.h"
 #include "state/device_record.h"
+#include "state/setting_file.h"
 
 #include <QDateTime>
 

@@ -6,8 +6,7 @@
 #include "base/shell.h"
 #include "settings/luminance.h"
 #include "state/device_record.h"
-
-#include <unistd.h>
+#include "state/setting_file.h"
 
 namespace
 {
@@ -43,14 +42,6 @@ void CopyRecords(std::FILE *working, std::uint32_t bootLuminance)
 }
 
 } // namespace
-
-std::optional<wire::SettingRecord> ReadSetting(std::FILE *file)
-{
-    wire::SettingRecord record{};
-    if (std::fread(&record, sizeof record, 1, file) != 1)
-        return std::nullopt;
-    return record;
-}
 
 std::optional<std::uint32_t> FindSetting(std::uint32_t id)
 {
@@ -88,20 +79,12 @@ void RewriteBootCopy(bool computed)
     RunShell("sync");
 }
 
-std::optional<int> PatchSetting(std::FILE *file, std::uint32_t id, std::uint32_t value)
+void RefreshScreenSize()
 {
-    while (const auto record = ReadSetting(file)) {
-        if (record->id != id)
-            continue;
-        const wire::U32 patch(value);
-        if (std::fseek(file, -static_cast<long>(sizeof patch), SEEK_CUR) != 0)
-            return 0;
-        const auto written = static_cast<int>(std::fwrite(&patch, sizeof patch, 1, file));
-        if (std::fflush(file) != 0 || fsync(fileno(file)) != 0)
-            DiagErrno(kUnit, "RTSaveSerialPara", __LINE__, "write setting.ss: ");
-        return written;
-    }
-    return std::nullopt;
+    ScreenSize size = kDefaultScreenSize;
+    unsigned luminance = 1;
+    GetScreenPara(size.width, size.height, luminance);
+    g_device.setScreenSize(static_cast<std::int32_t>(size.width), static_cast<std::int32_t>(size.height));
 }
 
 void RunAndSync(const char *command, const char *path)

@@ -8,9 +8,6 @@
 
 #include <optional>
 
-// The next whole record of an open settings file.
-std::optional<wire::SettingRecord> ReadSetting(std::FILE *file);
-
 // The value of the first record with this id in the working copy.
 std::optional<std::uint32_t> FindSetting(std::uint32_t id);
 
@@ -24,9 +21,8 @@ unsigned ComputeLuminanceOfFile();
 // record leaves the boot copy alone.
 void RewriteBootCopy(bool computed);
 
-// Stores a value in the first record with this id of a working copy opened for update. 1 written, 0 not
-// written, nothing when no record has the id.
-std::optional<int> PatchSetting(std::FILE *file, std::uint32_t id, std::uint32_t value);
+// Takes the screen size of the boot copy into the device record; 128 by 128 if the file does not give it.
+void RefreshScreenSize();
 
 // Runs a shell command that brings `path` into place, then syncs the file and its name.
 void RunAndSync(const char *command, const char *path);

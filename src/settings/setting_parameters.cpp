@@ -5,10 +5,10 @@
 #include "base/shell.h"
 #include "records/fpga_frame.h"
 #include "settings/luminance.h"
-#include "settings/screen_para.h"
 #include "settings/serial_thread.h"
 #include "settings/setting_copies.h"
 #include "state/device_record.h"
+#include "state/setting_file.h"
 
 #include <cerrno>
 #include <cstring>
@@ -41,43 +41,6 @@ wire::FpgaFrame MakeFrame(std::uint32_t command, std::uint32_t value)
             .command = static_cast<std::uint8_t>(command),
             .value = value,
             .tail = wire::kFpgaMark};
-}
-
-// At most `size` bytes; what is not there stays 0. Returns the bytes read.
-std::size_t ReadPiece(std::FILE *file, void *piece, std::size_t size)
-{
-    return std::fread(piece, 1, size, file);
-}
-
-// The number of records that a settings file opened at its start announces, 0 when its header is wrong.
-unsigned ReadSettingHeader(std::FILE *file)
-{
-    wire::U16 headId(0);
-    const std::size_t bytes = ReadPiece(file, &headId, sizeof headId);
-    if (bytes == 0) {
-        std::printf("setting.ss file is empty. %d\n", static_cast<int>(bytes));
-        return 0;
-    }
-    if (headId != wire::kSettingHeadId) {
-        std::printf("setting.ss head id error.\n");
-        return 0;
-    }
-    wire::U16 count(0);
-    ReadPiece(file, &count, sizeof count);
-    if (count == 0) {
-        std::printf("command counts error.\n");
-        return 0;
-    }
-    wire::U32 dataLength(0);
-    if (ReadPiece(file, &dataLength, sizeof dataLength) == 0) {
-        std::printf("setting.ss file is empty.\n");
-        return 0;
-    }
-    if (dataLength != count * sizeof(wire::SettingRecord)) {
-        std::printf("setting.ss header error.\n");
-        return 0;
-    }
-    return count;
 }
 
 } // namespace

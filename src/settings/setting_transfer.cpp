@@ -5,10 +5,10 @@
 #include "base/shell.h"
 #include "player/server_witch_plexa.h"
 #include "records/player_records.h"
-#include "settings/screen_para.h"
 #include "settings/setting_commands.h"
 #include "settings/setting_copies.h"
 #include "state/device_record.h"
+#include "state/setting_file.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

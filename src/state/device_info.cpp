@@ -4,8 +4,8 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/paths.h"
-#include "records/setting_records.h"
 #include "state/device_record.h"
+#include "state/setting_file.h"
 #include "state/system_env.h"
 
 #include <cstdio>
@@ -14,11 +14,6 @@ namespace
 {
 
 constexpr char kUnit[] = "src/search_services.c";
-
-constexpr int kDefaultScreenSide = 128;       // pixels
-constexpr std::size_t kSizeRecordOffset = 32; // fourth record of the settings file
-constexpr std::uint32_t kSmallestData = 40;   // the file holds that record only when its data is longer than
-                                              // this
 
 } // namespace
 
@@ -42,17 +37,9 @@ void getVersionNO(std::int32_t *plexa, std::int32_t *fpga)
 
 void getScreenSize(int *width, int *height)
 {
-    *width = kDefaultScreenSide;
-    *height = kDefaultScreenSide;
-    const auto start =
-        ReadFileStart(paths::kBootSetting, kSizeRecordOffset + sizeof(wire::SettingRecord)).value_or("");
-    const wire::Bytes bytes = wire::BytesAt(start.data(), start.size());
-    const auto header = wire::Read<wire::SettingRecord>(bytes);
-    const auto size = wire::Read<wire::SettingRecord>(bytes, kSizeRecordOffset);
-    if (header && size && header->value > kSmallestData) {
-        *width = static_cast<int>(size->value & 0xFFFF);
-        *height = static_cast<int>(size->value >> 16);
-    }
+    const ScreenSize size = ReadBootScreen().value_or(BootScreen{}).size.value_or(kDefaultScreenSize);
+    *width = static_cast<int>(size.width);
+    *height = static_cast<int>(size.height);
     std::printf("get screen size: (%d, %d)\n", *width, *height);
 }
 
@@ -66,10 +53,11 @@ int getModelType()
 {
     int type = 1;
     const FilePointer file = OpenFile(paths::kBootSetting, "rb");
-    wire::SettingRecord record;
-    while (file && std::fread(&record, 1, sizeof record, file.get()) == sizeof record) {
-        if (record.id == wire::kIdModelType)
-            type = record.value == 0 ? 1 : 0;
+    if (!file)
+        return type;
+    while (const auto record = ReadSetting(file.get())) {
+        if (record->id == wire::kIdModelType)
+            type = record->value == 0 ? 1 : 0;
     }
     return type;
 }

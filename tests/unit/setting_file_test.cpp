@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include "state/setting_file.h"
+
 #include "base/crc32.h"
 #include "base/serial.h"
-#include "settings/screen_para.h"
 #include "settings/serial_thread.h"
-#include "settings/setting_copies.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>
