@@ -7,6 +7,7 @@
 #include "sessions/client_session.h"
 #include "settings/serial_signals.h"
 #include "settings/setting_commands.h"
+#include "state/services.h"
 
 #include <cerrno>
 #include <cstring>
@@ -165,4 +166,37 @@ void KSerialThread::ProbePlayer()
 {
     constexpr std::size_t kMostOfAnswer = 29;
     ReadShell("pidof plexa", kMostOfAnswer);
+}
+
+void KSerialThread::PaintSlantInit()
+{
+    const std::lock_guard lock(s_mutex);
+    slant_.Init();
+}
+
+void KSerialThread::PaintSlantTimeOut()
+{
+    const std::lock_guard lock(s_mutex);
+    slant_.Paint();
+}
+
+void KSerialThread::PaintSlantFinish()
+{
+    const std::lock_guard lock(s_mutex);
+    slant_.Finish();
+}
+
+bool KSerialThread::PaintSlantToggle()
+{
+    const std::lock_guard lock(s_mutex);
+    const bool on = !slant_.IsOn() && slant_.Init();
+    if (!on)
+        slant_.Finish();
+    slant_.SwitchOn(on);
+    return on;
+}
+
+void timeout()
+{
+    g_serial->PaintSlantTimeOut();
 }

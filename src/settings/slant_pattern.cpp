@@ -3,8 +3,6 @@
 
 #include "base/diag.h"
 #include "base/paths.h"
-#include "settings/serial_thread.h"
-#include "state/services.h"
 
 #include <unistd.h>
 
@@ -19,7 +17,7 @@ constexpr char kUnit[] = "src/serial_thread";
 constexpr int kAngle = 270;
 constexpr int kPeriod = 8; // pixels from one line to the next, and rows after which the pattern repeats
 constexpr int kPatternRows = 17;
-constexpr std::size_t kPixelBytes = 4; // that a pixel of the pattern sets, whatever the depth
+constexpr std::size_t kPixelBytes = 4; // that one pixel of the pattern sets, at every depth
 
 std::size_t PixelStep(const PanelFB &fb)
 {
@@ -31,7 +29,7 @@ std::size_t RowStep(const PanelFB &fb)
     return static_cast<std::size_t>(fb.stride) * 2;
 }
 
-// 24 times what the geometry takes; more where the rows are longer than that, so that the lines are whole.
+// 24 times a frame, or all rows of the pattern where the device pads its rows to more than that.
 std::uint64_t BufferSize(const PanelFB &fb)
 {
     constexpr std::uint64_t kFrames = 24;
@@ -80,10 +78,10 @@ bool SlantPattern::Init()
 
 bool SlantPattern::AllocateBuffer()
 {
-    constexpr std::uint64_t kMost = 1U << 30; // for panels that a board can have
+    constexpr std::uint64_t kMaxSize = 1U << 30; // no panel of a board needs more
     const std::uint64_t size = BufferSize(*target_);
-    size_ = size <= kMost ? static_cast<std::size_t>(size) : 0;
-    // Zeroed by the system, which gives memory only to the few rows that are drawn and read.
+    size_ = size <= kMaxSize ? static_cast<std::size_t>(size) : 0;
+    // calloc takes large blocks from the kernel, which gives memory only to the few rows that are touched.
     buffer_.reset(size_ != 0 ? static_cast<char *>(std::calloc(size_, 1)) : nullptr);
     if (!buffer_)
         Diag(kUnit, __func__, __LINE__, "no memory for slant lines on %d x %d pixels.", target_->real_width,
@@ -119,7 +117,8 @@ void SlantPattern::Paint()
 {
     if (!target_ || !on_)
         return;
-    for (int row = 0; row < target_->width; ++row) // turned by 270 degrees: as many as the device has rows
+    // Turned by 270 degrees, the width counts the rows of the device.
+    for (int row = 0; row < target_->width; ++row)
         CopyRow(row);
     // QUIRK phase-0-once: phase 1 follows phase 8, so that phase 0 comes only once; a cycle of eight phases
     // would be expected.
@@ -155,37 +154,4 @@ void PaintSlantSetBuffer(PanelFB *fb, char *buf, int x, int y, unsigned char red
         static_cast<std::size_t>(x) * PixelStep(*fb) + static_cast<std::size_t>(y) * RowStep(*fb);
     if (place + sizeof pixel <= BufferSize(*fb))
         std::memcpy(buf + place, pixel, sizeof pixel);
-}
-
-void KSerialThread::PaintSlantInit()
-{
-    const std::lock_guard lock(s_mutex);
-    slant_.Init();
-}
-
-void KSerialThread::PaintSlantTimeOut()
-{
-    const std::lock_guard lock(s_mutex);
-    slant_.Paint();
-}
-
-void KSerialThread::PaintSlantFinish()
-{
-    const std::lock_guard lock(s_mutex);
-    slant_.Finish();
-}
-
-bool KSerialThread::PaintSlantToggle()
-{
-    const std::lock_guard lock(s_mutex);
-    const bool on = !slant_.IsOn() && slant_.Init();
-    if (!on)
-        slant_.Finish();
-    slant_.SwitchOn(on);
-    return on;
-}
-
-void timeout()
-{
-    g_serial->PaintSlantTimeOut();
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// src/settings/slant_pattern.h: slant lines that creep over the panel, with which a technician checks its
-// wiring (docs/protocols.md, "Slant lines"). With the setting service's lock held, but for the free function.
+// src/settings/slant_pattern.h: slant lines that creep over the panel, so that a technician can check how the
+// panel is wired (docs/protocols.md, "Slant lines"). A pattern has no lock of its own: its owner makes sure
+// that only one thread uses it at a time. PaintSlantSetBuffer may be called by any thread.
 #pragma once
 
 #include "panelfb/panel-fb.h"
@@ -12,13 +13,14 @@
 class SlantPattern
 {
 public:
-    // Darkens "/dev/fb0" to "/dev/fb2" and gets ready to draw on the first. False when that does not work
-    // (logged); nothing is held then. What was held before is let go.
+    // Releases what an earlier call opened, darkens "/dev/fb0" to "/dev/fb2" and prepares the lines with
+    // phase 0. False if "/dev/fb0" cannot be opened or memory is short (logged); the pattern then holds
+    // nothing.
     bool Init();
     void SwitchOn(bool on) { on_ = on; }
     bool IsOn() const { return on_; }
-    void Paint();  // one phase and on to the next; nothing while it is off or not set up
-    void Finish(); // darkens the panel and lets go of it
+    void Paint();  // draws one phase and advances; does nothing while the pattern is off or not prepared
+    void Finish(); // darkens "/dev/fb0" and releases it
 
 private:
     struct Free {
@@ -37,7 +39,8 @@ private:
     int phase_ = 0; // 0, then 1 to 8
 };
 
-// Sets a pixel of a pattern buffer of `fb`: blue, green, red, 255 in the four bytes at x times the bytes of a
-// pixel in row y; a row has twice the stride. Nothing outside width and height, or behind the buffer's end.
+// Sets one pixel of a pattern buffer that belongs to `fb`: the four bytes blue, green, red, 255 at x times
+// the bytes of a pixel in row y; a row is twice the stride long. A pixel outside width and height, or past
+// the buffer's end, is not set.
 void PaintSlantSetBuffer(PanelFB *fb, char *buf, int x, int y, unsigned char red, unsigned char green,
                          unsigned char blue);
