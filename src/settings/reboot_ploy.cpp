@@ -4,7 +4,7 @@
 #include "base/files.h"
 #include "base/paths.h"
 #include "player/server_witch_plexa.h"
-#include "settings/serial_thread.h"
+#include "settings/setting_copies.h"
 #include "state/tick.h"
 
 #include <QDebug>

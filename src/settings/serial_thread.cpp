@@ -7,6 +7,7 @@
 #include "sessions/client_session.h"
 #include "settings/serial_signals.h"
 #include "settings/setting_commands.h"
+#include "settings/setting_lock.h"
 #include "state/services.h"
 
 #include <cerrno>
@@ -38,8 +39,6 @@ std::optional<wire::Bytes> PacketOf(const SocketSession &session)
 
 } // namespace
 
-std::mutex KSerialThread::s_mutex;
-
 KSerialThread::KSerialThread() : serial(KSerial::GetInstance()) {}
 
 void KSerialThread::set_serial_name(const char *name)
@@ -50,7 +49,7 @@ void KSerialThread::set_serial_name(const char *name)
 bool KSerialThread::Init()
 {
     InstallSignals();
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     if (!serial->Open(serialName_.c_str())) {
         listenFd = -1;
         std::fprintf(stderr, "open serial fail.\n");
@@ -76,7 +75,7 @@ void KSerialThread::Serve()
 int KSerialThread::LogIn()
 {
     Diag(kUnit, "LogIn", kLogInLine, "%s", "");
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     debugFlag = false;
     return 0;
 }
@@ -98,7 +97,7 @@ int KSerialThread::DisposePacket(SocketSession *session)
     }
     SettingAnswer answer;
     const int result = Handle(session, *bytes, &answer);
-    if (!Deliver(&answer, session->fd, kSessionPatience, s_mutex)) {
+    if (!Deliver(&answer, session->fd, kSessionPatience)) {
         Diag(kUnit, __func__, __LINE__, "session does not take its answer, closed.");
         session->connectFlag = 0;
     }
@@ -110,12 +109,12 @@ int KSerialThread::DisposePacket(int fd)
     SettingAnswer answer;
     const std::size_t length = std::to_integer<std::size_t>(received_[0]);
     const int result = Handle(this, wire::Bytes(received_).first(length + 1), &answer);
-    return Deliver(&answer, fd, kPortPatience, s_mutex) ? result : 0;
+    return Deliver(&answer, fd, kPortPatience) ? result : 0;
 }
 
 int KSerialThread::Handle(Client client, wire::Bytes bytes, SettingAnswer *answer)
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     packet.fill(std::byte{0});
     std::memcpy(packet.data(), bytes.data(), bytes.size());
     switch (std::to_integer<std::uint8_t>(packet[1])) {
@@ -144,7 +143,7 @@ void KSerialThread::SessionEnds(const SocketSession *session)
 
 void KSerialThread::CloseTransfers(Client client)
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     for (Transfer *const transfer : {&luminanceFile, &bootScreenFile}) {
         if (transfer->client == client)
             *transfer = {};
@@ -155,7 +154,7 @@ void KSerialThread::ClientLeft()
 {
     bool debugging = false;
     {
-        const std::lock_guard lock(s_mutex);
+        const SettingLock lock;
         debugging = debugFlag;
     }
     if (!debugging)
@@ -170,25 +169,25 @@ void KSerialThread::ProbePlayer()
 
 void KSerialThread::PaintSlantInit()
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     slant_.Init();
 }
 
 void KSerialThread::PaintSlantTimeOut()
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     slant_.Paint();
 }
 
 void KSerialThread::PaintSlantFinish()
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     slant_.Finish();
 }
 
 bool KSerialThread::PaintSlantToggle()
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     const bool on = !slant_.IsOn() && slant_.Init();
     if (!on)
         slant_.Finish();

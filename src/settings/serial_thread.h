@@ -20,7 +20,6 @@
 
 #include <array>
 #include <atomic>
-#include <mutex>
 #include <string>
 
 struct SettingAnswer;
@@ -74,8 +73,6 @@ protected:
     void run() override;
 
 private:
-    friend void CopySettingToBoot(bool computed);
-
     using Client = const void *; // only compared: a session, or the service itself for port 8879
     class Commands;              // one command, in serial_thread_commands.h
 
@@ -120,8 +117,6 @@ private:
     void CopyFromPlayer();
     bool CloseStaging(); // false when what was sent could not be stored (logged, the file is removed)
 
-    static std::mutex s_mutex; // the service's lock
-
     KSerial *serial;
     std::string serialName_;
     bool lineWasLost_ = false;
@@ -148,7 +143,3 @@ private:
 
 // PaintSlantTimeOut of the one service.
 void timeout();
-
-// Rewrites the boot copy from the working copy; `computed`: with the highest luminance worked out afresh,
-// else with the one that the working copy holds. Any thread, without the service's lock.
-void CopySettingToBoot(bool computed);

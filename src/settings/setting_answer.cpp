@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "settings/setting_answer.h"
 
+#include "settings/setting_lock.h"
+
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -60,13 +62,13 @@ wire::Bytes BytesOfText(const std::string &text)
 }
 
 // False when a block fell short.
-bool SendFile(const SettingAnswer &answer, Sender *sender, std::mutex &lock, std::size_t *fileBytes)
+bool SendFile(const SettingAnswer &answer, Sender *sender, std::size_t *fileBytes)
 {
     std::array<std::byte, kMostBlock> block;
     for (;;) {
         std::size_t count;
         {
-            const std::lock_guard guard(lock);
+            const SettingLock lock; // another client may be changing the file
             count = std::fread(block.data(), 1, answer.blockSize, answer.file.get());
         }
         if (count == 0)
@@ -82,23 +84,21 @@ bool SendFile(const SettingAnswer &answer, Sender *sender, std::mutex &lock, std
     }
 }
 
-bool SendAll(const SettingAnswer &answer, int fd, SendPatience patience, std::mutex &lock,
-             std::size_t *fileBytes)
+bool SendAll(const SettingAnswer &answer, int fd, SendPatience patience, std::size_t *fileBytes)
 {
     Sender sender(fd, patience);
-    return sender.Send(BytesOfText(answer.reply)) &&
-           (!answer.file || SendFile(answer, &sender, lock, fileBytes)) &&
+    return sender.Send(BytesOfText(answer.reply)) && (!answer.file || SendFile(answer, &sender, fileBytes)) &&
            sender.Send(BytesOfText(answer.tail));
 }
 
 } // namespace
 
-bool Deliver(SettingAnswer *answer, int fd, SendPatience patience, std::mutex &lock)
+bool Deliver(SettingAnswer *answer, int fd, SendPatience patience)
 {
     if (answer->before)
         answer->before();
     std::size_t fileBytes = 0;
-    const bool delivered = SendAll(*answer, fd, patience, lock, &fileBytes);
+    const bool delivered = SendAll(*answer, fd, patience, &fileBytes);
     // The clock has been set and the like, whether or not the client heard of it.
     if (answer->after)
         answer->after(fileBytes);

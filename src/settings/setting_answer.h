@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <functional>
-#include <mutex>
 #include <string>
 
 // Carried out in this order; a send that fails ends it, but for `shutdown`.
@@ -36,5 +35,6 @@ struct SendPatience {
     bool renewed; // the limit starts again whenever bytes went out
 };
 
-// False when something could not be sent whole. `lock` guards the file while a block is copied from it.
-bool Deliver(SettingAnswer *answer, int fd, SendPatience patience, std::mutex &lock);
+// False when something could not be sent whole. The caller does not hold the service's lock: Deliver takes it
+// for each block that it copies from the file.
+bool Deliver(SettingAnswer *answer, int fd, SendPatience patience);

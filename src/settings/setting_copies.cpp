@@ -5,6 +5,7 @@
 #include "base/paths.h"
 #include "base/shell.h"
 #include "settings/luminance.h"
+#include "settings/setting_lock.h"
 #include "state/device_record.h"
 #include "state/setting_file.h"
 
@@ -77,6 +78,12 @@ void RewriteBootCopy(bool computed)
     if (const FilePointer working = OpenFile(paths::kSetting, "rb"))
         CopyRecords(working.get(), bootLuminance);
     RunShell("sync");
+}
+
+void CopySettingToBoot(bool computed)
+{
+    const SettingLock lock;
+    RewriteBootCopy(computed);
 }
 
 void RefreshScreenSize()

@@ -21,6 +21,9 @@ unsigned ComputeLuminanceOfFile();
 // record leaves the boot copy alone.
 void RewriteBootCopy(bool computed);
 
+// The same for callers that do not hold the lock.
+void CopySettingToBoot(bool computed);
+
 // Takes the screen size of the boot copy into the device record; 128 by 128 if the file does not give it.
 void RefreshScreenSize();
 

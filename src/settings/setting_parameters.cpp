@@ -7,6 +7,7 @@
 #include "settings/luminance.h"
 #include "settings/serial_thread.h"
 #include "settings/setting_copies.h"
+#include "settings/setting_lock.h"
 #include "state/device_record.h"
 #include "state/setting_file.h"
 
@@ -194,13 +195,13 @@ void KSerialThread::LoadCaches()
 
 int KSerialThread::WriteSettingToSerial()
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     return SendSettings();
 }
 
 void KSerialThread::WriteSerial(unsigned id, unsigned value)
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     std::fprintf(stderr, "cmd: %d, data: %d.\n", static_cast<int>(id), static_cast<int>(value));
     SendFrame(id, value);
     if (id == wire::kIdMaxLuminance) {
@@ -215,25 +216,25 @@ void KSerialThread::WriteSerial(unsigned id, unsigned value)
 
 void KSerialThread::RTSaveSerialPara(unsigned id, unsigned value)
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     SaveParameter(id, value);
 }
 
 int KSerialThread::WriteFPGAState(unsigned code, unsigned value)
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     return SendFrame(code, value);
 }
 
 void KSerialThread::WriteCloseSmartSetting()
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     SendCloseSmartSetting();
 }
 
 void KSerialThread::TakePlayerCopy()
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     CopyFromPlayer();
 }
 
@@ -245,20 +246,20 @@ void KSerialThread::CopyFromPlayer()
 
 unsigned KSerialThread::GetScreenSize()
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     return FindSetting(wire::kIdScreenSize).value_or(0);
 }
 
 unsigned KSerialThread::GetLuminance()
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     LoadCaches();
     return maxLuminance;
 }
 
 unsigned KSerialThread::ComputeMaxLuminance()
 {
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     return ComputeLuminanceOfFile();
 }
 
@@ -272,10 +273,4 @@ bool KSerialThread::ComputeRefresh(unsigned t, unsigned w, unsigned h, unsigned 
                                    unsigned m) const
 {
     return RefreshPasses(t, w, h, s, n, m);
-}
-
-void CopySettingToBoot(bool computed)
-{
-    const std::lock_guard lock(KSerialThread::s_mutex);
-    RewriteBootCopy(computed);
 }

@@ -3,6 +3,7 @@
 #include "base/diag.h"
 #include "common/unique_fd.h"
 #include "settings/serial_thread.h"
+#include "settings/setting_lock.h"
 
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -160,7 +161,7 @@ void KSerialThread::CloseListener()
     close(listenFd);
     listenFd = -1;
     initialised_ = false;
-    const std::lock_guard lock(s_mutex);
+    const SettingLock lock;
     debugFlag = false;
 }
 

@@ -4,6 +4,7 @@
 #include "base/crc32.h"
 #include "base/serial.h"
 #include "settings/serial_thread.h"
+#include "settings/setting_copies.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>
