@@ -51,7 +51,6 @@ bool KSerialThread::Init()
     InstallSignals();
     const SettingLock lock;
     if (!serial->Open(serialName_.c_str())) {
-        listenFd = -1;
         std::fprintf(stderr, "open serial fail.\n");
         return false;
     }
@@ -61,7 +60,7 @@ bool KSerialThread::Init()
     LoadCaches();
     SendSettings();
     std::printf("serial_thread init success.\n");
-    SocketInit();
+    port_.SocketInit();
     return true;
 }
 
@@ -83,7 +82,7 @@ int KSerialThread::LogIn()
 int KSerialThread::LogOut()
 {
     Diag(kUnit, "LogOut", kLogOutLine, "%s", "");
-    ClientLeft();
+    ProbeUnlessDebugging();
     WriteSettingToSerial();
     return 0;
 }
@@ -104,11 +103,37 @@ int KSerialThread::DisposePacket(SocketSession *session)
     return result;
 }
 
-int KSerialThread::DisposePacket(int fd)
+void KSerialThread::run()
+{
+    port_.Run();
+}
+
+void KSerialThread::ClientCame()
+{
+    const SettingLock lock;
+    debugFlag = false;
+}
+
+void KSerialThread::ClientSilent()
+{
+    PaintSlantTimeOut();
+}
+
+void KSerialThread::ClientVanished()
+{
+    WriteCloseSmartSetting();
+}
+
+void KSerialThread::ClientLeft()
+{
+    CloseTransfers(this);
+    ProbeUnlessDebugging();
+}
+
+int KSerialThread::DisposePacket(int fd, wire::Bytes bytes)
 {
     SettingAnswer answer;
-    const std::size_t length = std::to_integer<std::size_t>(received_[0]);
-    const int result = Handle(this, wire::Bytes(received_).first(length + 1), &answer);
+    const int result = Handle(this, bytes, &answer);
     return Deliver(&answer, fd, kPortPatience) ? result : 0;
 }
 
@@ -150,7 +175,7 @@ void KSerialThread::CloseTransfers(Client client)
     }
 }
 
-void KSerialThread::ClientLeft()
+void KSerialThread::ProbeUnlessDebugging()
 {
     bool debugging = false;
     {

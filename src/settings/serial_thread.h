@@ -10,22 +10,20 @@
 
 #include "base/files.h"
 #include "base/serial.h"
-#include "base/sockets.h"
-#include "common/unique_fd.h"
 #include "records/setting_records.h"
 #include "sessions/session_service.h"
+#include "settings/setting_port.h"
 #include "settings/slant_pattern.h"
 
 #include <QThread>
 
 #include <array>
-#include <atomic>
 #include <string>
 
 struct SettingAnswer;
 struct SocketSession;
 
-class KSerialThread : public QThread, public SessionService
+class KSerialThread : public QThread, public SessionService, private SettingPort::Service
 {
 public:
     KSerialThread();
@@ -62,7 +60,7 @@ public:
     void PaintSlantTimeOut(); // draws the next phase while they are on
     void PaintSlantFinish();  // the panel is dark
     bool PaintSlantToggle();  // sets them up and on, or off and finishes; whether they are on now
-    bool HasClient() const { return clientServed_; } // on port 8879
+    bool HasClient() const { return port_.HasClient(); } // on port 8879
 
     // Whether first-plane width m (of the second: t times m) reaches 100 Hz; luminance.h names the letters.
     bool ComputeRefresh(unsigned t, unsigned w, unsigned h, unsigned s, unsigned n, unsigned m, unsigned g,
@@ -84,20 +82,15 @@ private:
     };
 
     // Port 8879; service thread.
-    bool SocketInit();
-    ledboard::UniqueFd OpenListener() const;
-    void Accept();
-    static bool PrepareClient(int fd);
-    void CloseListener();
-    void WorkThread(int fd);  // serves a client to its end
-    bool WaitForData(int fd); // false after a second, with the next phase of the slant lines drawn
-    int Read(int fd);         // the packet's length byte, 0 when that is 0, -1 the client is gone
-    int ReadBody(int fd, std::size_t length); // as Read
-    int DisposePacket(int fd);                // non-zero to go on, 0 to end the connection
+    void ClientCame() override;
+    void ClientSilent() override;
+    void ClientVanished() override;
+    void ClientLeft() override;
+    int DisposePacket(int fd, wire::Bytes packet) override;
 
     int Handle(Client client, wire::Bytes bytes, SettingAnswer *answer); // as DisposePacket(int)
     void CloseTransfers(Client client);
-    void ClientLeft();         // any
+    void ProbeUnlessDebugging();
     static void ProbePlayer(); // the answer is not used
 
     // With the lock held; results as DisposePacket(int) where nothing else is said.
@@ -121,13 +114,6 @@ private:
     std::string serialName_;
     bool lineWasLost_ = false;
 
-    int listenFd = -1;
-    int oldListenFd = -1;
-    std::uint32_t address = 0; // network byte order
-    std::uint16_t port = wire::kSettingPort;
-    bool initialised_ = false;
-    std::array<std::byte, wire::kMostPacketBytes> received_{}; // service thread only
-
     std::array<std::byte, wire::kSettingPacketSize> packet{};
     FilePointer stagingFile;
     Transfer luminanceFile;
@@ -138,7 +124,7 @@ private:
     unsigned luminance = 1;
     unsigned brightnessPercent = 100;
     SlantPattern slant_;
-    std::atomic<bool> clientServed_ = false;
+    SettingPort port_{this};
 };
 
 // PaintSlantTimeOut of the one service.

@@ -1,9 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Port 8879: one client at a time, refused by a closed port while one is served.
-#include "base/diag.h"
-#include "common/unique_fd.h"
-#include "settings/serial_thread.h"
-#include "settings/setting_lock.h"
+#include "settings/setting_port.h"
 
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -13,12 +9,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <thread>
 
 namespace
 {
 
-constexpr unsigned long kRetryPause = 1; // seconds
-constexpr int kWaitForData = 1000;       // milliseconds
+constexpr std::chrono::seconds kRetryPause{1};
+constexpr int kWaitForData = 1000; // milliseconds
 constexpr int kGoneLine = 946;
 constexpr int kCutLine = 988;
 
@@ -33,7 +32,8 @@ void SetLinger(int fd, bool on)
     setsockopt(fd, SOL_SOCKET, SO_LINGER, &value, sizeof value);
 }
 
-// A cable that was pulled must not keep the port closed until the next boot.
+// Only one client is served: without probes, one whose cable was pulled would keep the port closed until the
+// next boot.
 void SetKeepAlive(int fd)
 {
     constexpr int kIdle = 30;     // seconds
@@ -43,7 +43,7 @@ void SetKeepAlive(int fd)
     SetOption(fd, IPPROTO_TCP, TCP_KEEPIDLE, kIdle);
     SetOption(fd, IPPROTO_TCP, TCP_KEEPINTVL, kInterval);
     SetOption(fd, IPPROTO_TCP, TCP_KEEPCNT, kProbes);
-    // No probe is sent while an answer is not acknowledged.
+    // The kernel sends no probes while sent bytes wait for their acknowledgement; this limits that wait.
     SetOption(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, (kIdle + kProbes * kInterval) * 1000);
 }
 
@@ -52,9 +52,7 @@ bool NothingYet(ssize_t received)
     return received == -1 && (errno == EAGAIN || errno == EINTR);
 }
 
-} // namespace
-
-ledboard::UniqueFd KSerialThread::OpenListener() const
+ledboard::UniqueFd OpenListener()
 {
     ledboard::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd.Valid()) {
@@ -64,8 +62,8 @@ ledboard::UniqueFd KSerialThread::OpenListener() const
     SetOption(fd.Get(), SOL_SOCKET, SO_REUSEADDR, 1);
     sockaddr_in local{};
     local.sin_family = AF_INET;
-    local.sin_addr.s_addr = address;
-    local.sin_port = htons(port);
+    local.sin_addr.s_addr = htonl(INADDR_ANY);
+    local.sin_port = htons(wire::kSettingPort);
     if (bind(fd.Get(), reinterpret_cast<const sockaddr *>(&local), sizeof local) == -1) {
         std::printf("tcp socket bind in 8879 fail. errno: %d.\n", errno);
         return {};
@@ -78,64 +76,7 @@ ledboard::UniqueFd KSerialThread::OpenListener() const
     return fd;
 }
 
-bool KSerialThread::SocketInit()
-{
-    if (initialised_ && oldListenFd <= 0)
-        return true;
-    oldListenFd = listenFd;
-    initialised_ = false;
-    ledboard::UniqueFd fd = OpenListener();
-    if (!fd.Valid())
-        return false;
-    listenFd = fd.Release();
-    std::printf("socket listenning in %d port success.\n", port);
-    if (oldListenFd > 0) {
-        shutdown(oldListenFd, SHUT_RDWR);
-        close(oldListenFd);
-        oldListenFd = -1;
-    }
-    initialised_ = true;
-    return true;
-}
-
-void KSerialThread::run()
-{
-    for (;;) {
-        if (SocketInit())
-            Accept();
-        sleep(kRetryPause);
-    }
-}
-
-void KSerialThread::Accept()
-{
-    while (listenFd >= 0) {
-        std::printf("serial thread socket: wait accept one client.\n");
-        ledboard::UniqueFd client(accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC));
-        if (!client.Valid()) {
-            std::printf("accept one error socket and be continue;\n");
-            // Without descriptors the client stays in the queue, and accept would fail at once again.
-            if (errno != ECONNABORTED)
-                sleep(kRetryPause);
-            continue;
-        }
-        if (!PrepareClient(client.Get()))
-            continue;
-        clientServed_ = true;
-        CloseListener();
-        WorkThread(client.Get());
-        shutdown(client.Get(), SHUT_RDWR);
-        client.Reset();
-        clientServed_ = false;
-        CloseTransfers(this);
-        ClientLeft();
-        if (!SocketInit())
-            return;
-    }
-    std::printf("socket is invalid.\n");
-}
-
-bool KSerialThread::PrepareClient(int fd)
+bool PrepareClient(int fd)
 {
     std::printf("%s: accept one client.\n", "Accept");
     const int flags = fcntl(fd, F_GETFL);
@@ -153,38 +94,86 @@ bool KSerialThread::PrepareClient(int fd)
     return true;
 }
 
-void KSerialThread::CloseListener()
+} // namespace
+
+bool SettingPort::SocketInit()
 {
-    errno = 0;
-    shutdown(listenFd, SHUT_RDWR);
-    std::printf("close listenning socket: %d, errno: %d\n", listenFd, errno);
-    close(listenFd);
-    listenFd = -1;
-    initialised_ = false;
-    const SettingLock lock;
-    debugFlag = false;
+    if (listenFd.Valid())
+        return true;
+    listenFd = OpenListener();
+    if (!listenFd.Valid())
+        return false;
+    std::printf("socket listenning in %d port success.\n", wire::kSettingPort);
+    return true;
 }
 
-void KSerialThread::WorkThread(int fd)
+void SettingPort::Run()
+{
+    for (;;) {
+        if (SocketInit())
+            Accept();
+        std::this_thread::sleep_for(kRetryPause);
+    }
+}
+
+void SettingPort::Accept()
+{
+    while (listenFd.Valid()) {
+        std::printf("serial thread socket: wait accept one client.\n");
+        ledboard::UniqueFd client(accept4(listenFd.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (!client.Valid()) {
+            const int error = errno;
+            std::printf("accept one error socket and be continue;\n");
+            // Without descriptors the client stays in the queue, and accept would fail at once again.
+            if (error != ECONNABORTED)
+                std::this_thread::sleep_for(kRetryPause);
+            continue;
+        }
+        if (!PrepareClient(client.Get()))
+            continue;
+        clientServed_ = true;
+        CloseListener();
+        service_->ClientCame();
+        WorkThread(client.Get());
+        shutdown(client.Get(), SHUT_RDWR);
+        client.Reset();
+        clientServed_ = false;
+        service_->ClientLeft();
+        if (!SocketInit())
+            return;
+    }
+    std::printf("socket is invalid.\n");
+}
+
+void SettingPort::CloseListener()
+{
+    errno = 0;
+    shutdown(listenFd.Get(), SHUT_RDWR);
+    std::printf("close listenning socket: %d, errno: %d\n", listenFd.Get(), errno);
+    listenFd.Reset();
+}
+
+void SettingPort::WorkThread(int fd)
 {
     std::printf("\n----------new one thread be recv.-------------\n");
-    while (Read(fd) >= 1) {
-        if (DisposePacket(fd) == 0)
+    for (int length = Read(fd); length >= 1; length = Read(fd)) {
+        const auto size = static_cast<std::size_t>(length) + 1;
+        if (service_->DisposePacket(fd, wire::Bytes(received_).first(size)) == 0)
             return;
     }
 }
 
-bool KSerialThread::WaitForData(int fd)
+bool SettingPort::WaitForData(int fd)
 {
     pollfd wait{.fd = fd, .events = POLLIN, .revents = 0};
     if (poll(&wait, 1, kWaitForData) == 1)
         return true;
     std::printf("select continue.\n");
-    PaintSlantTimeOut();
+    service_->ClientSilent();
     return false;
 }
 
-int KSerialThread::Read(int fd)
+int SettingPort::Read(int fd)
 {
     received_.fill(std::byte{0});
     ssize_t count = recv(fd, received_.data(), 1, 0);
@@ -196,11 +185,11 @@ int KSerialThread::Read(int fd)
         return ReadBody(fd, std::to_integer<std::size_t>(received_[0]));
     shutdown(fd, SHUT_RDWR);
     std::printf("readeds: %d. %d, %d\n", 0, static_cast<int>(count), kGoneLine);
-    WriteCloseSmartSetting();
+    service_->ClientVanished();
     return -1;
 }
 
-int KSerialThread::ReadBody(int fd, std::size_t length)
+int SettingPort::ReadBody(int fd, std::size_t length)
 {
     std::size_t held = 0;
     while (held < length) {
@@ -214,13 +203,13 @@ int KSerialThread::ReadBody(int fd, std::size_t length)
     }
     if (held == length)
         return static_cast<int>(length);
-    // QUIRK cut-short: a client that vanishes before the second byte behind the length leaves the smart
+    // QUIRK cut-short: a client that vanishes before the second byte after the length leaves the smart
     // setting on; the frame that ends it would be expected whenever a client vanishes.
     if (held < 2) {
         std::printf("exit.\n");
         return -1;
     }
     std::printf("%d, error!\n", kCutLine);
-    WriteCloseSmartSetting();
+    service_->ClientVanished();
     return -1;
 }
