@@ -6,8 +6,7 @@
 #include "base/paths.h"
 #include "base/sockets.h"
 #include "base/threads.h"
-#include "settings/serial_thread.h"
-#include "state/services.h"
+#include "records/setting_records.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -18,50 +17,87 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace
 {
 
 constexpr char kUnit[] = "src/serial_thread";
-constexpr std::size_t kLongestLine = 98;
+constexpr std::size_t kMaxLine = 98;
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kPhase{1};
 constexpr Clock::time_point kNever = Clock::time_point::max();
-Clock::time_point s_nextPhase = kNever; // of the slant lines; the thread's own
 
-// One byte for each signal, from the handler to the thread. Open until the process ends, as the thread is
-// there.
+// The pipe from the handler to the thread: one byte for each signal. Never closed, since a signal can come at
+// any time.
 int s_reading = -1;
 int s_writing = -1;
 
 // The decimal number that stands at a fixed place of the line.
 unsigned NumberAt(const std::string &line, std::size_t place)
 {
-    // QUIRK ini-fixed-place: the number is read where it stands behind a key at the start of the line; a
+    // QUIRK ini-fixed-place: the number is read where it stands after a key at the start of the line; a
     // search for the equals sign would be expected.
     return place < line.size() ? static_cast<unsigned>(std::strtoll(line.c_str() + place, nullptr, 10)) : 0;
 }
 
-void ApplyLine(const std::string &line)
+// Acts on signals; the thread's own.
+class SignalServer
 {
-    constexpr std::size_t kScreenSizePlace = 12;
-    constexpr std::size_t kLuminancePlace = 11;
-    std::printf("g_serial_thread write serial, %s.\n", line.c_str());
-    if (line.find("kScreenSize") != std::string::npos)
-        g_serial->WriteSerial(wire::kIdScreenSize, NumberAt(line, kScreenSizePlace));
-    if (line.find("kLuminance") != std::string::npos)
-        g_serial->WriteSerial(wire::kIdMaxLuminance, NumberAt(line, kLuminancePlace));
+public:
+    explicit SignalServer(SignalActions actions) : actions_(std::move(actions)) {}
+    void Run();
+
+private:
+    bool ServeSignal(); // false at the end of the pipe
+    void Act(int signal);
+    void ApplySerialIni();
+    void ApplyLine(const std::string &line);
+    void DrawWhenDue();
+    int MillisecondsToNextPhase() const; // -1: the slant lines are off
+
+    SignalActions actions_;
+    Clock::time_point nextPhase_ = kNever; // of the slant lines
+};
+
+void SignalServer::Run()
+{
+    for (;;) {
+        pollfd wait{.fd = s_reading, .events = POLLIN, .revents = 0};
+        if (poll(&wait, 1, MillisecondsToNextPhase()) == 1 && !ServeSignal())
+            return;
+        DrawWhenDue();
+    }
 }
 
-void ApplySerialIni()
+bool SignalServer::ServeSignal()
+{
+    std::uint8_t signal = 0;
+    const ssize_t count = read(s_reading, &signal, sizeof signal);
+    if (count == sizeof signal)
+        Act(signal);
+    return count == sizeof signal || (count == -1 && errno == EINTR);
+}
+
+void SignalServer::Act(int signal)
+{
+    std::fprintf(stderr, "-------------------------%s be call--------------------------\n", "sig_handle");
+    if (signal == SIGUSR1)
+        ApplySerialIni();
+    else if (signal == SIGUSR2)
+        nextPhase_ = actions_.toggleSlantLines() ? Clock::now() + kPhase : kNever;
+}
+
+void SignalServer::ApplySerialIni()
 {
     const FilePointer file = OpenFile(paths::kSerialIni, "rb");
-    std::array<char, kLongestLine + 1> buffer{};
+    std::array<char, kMaxLine + 1> buffer{};
     while (file && std::fgets(buffer.data(), static_cast<int>(buffer.size()), file.get()) != nullptr) {
         std::string line(buffer.data());
         // QUIRK ini-last-character: the last character goes, whether it is the line's end or not; only the
@@ -72,52 +108,32 @@ void ApplySerialIni()
     }
 }
 
-void ActOnSignal(int signal)
+void SignalServer::ApplyLine(const std::string &line)
 {
-    std::fprintf(stderr, "-------------------------%s be call--------------------------\n", "sig_handle");
-    if (signal == SIGUSR1)
-        ApplySerialIni();
-    else if (signal == SIGUSR2)
-        s_nextPhase = g_serial->PaintSlantToggle() ? Clock::now() + kPhase : kNever;
+    constexpr std::size_t kScreenSizePlace = 12;
+    constexpr std::size_t kLuminancePlace = 11;
+    std::printf("g_serial_thread write serial, %s.\n", line.c_str());
+    if (line.find("kScreenSize") != std::string::npos)
+        actions_.writeParameter(wire::kIdScreenSize, NumberAt(line, kScreenSizePlace));
+    if (line.find("kLuminance") != std::string::npos)
+        actions_.writeParameter(wire::kIdMaxLuminance, NumberAt(line, kLuminancePlace));
 }
 
-// False at the end of the pipe.
-bool ServeSignal()
+void SignalServer::DrawWhenDue()
 {
-    std::uint8_t signal = 0;
-    const ssize_t count = read(s_reading, &signal, sizeof signal);
-    if (count == sizeof signal)
-        ActOnSignal(signal);
-    return count == sizeof signal || (count == -1 && errno == EINTR);
-}
-
-// With a client the service itself draws, whenever it waited for a second.
-void DrawWhenDue()
-{
-    if (Clock::now() < s_nextPhase)
+    if (Clock::now() < nextPhase_)
         return;
-    s_nextPhase = Clock::now() + kPhase;
-    if (!g_serial->HasClient())
-        timeout();
+    nextPhase_ = Clock::now() + kPhase;
+    actions_.drawSlantLines();
 }
 
-int MillisecondsToNextPhase()
+int SignalServer::MillisecondsToNextPhase() const
 {
     using std::chrono::milliseconds;
-    if (s_nextPhase == kNever)
+    if (nextPhase_ == kNever)
         return -1;
-    const auto left = std::chrono::ceil<milliseconds>(s_nextPhase - Clock::now());
+    const auto left = std::chrono::ceil<milliseconds>(nextPhase_ - Clock::now());
     return static_cast<int>(std::max(left, milliseconds(0)).count());
-}
-
-void ServeSignals()
-{
-    for (;;) {
-        pollfd wait{.fd = s_reading, .events = POLLIN, .revents = 0};
-        if (poll(&wait, 1, MillisecondsToNextPhase()) == 1 && !ServeSignal())
-            return;
-        DrawWhenDue();
-    }
 }
 
 bool Catch(int signal)
@@ -135,7 +151,7 @@ void sig_handle(int signal)
 {
     const int error = errno;
     const auto byte = static_cast<std::uint8_t>(signal);
-    // A full pipe drops the signal: as many are waiting to be acted on already.
+    // A signal that finds the pipe full is dropped: thousands are waiting already.
     [[maybe_unused]] const ssize_t written = write(s_writing, &byte, sizeof byte);
     errno = error;
 }
@@ -157,11 +173,11 @@ bool InstallSignals()
     return false;
 }
 
-void StartSignalThread()
+void StartSignalThread(SignalActions actions)
 {
     const SignalsBlocked blocked;
     try {
-        std::thread(ServeSignals).detach();
+        std::thread([server = SignalServer(std::move(actions))]() mutable { server.Run(); }).detach();
     } catch (const std::system_error &error) {
         Diag(kUnit, __func__, __LINE__, "signal thread: %s", error.what());
     }

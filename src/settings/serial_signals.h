@@ -1,14 +1,24 @@
 // SPDX-License-Identifier: MIT
 // src/settings/serial_signals.h: SIGUSR1 sends "/home/root/plexa/serial.ini" to the FPGA (docs/protocols.md,
 // "Files"), SIGUSR2 turns the slant lines on and off (docs/protocols.md, "Slant lines").
+//
+// The handler only writes the signal's number into a pipe; a thread of its own reads it and acts.
 #pragma once
 
-// Catches the signals from now on. False when they cannot be (logged).
+#include <functional>
+
+// What the thread does. It calls these without any lock.
+struct SignalActions {
+    std::function<void(unsigned id, unsigned value)> writeParameter; // for a line of "serial.ini"
+    std::function<bool()> toggleSlantLines;                          // true: they are on now
+    std::function<void()> drawSlantLines;                            // once a second while they are on
+};
+
+// Catches both signals from now on. False if that fails (logged). Main thread, before any other starts.
 bool InstallSignals();
 
-// The handler: only notes the signal for the thread, which prints and does what it asks for.
-void sig_handle(int signal);
+void sig_handle(int signal); // the handler
 
-// Starts the thread that acts on the signals, also on those that came since InstallSignals. It also moves the
-// slant lines once a second while the setting service has no client. Once, when the services are published.
-void StartSignalThread();
+// Starts the thread, which acts on the signals that came since InstallSignals too and runs until the process
+// ends. Once; a failure is logged.
+void StartSignalThread(SignalActions actions);

@@ -68,7 +68,16 @@ void KSerialThread::Serve()
 {
     const SignalsBlocked blocked;
     start();
-    StartSignalThread();
+    StartSignalThread({
+        .writeParameter = [this](unsigned id, unsigned value) { WriteSerial(id, value); },
+        .toggleSlantLines = [this] { return PaintSlantToggle(); },
+        .drawSlantLines =
+            [this] {
+                // With a client the service thread draws them, whenever it waited for a second.
+                if (!HasClient())
+                    timeout();
+            },
+    });
 }
 
 int KSerialThread::LogIn()
