@@ -173,6 +173,9 @@ static_assert(offsetof(RemoteChunkReply, header) == 0);
 static_assert(offsetof(RemoteChunkReply, zero) == 44);
 static_assert(offsetof(RemoteChunkReply, result) == 48);
 
-constexpr std::size_t kRemoteTablePiece = 8916; // most bytes of a reception table in one reply
+// While a board receives a file, its reception table stands beside it: the file's name with this suffix, one
+// byte for each chunk that is stored.
+constexpr char kTableSuffix[] = ".tarvo.bak";
+constexpr std::size_t kMaxTablePiece = 8916; // bytes of a reception table in one reply
 
 } // namespace wire

@@ -211,7 +211,7 @@ asio::awaitable<Push::Names> Push::FindTables(Names names)
 {
     const auto canBeAsked = [](const std::string &name) { return name.size() < wire::kRemoteNameSize; };
     for (std::string &name : names)
-        name += kTableSuffix;
+        name += wire::kTableSuffix;
     Names asked;
     std::copy_if(names.begin(), names.end(), std::back_inserter(asked), canBeAsked);
     std::map<std::string, std::string> digests = co_await AskDigests(asked);

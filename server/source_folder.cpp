@@ -73,7 +73,7 @@ SourceFolder::SourceFolder(const std::string &folder)
         if (!entry.is_regular_file())
             continue;
         const std::string name = entry.path().lexically_relative(folder).generic_string();
-        if (name.find(kTableSuffix) != std::string::npos)
+        if (name.find(wire::kTableSuffix) != std::string::npos)
             continue;
         if (!BoardsTake(name))
             throw std::runtime_error("boards do not take the name \"" + name + "\"");

@@ -17,8 +17,6 @@
 namespace server
 {
 
-constexpr char kTableSuffix[] = ".tarvo.bak"; // of a board's reception tables
-
 struct SourceFile {
     std::filesystem::path path;
     std::uint64_t size = 0;

@@ -54,7 +54,7 @@ bool OpenForReception(DeviceContext *context, wire::Bytes packet, const char *mo
     const std::optional<std::string> path = ProgramPath(context, packet);
     if (!path)
         return false;
-    const std::string table = *path + kTableSuffix;
+    const std::string table = *path + wire::kTableSuffix;
     // QUIRK remote-backslash-folder: a backslash ends the folder as well, so that "a\b" makes a folder "a"
     // beside the file "a\b"; only the slash would be expected to count.
     MakeFolders(path->substr(0, path->find_last_of("/\\")));
@@ -88,7 +88,7 @@ bool StoreChunk(const DeviceContext *context, wire::Bytes data)
 
 std::string TablePath(const DeviceContext *context, const std::string &name)
 {
-    return std::string(context->programDir) + "/" + name + kTableSuffix;
+    return std::string(context->programDir) + "/" + name + wire::kTableSuffix;
 }
 
 // Opens the table for reading, or goes on with the one that is open. False when there is none.
@@ -164,9 +164,9 @@ bool GetFileFillTabled(DeviceContext *context, wire::Bytes packet)
     std::printf("%s\n", name.c_str());
     if (!ProgramPath(context, packet) || !OpenReadTable(context, name))
         return true;
-    std::array<std::byte, sizeof(wire::RemoteNamePacket) + wire::kRemoteTablePiece + 1> reply{};
+    std::array<std::byte, sizeof(wire::RemoteNamePacket) + wire::kMaxTablePiece + 1> reply{};
     const std::size_t count = std::fread(reply.data() + sizeof(wire::RemoteNamePacket), 1,
-                                         wire::kRemoteTablePiece, s_readBakFile.get());
+                                         wire::kMaxTablePiece, s_readBakFile.get());
     // QUIRK table-reply-long: the lengths count one byte more than the data, a zero that is sent; the data's
     // own length would be expected.
     const std::size_t size = sizeof(wire::RemoteNamePacket) + count + 1;

@@ -17,8 +17,6 @@ struct DeviceContext;
 namespace remote
 {
 
-constexpr char kTableSuffix[] = ".tarvo.bak";
-
 bool CleanProgramBack2(DeviceContext *context, wire::Bytes packet);
 bool GetFileFillTabled(DeviceContext *context, wire::Bytes packet);
 bool CreateFile(DeviceContext *context, wire::Bytes packet);

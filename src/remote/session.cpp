@@ -49,12 +49,12 @@ bool Enter(const QString &folder, Visited *visited)
 
 void AddFile(std::string path)
 {
-    const std::size_t mark = path.find(kTableSuffix);
+    const std::size_t mark = path.find(wire::kTableSuffix);
     if (mark == std::string::npos) {
         s_programFileList.push_back(std::move(path));
         return;
     }
-    s_lastRecvFile = path.erase(mark, std::strlen(kTableSuffix));
+    s_lastRecvFile = path.erase(mark, std::strlen(wire::kTableSuffix));
     Diag(kUnit, "LogIn", __LINE__, "unfinished file: %s", s_lastRecvFile.c_str());
 }
 
