@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "remote/config.h"
 
+#include "common/text_field.h"
+
 #include <cstdlib>
 #include <cstring>
 
@@ -42,12 +44,7 @@ std::string RemoteConfigText(const wire::AddrParam &server)
     // QUIRK port-16-bit: the port is written as a signed 16-bit number, 70000 as 4464 and 40000 as -25536;
     // the number itself would be expected. Only its low 16 bits are ever connected to.
     const auto port = static_cast<short>(server.port);
-    return (server.domainFlag == 1 ? "domain=" : "ip=") + FieldText(server.addr, sizeof server.addr) +
+    return (server.domainFlag == 1 ? "domain=" : "ip=") + std::string(ledboard::FieldText(server.addr)) +
            "\nport=" + std::to_string(port) +
-           "\nusername=" + FieldText(server.username, sizeof server.username) + "\n";
-}
-
-std::string FieldText(const char *field, std::size_t size)
-{
-    return std::string(field, strnlen(field, size));
+           "\nusername=" + std::string(ledboard::FieldText(server.username)) + "\n";
 }

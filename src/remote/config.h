@@ -17,6 +17,3 @@ struct RemoteConfig {
 
 RemoteConfig ReadRemoteConfig(std::FILE *file);
 std::string RemoteConfigText(const wire::AddrParam &server);
-
-// The text in a field that need not end in a zero byte.
-std::string FieldText(const char *field, std::size_t size);

@@ -4,6 +4,7 @@
 #include "base/diag.h"
 #include "base/sockets.h"
 #include "base/threads.h"
+#include "common/text_field.h"
 #include "common/unique_fd.h"
 #include "records/remote_records.h"
 #include "remote/config.h"
@@ -104,7 +105,7 @@ std::optional<in_addr> LookUp(unsigned number, const std::string &name)
 std::optional<sockaddr_in> ServerAddress(unsigned number, DeviceContext *context)
 {
     const wire::AddrParam server = context->GetAddrParam(context);
-    const std::string text = FieldText(server.addr, sizeof server.addr);
+    const std::string text(ledboard::FieldText(server.addr));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(server.port));

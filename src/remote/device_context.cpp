@@ -6,6 +6,7 @@
 #include "base/paths.h"
 #include "base/shell.h"
 #include "base/sockets.h"
+#include "common/text_field.h"
 #include "common/unique_fd.h"
 #include "records/remote_records.h"
 #include "remote/config.h"
@@ -140,10 +141,8 @@ void SetAddrParam(DeviceContext *context, const char *addr, int domainFlag, int 
     const std::lock_guard lock(RemoteMutex());
     context->port = port;
     context->domainFlag = static_cast<short>(domainFlag);
-    std::memset(&context->addr, 0, sizeof context->addr);
-    std::memcpy(context->addr.domain, addr, strnlen(addr, sizeof context->addr.domain));
-    std::memset(context->username, 0, sizeof context->username);
-    std::memcpy(context->username, username, strnlen(username, sizeof context->username));
+    ledboard::SetFieldText(context->addr.domain, ledboard::FieldText(addr, sizeof context->addr.domain));
+    ledboard::SetFieldText(context->username, ledboard::FieldText(username, sizeof context->username));
 }
 
 wire::AddrParam GetAddrParam(DeviceContext *context)
