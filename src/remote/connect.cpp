@@ -7,9 +7,9 @@
 #include "common/text_field.h"
 #include "common/unique_fd.h"
 #include "records/remote_records.h"
+#include "remote/client.h"
 #include "remote/config.h"
 #include "remote/device_context.h"
-#include "remote/packets.h"
 #include "state/device_record.h"
 #include "state/tick.h"
 

@@ -9,11 +9,11 @@
 #include "common/text_field.h"
 #include "common/unique_fd.h"
 #include "records/remote_records.h"
+#include "remote/client.h"
 #include "remote/config.h"
 #include "remote/connect.h"
 #include "remote/digest.h"
-#include "remote/files.h"
-#include "remote/packets.h"
+#include "remote/received_file.h"
 #include "state/monitor_slots.h"
 #include "state/tick.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // src/remote/device_context.h: the client of the remote management server (docs/protocols.md, "Remote
-// server"): its record, its address and its connection. What the server then asks for is in remote_packets.h.
+// server"): its record, its address and its connection. What the server then asks for is in client.h.
 //
 // Main thread, where a comment does not say "any thread". A connect thread hands its socket over under
 // RemoteMutex(), which guards the address fields, privateFD, monitor and the monitor's fields, and lockFlag.

@@ -6,10 +6,10 @@
 #include "base/sockets.h"
 #include "base/threads.h"
 #include "common/unique_fd.h"
+#include "remote/client.h"
 #include "remote/connect.h"
 #include "remote/device_context.h"
-#include "remote/files.h"
-#include "remote/packets.h"
+#include "remote/received_file.h"
 
 #include <sys/eventfd.h>
 #include <sys/stat.h>

@@ -6,9 +6,9 @@
 #include "base/shell.h"
 #include "player/server_witch_plexa.h"
 #include "records/player_records.h"
+#include "remote/client.h"
 #include "remote/device_context.h"
-#include "remote/files.h"
-#include "remote/packets.h"
+#include "remote/received_file.h"
 #include "state/server_status.h"
 
 #include <QDir>

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "remote/packets.h"
+#include "remote/client.h"
 
 #include "base/diag.h"
 #include "base/sockets.h"
 #include "remote/connect.h"
 #include "remote/device_context.h"
 #include "remote/digest.h"
-#include "remote/files.h"
+#include "remote/received_file.h"
 #include "remote/session.h"
 #include "state/device_record.h"
 #include "state/services.h"

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "remote/files.h"
+#include "remote/received_file.h"
 
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/safe_name.h"
 #include "base/shell.h"
 #include "records/remote_crc.h"
+#include "remote/client.h"
 #include "remote/device_context.h"
-#include "remote/packets.h"
 #include "state/server_status.h"
 
 #include <unistd.h>

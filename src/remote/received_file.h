@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// src/remote/files.h: the remote server's file commands. Main thread only; the functions that take a packet
-// and return a bool are RemoteHandlers.
+// src/remote/received_file.h: the remote server's file commands. Main thread only; the functions that take a
+// packet and return a bool are RemoteHandlers.
 //
 // Beside a file that is being received stands its reception table, a byte for each chunk that is stored, so
 // that a transfer that broke off can be resumed. Neither passes through a buffer of this process: what the

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// src/remote/packets.h: packets of the remote server: received, dispatched and answered. Main thread only.
+// src/remote/client.h: packets of the remote server: received, dispatched and answered. Main thread only.
 #pragma once
 
 #include "remote/framing.h"
