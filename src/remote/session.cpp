@@ -8,19 +8,13 @@
 #include "records/player_records.h"
 #include "remote/client.h"
 #include "remote/device_context.h"
+#include "remote/program_list.h"
 #include "remote/received_file.h"
 #include "state/server_status.h"
 
-#include <QDir>
-#include <QFileInfo>
-
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <cstring>
-#include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace remote
@@ -30,61 +24,8 @@ namespace
 {
 
 constexpr char kUnit[] = "src/device_context.cpp";
-constexpr char kVideoMark[] = ".mp4";
-
-std::string s_programDir;                   // what the context points to
-std::vector<std::string> s_programFileList; // relative to the program folder, as LogIn found them
-std::vector<std::string> s_videoFileList;
-std::string s_lastRecvFile; // the unfinished file that LogIn found
-
-using Visited = std::set<std::pair<dev_t, ino_t>>;
-
-// False for a folder that was entered before, so that links to folders end somewhere.
-bool Enter(const QString &folder, Visited *visited)
-{
-    struct stat status = {};
-    return stat(QFile::encodeName(folder).constData(), &status) == 0 &&
-           visited->emplace(status.st_dev, status.st_ino).second;
-}
-
-void AddFile(std::string path)
-{
-    const std::size_t mark = path.find(wire::kTableSuffix);
-    if (mark == std::string::npos) {
-        s_programFileList.push_back(std::move(path));
-        return;
-    }
-    s_lastRecvFile = path.erase(mark, std::strlen(wire::kTableSuffix));
-    Diag(kUnit, "LogIn", __LINE__, "unfinished file: %s", s_lastRecvFile.c_str());
-}
-
-void ListFolder(const QString &folder, const std::string &programDir, Visited *visited)
-{
-    if (!Enter(folder, visited))
-        return;
-    const QFileInfoList entries = QDir(folder).entryInfoList(QDir::NoFilter, QDir::Type | QDir::Reversed);
-    for (const QFileInfo &entry : entries) {
-        if (entry.fileName() == "." || entry.fileName() == "..")
-            continue;
-        if (entry.isDir())
-            ListFolder(entry.filePath(), programDir, visited);
-        else
-            AddFile(QFile::encodeName(entry.filePath()).toStdString().substr(programDir.size()));
-    }
-}
-
-void ListPrograms(const std::string &programDir)
-{
-    s_programFileList.clear();
-    s_videoFileList.clear();
-    s_lastRecvFile.clear();
-    Visited visited;
-    ListFolder(QFile::decodeName(programDir.c_str()), programDir, &visited);
-    for (const std::string &name : s_programFileList) {
-        if (name.find(kVideoMark) != std::string::npos)
-            s_videoFileList.push_back(name);
-    }
-}
+std::string s_programDir; // what the context points to
+ProgramList s_programs;   // as LogIn found them
 
 void TellPlayer(const char *function, const char *codeName, wire::PlayerCode code)
 {
@@ -138,18 +79,6 @@ bool SendListing(DeviceContext *context, const char *function, const std::vector
     return true;
 }
 
-// Removes the empty folders in `folder`, deepest first, but not `folder` itself.
-void RemoveEmptyFolders(const QString &folder, Visited *visited)
-{
-    if (!Enter(folder, visited))
-        return;
-    QDir dir(folder);
-    for (const QFileInfo &entry : dir.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks)) {
-        RemoveEmptyFolders(entry.filePath(), visited);
-        dir.rmdir(entry.fileName());
-    }
-}
-
 } // namespace
 
 bool LogIn(DeviceContext *context, wire::Bytes)
@@ -162,7 +91,7 @@ bool LogIn(DeviceContext *context, wire::Bytes)
     context->programDir = s_programDir.c_str();
     context->finishFlag = 0;
     TellPlayer(__func__, "SS_CMD_RECV_PROGRAM", wire::SS_CMD_RECV_PROGRAM);
-    ListPrograms(context->programDir);
+    s_programs = ListPrograms(s_programDir);
     return AskLockDevice(context);
 }
 
@@ -192,23 +121,22 @@ bool SendFinish(DeviceContext *context, wire::Bytes packet)
 
 bool GetProgramFileListed(DeviceContext *context, wire::Bytes)
 {
-    return SendListing(context, __func__, s_programFileList, wire::kRemoteFilesReply);
+    return SendListing(context, __func__, s_programs.s_programFileList, wire::kRemoteFilesReply);
 }
 
 bool GetVideoFilename(DeviceContext *context, wire::Bytes)
 {
-    return SendListing(context, __func__, s_videoFileList, wire::kRemoteVideosReply);
+    return SendListing(context, __func__, s_programs.s_videoFileList, wire::kRemoteVideosReply);
 }
 
 bool RemoveNotVideoFile(DeviceContext *context, wire::Bytes)
 {
     if (context->programDir != nullptr) {
-        for (const std::string &name : s_programFileList) {
-            if (name.find(kVideoMark) == std::string::npos)
+        for (const std::string &name : s_programs.s_programFileList) {
+            if (!IsVideo(name))
                 RemoveProgramFile(context, name);
         }
-        Visited visited;
-        RemoveEmptyFolders(QFile::decodeName(context->programDir), &visited);
+        RemoveEmptyFolders(s_programDir);
     }
     const wire::RemoteSessionHeader reply =
         ReplyHeader(sizeof(wire::RemoteHeader), wire::kRemoteNotVideoReply);
