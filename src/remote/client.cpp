@@ -3,7 +3,7 @@
 
 #include "base/diag.h"
 #include "base/sockets.h"
-#include "remote/connect.h"
+#include "remote/connection.h"
 #include "remote/device_context.h"
 #include "remote/digest.h"
 #include "remote/received_file.h"
@@ -54,10 +54,7 @@ bool HandleLoginAnswer(DeviceContext *context, wire::Bytes packet)
 {
     if (wire::Read<wire::RemoteWord>(packet)->value != 0)
         return true;
-    {
-        const std::lock_guard lock(RemoteMutex());
-        SetConnectPace(true);
-    }
+    Connection().SetQuickPace(true);
     if (!SendDeviceParam(context))
         return false;
     // QUIRK heartbeat-doubles: every accepted answer inserts the function again and it then runs more than

@@ -1,19 +1,9 @@
 // SPDX-License-Identifier: MIT
-// src/remote/connect.h: threads that connect to the remote server, log in and hand the socket over.
-//
-// Of all that were started only the newest may log in: an older one ends at its next step, its socket closed.
+// src/remote/connect.h: the thread that connects to the remote server, logs in and hands the socket over.
 #pragma once
 
-#include <mutex>
+class RemoteConnection;
 
-struct DeviceContext;
-
-std::mutex &RemoteMutex();
-
-void StartConnectThread(DeviceContext *context); // makes every older one end
-void EndConnectThreads();                        // the same without a new one; RemoteMutex() is held
-void WaitForConnectThreads();                    // until none is left; RemoteMutex() is not held
-
-// How soon the next connect may follow the last one. RemoteMutex() is held.
-void SetConnectPace(bool quick); // false: the server has not shown that it wants this board
-void MonitorIsKnown();           // a thread may hand over from now on
+// Starts a thread that works with the connection's address and ends after the login. Every older thread ends
+// at its next step, its socket closed. Any thread; whether a thread could be started is logged.
+void StartConnectThread(RemoteConnection *connection);

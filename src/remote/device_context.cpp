@@ -4,25 +4,15 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/paths.h"
-#include "base/shell.h"
-#include "base/sockets.h"
-#include "common/text_field.h"
-#include "common/unique_fd.h"
 #include "records/remote_records.h"
 #include "remote/client.h"
 #include "remote/config.h"
 #include "remote/connect.h"
+#include "remote/connection.h"
 #include "remote/digest.h"
 #include "remote/received_file.h"
-#include "state/monitor_slots.h"
-#include "state/tick.h"
 
-#include <unistd.h>
-
-#include <cstring>
-#include <mutex>
 #include <string>
-#include <utility>
 
 const char *const g_remoteServerFile = paths::kRemoteServer;
 
@@ -30,7 +20,11 @@ namespace
 {
 
 constexpr char kUnit[] = "src/device_context.cpp";
-constexpr std::size_t kLongestConfig = 1024;
+constexpr std::size_t kMaxConfig = 1024; // bytes of the file that are compared
+
+// Of the one record that there is. Never deleted at the end of the process, which may come while connect
+// threads run.
+RemoteConnection *s_connection = nullptr;
 
 void LoadConfigFile(DeviceContext *context, const char *path)
 {
@@ -56,7 +50,7 @@ void LoadConfigFile(DeviceContext *context, const char *path)
 void SaveConfigToFile(const wire::AddrParam &server)
 {
     const std::string text = RemoteConfigText(server);
-    if (ReadFileStart(g_remoteServerFile, kLongestConfig) == text)
+    if (ReadFileStart(g_remoteServerFile, kMaxConfig) == text)
         return;
     if (!ReplaceFile(g_remoteServerFile, text))
         DiagErrno(kUnit, __func__, __LINE__, "create remote server file fail!");
@@ -68,48 +62,30 @@ void ConnectToServer(DeviceContext *context)
         DiagErrno(kUnit, __func__, __LINE__, "param is null!");
         return;
     }
-    SaveConfigToFile(context->GetAddrParam(context));
-    StartConnectThread(context);
+    SaveConfigToFile(s_connection->Address());
+    StartConnectThread(s_connection);
 }
 
-void SetSocketFD(DeviceContext *context, int fd)
+void SetSocketFD(DeviceContext *, int fd)
 {
-    const std::lock_guard lock(RemoteMutex());
-    context->privateFD = fd;
+    s_connection->SetSocket(fd);
 }
 
-int GetSocketFD(DeviceContext *context)
+int GetSocketFD(DeviceContext *)
 {
-    const std::lock_guard lock(RemoteMutex());
-    return context->privateFD;
+    return s_connection->Socket();
 }
 
-// Takes the connection apart and returns the socket, which the caller closes. RemoteMutex() is held.
-ledboard::UniqueFd TakeSocket(DeviceContext *context)
+void SetMonitor(DeviceContext *, MonitorSession *monitor)
 {
-    if (context->monitor != nullptr) {
-        context->monitor->valid = 0;
-        context->monitor->fd = -1;
-    }
-    context->bufferIndex = 0;
-    return ledboard::UniqueFd(std::exchange(context->privateFD, -1));
-}
-
-void SetMonitor(DeviceContext *context, MonitorSession *monitor)
-{
-    const std::lock_guard lock(RemoteMutex());
-    if (monitor == nullptr) {
+    if (monitor == nullptr)
         remote::AbandonDigest();
-        TakeSocket(context);
-    }
-    context->monitor = monitor;
-    MonitorIsKnown();
+    s_connection->SetMonitor(monitor);
 }
 
-MonitorSession *GetMonitor(DeviceContext *context)
+MonitorSession *GetMonitor(DeviceContext *)
 {
-    const std::lock_guard lock(RemoteMutex());
-    return context->monitor;
+    return s_connection->Monitor();
 }
 
 void DisconnectFromServer(DeviceContext *context)
@@ -118,18 +94,7 @@ void DisconnectFromServer(DeviceContext *context)
         return;
     remote::AbandonDigest();
     remote::CloseReadTable();
-    const std::lock_guard lock(RemoteMutex());
-    // QUIRK lock-outlives-server: a lock that the server held stays; it would be expected to go, as it does
-    // when the connection is lost.
-    EndConnectThreads();
-    RunShell(std::string("rm ") + g_remoteServerFile);
-    RemoveFromTick(context->Heartbeat);
-    TakeSocket(context);
-    context->domainFlag = 0;
-    context->port = 0;
-    std::memset(&context->addr, 0, sizeof context->addr);
-    std::memset(context->username, 0, sizeof context->username);
-    SetConnectPace(true);
+    s_connection->Forget();
 }
 
 void SetAddrParam(DeviceContext *context, const char *addr, int domainFlag, int port, const char *username)
@@ -138,24 +103,12 @@ void SetAddrParam(DeviceContext *context, const char *addr, int domainFlag, int 
         DiagErrno(kUnit, __func__, __LINE__, "param is error!");
         return;
     }
-    const std::lock_guard lock(RemoteMutex());
-    context->port = port;
-    context->domainFlag = static_cast<short>(domainFlag);
-    ledboard::SetFieldText(context->addr.domain, ledboard::FieldText(addr, sizeof context->addr.domain));
-    ledboard::SetFieldText(context->username, ledboard::FieldText(username, sizeof context->username));
+    s_connection->SetAddress(addr, domainFlag, port, username);
 }
 
 wire::AddrParam GetAddrParam(DeviceContext *context)
 {
-    wire::AddrParam result{};
-    if (context == nullptr)
-        return result;
-    const std::lock_guard lock(RemoteMutex());
-    result.domainFlag = context->domainFlag;
-    result.port = context->port;
-    std::memcpy(result.addr, context->addr.domain, sizeof result.addr);
-    std::memcpy(result.username, context->username, sizeof result.username);
-    return result;
+    return context == nullptr ? wire::AddrParam{} : s_connection->Address();
 }
 
 } // namespace
@@ -178,7 +131,8 @@ void InitDeviceContext(DeviceContext *context)
     context->lockFlag = 0;
     context->uDiskFlag = 0;
     context->programDir = nullptr;
-    SetSocketFD(context, -1);
+    s_connection = new RemoteConnection(context);
+    s_connection->SetSocket(-1);
 }
 
 void DestroyDeviceContext(DeviceContext *context)
@@ -186,39 +140,32 @@ void DestroyDeviceContext(DeviceContext *context)
     remote::AbandonDigest();
     remote::CloseReadTable();
     remote::CloseReceivedFile(context);
-    {
-        const std::lock_guard lock(RemoteMutex());
-        EndConnectThreads();
-        TakeSocket(context);
-    }
-    WaitForConnectThreads();
+    delete s_connection;
+    s_connection = nullptr;
     delete[] context->buffer;
     delete context;
 }
 
+RemoteConnection &Connection()
+{
+    return *s_connection;
+}
+
 MonitorSession CopyMonitor(const MonitorSession &slot)
 {
-    const std::lock_guard lock(RemoteMutex());
-    return slot;
+    return s_connection->CopySlot(slot);
 }
 
 void Reconnect(DeviceContext *context)
 {
     remote::AbandonDigest();
     remote::CloseReadTable();
-    {
-        const std::lock_guard lock(RemoteMutex());
-        TakeSocket(context);
-        context->lockFlag = 0;
-    }
+    s_connection->Lose();
     context->LoadConfigFile(context, g_remoteServerFile);
 }
 
 void DropConnection(DeviceContext *context)
 {
-    {
-        const std::lock_guard lock(RemoteMutex());
-        SetConnectPace(false);
-    }
+    s_connection->SetQuickPace(false);
     Reconnect(context);
 }

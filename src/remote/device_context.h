@@ -2,8 +2,8 @@
 // src/remote/device_context.h: the client of the remote management server (docs/protocols.md, "Remote
 // server"): its record, its address and its connection. What the server then asks for is in client.h.
 //
-// Main thread, where a comment does not say "any thread". A connect thread hands its socket over under
-// RemoteMutex(), which guards the address fields, privateFD, monitor and the monitor's fields, and lockFlag.
+// Main thread, where a comment does not say "any thread". Connect threads read the address fields and
+// write privateFD and what monitor points to: use the operations and CopyMonitor for these.
 #pragma once
 
 #include "records/discovery_records.h"
@@ -11,6 +11,7 @@
 
 #include <cstdio>
 
+class RemoteConnection;
 struct DeviceContext;
 
 // The record begins with its operations, always called with the record first. InitDeviceContext fills them
@@ -51,7 +52,11 @@ extern const char *const g_remoteServerFile;
 void InitDeviceContext(DeviceContext *context);
 void DestroyDeviceContext(DeviceContext *context); // waits for the connect threads
 
-// A copy of the slot under the lock that guards slot 8. Any thread.
+// The connection of the one record that there is. Any thread.
+RemoteConnection &Connection();
+
+// A copy of slot 8, which connect threads write, taken under the lock that they write it under. Any thread;
+// there must be a record.
 MonitorSession CopyMonitor(const MonitorSession &slot);
 
 // Closes the connection after a failure and begins another one with what the configuration file says. Whoever

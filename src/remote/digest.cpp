@@ -7,7 +7,7 @@
 #include "base/threads.h"
 #include "common/unique_fd.h"
 #include "remote/client.h"
-#include "remote/connect.h"
+#include "remote/connection.h"
 #include "remote/device_context.h"
 #include "remote/received_file.h"
 
@@ -52,15 +52,8 @@ void Compute(DigestJob *job)
     job->digest = DigestOfFile(job->path, [job] { return job->abandoned.load(); });
 }
 
-void WatchInstead(DeviceContext *context, int fd)
-{
-    const std::lock_guard lock(RemoteMutex());
-    if (context->monitor != nullptr)
-        context->monitor->fd = fd;
-}
-
 // True when a worker computes the digest.
-bool StartWorker(DeviceContext *context, const std::shared_ptr<DigestJob> &job)
+bool StartWorker(const std::shared_ptr<DigestJob> &job)
 {
     job->event.Reset(eventfd(0, EFD_CLOEXEC));
     if (!job->event.Valid())
@@ -77,7 +70,7 @@ bool StartWorker(DeviceContext *context, const std::shared_ptr<DigestJob> &job)
         return false;
     }
     s_job = job;
-    WatchInstead(context, job->event.Get());
+    Connection().WatchInstead(job->event.Get());
     return true;
 }
 
@@ -102,7 +95,7 @@ bool GetFileMD5(DeviceContext *context, wire::Bytes packet)
     const auto job = std::make_shared<DigestJob>();
     job->named = NamedReply(packet, sizeof(wire::RemoteMd5Reply), wire::kRemoteMd5Reply);
     job->path = ProgramPath(context, packet).value_or("");
-    if (!job->path.empty() && SizeOf(job->path) > kLargeFile && StartWorker(context, job))
+    if (!job->path.empty() && SizeOf(job->path) > kLargeFile && StartWorker(job))
         return true;
     if (!job->path.empty())
         Compute(job.get());
@@ -120,7 +113,7 @@ bool FinishDigest(DeviceContext *context)
     if (read(s_job->event.Get(), &count, sizeof count) != sizeof count)
         return true;
     const std::shared_ptr<DigestJob> job = std::move(s_job);
-    WatchInstead(context, context->GetSocketFD(context));
+    Connection().WatchSocket();
     return Answer(context, *job);
 }
 
