@@ -9,9 +9,9 @@
 namespace
 {
 
-constexpr int kLineLength = 300;
+constexpr int kMaxLine = 300;
 
-// Takes the value when the line begins with `key`.
+// Stores at most `limit` bytes of the value if the line begins with `key`. False if it does not.
 bool TakeValue(const std::string &line, const char *key, std::size_t limit, std::string *value)
 {
     if (line.rfind(key, 0) != 0)
@@ -28,7 +28,7 @@ RemoteConfig ReadRemoteConfig(std::FILE *file)
 {
     RemoteConfig config;
     std::string port;
-    char line[kLineLength + 1];
+    char line[kMaxLine + 1];
     // QUIRK config-stops: the first line without a known key ends the reading; it would be expected to be
     // skipped.
     while (std::fgets(line, sizeof line, file) != nullptr &&

@@ -9,11 +9,13 @@
 #include <string>
 
 struct RemoteConfig {
-    std::string ip; // not empty: the address; else `domain` is the server's name
-    std::string domain;
+    std::string ip;     // the server's address; empty: `domain` has its name
+    std::string domain; // a host name
     std::string username;
-    int port = 0; // what the file's text says, which may be negative
+    int port = 0; // as it stands in the file, which may be negative
 };
 
+// Reads from where the file stands. What it does not say stays empty.
 RemoteConfig ReadRemoteConfig(std::FILE *file);
-std::string RemoteConfigText(const wire::AddrParam &server);
+
+std::string RemoteConfigText(const wire::AddrParam &server); // the whole file for this server

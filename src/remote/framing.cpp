@@ -22,8 +22,8 @@ bool HasData(std::uint32_t request)
     }
 }
 
-// The bytes that must be there before a packet of this kind can be handled.
-std::size_t LeastSize(wire::Bytes packet)
+// The size that a packet of this kind must have for its handler to read its headers.
+std::size_t MinSize(wire::Bytes packet)
 {
     const auto outer = wire::Read<wire::RemotePrefix>(packet);
     if (outer->command == wire::kRemoteLoginAnswer)
@@ -48,7 +48,7 @@ RemoteFrame NextRemoteFrame(wire::Bytes held)
     if (*length > held.size())
         return {};
     const wire::Bytes packet = held.first(*length);
-    if (packet.size() < LeastSize(packet))
+    if (packet.size() < MinSize(packet))
         return {.result = RemoteFrame::kBroken, .packet = {}};
     return {.result = RemoteFrame::kComplete, .packet = packet};
 }

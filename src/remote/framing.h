@@ -12,17 +12,18 @@ struct RemoteFrame {
     wire::Bytes packet;          // when complete
 };
 
-// The packet at the start of what is held.
+// Looks at the packet at the start of the bytes that were received and not handled yet.
 RemoteFrame NextRemoteFrame(wire::Bytes held);
 
-// The data that an inner command finds at offset 44.
+// What follows the two headers of a session packet.
 wire::Bytes RequestData(wire::Bytes packet);
 
-// The name in the first 255 bytes of the data, which need not all be there.
+// The name in the first 255 bytes of the data. It ends at the first zero byte or where the data ends.
 std::string RequestName(wire::Bytes data);
 
-// The bytes of a data chunk, exactly as many as its size word says; nothing when the packet holds fewer.
+// The bytes of a data chunk, exactly as many as its size word says; nothing if the packet holds fewer.
 std::optional<wire::Bytes> ChunkData(wire::Bytes packet);
 
-// The area of names of a removal: what the inner length says, at most what is there.
+// The names of a removal, each ended by a zero byte: as many bytes as the inner length says, at most those
+// that are there.
 wire::Bytes RemovalNames(wire::Bytes packet);
