@@ -4,13 +4,10 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/paths.h"
-#include "records/remote_records.h"
 #include "remote/client.h"
 #include "remote/config.h"
 #include "remote/connect.h"
-#include "remote/connection.h"
-#include "remote/digest.h"
-#include "remote/received_file.h"
+#include "state/services.h"
 
 #include <string>
 
@@ -22,9 +19,9 @@ namespace
 constexpr char kUnit[] = "src/device_context.cpp";
 constexpr std::size_t kMaxConfig = 1024; // bytes of the file that are compared
 
-// Of the one record that there is. Never deleted at the end of the process, which may come while connect
-// threads run.
-RemoteConnection *s_connection = nullptr;
+// Works for the one record that there is. Never deleted at the end of the process, which may come while
+// connect threads run.
+RemoteClient *s_client = nullptr;
 
 void LoadConfigFile(DeviceContext *context, const char *path)
 {
@@ -45,7 +42,7 @@ void LoadConfigFile(DeviceContext *context, const char *path)
     context->ConnectToServer(context);
 }
 
-// Writes the file only when that changes it: a server that closes every connection must not wear out the
+// Writes the file only if its content changes: a server that closes every connection must not wear out the
 // flash.
 void SaveConfigToFile(const wire::AddrParam &server)
 {
@@ -62,39 +59,50 @@ void ConnectToServer(DeviceContext *context)
         DiagErrno(kUnit, __func__, __LINE__, "param is null!");
         return;
     }
-    SaveConfigToFile(s_connection->Address());
-    StartConnectThread(s_connection);
+    SaveConfigToFile(s_client->Connection().Address());
+    StartConnectThread(&s_client->Connection());
 }
 
 void SetSocketFD(DeviceContext *, int fd)
 {
-    s_connection->SetSocket(fd);
+    s_client->Connection().SetSocket(fd);
 }
 
 int GetSocketFD(DeviceContext *)
 {
-    return s_connection->Socket();
+    return s_client->Connection().Socket();
+}
+
+void DisposePacket(DeviceContext *)
+{
+    s_client->DisposePacket();
 }
 
 void SetMonitor(DeviceContext *, MonitorSession *monitor)
 {
-    if (monitor == nullptr)
-        remote::AbandonDigest();
-    s_connection->SetMonitor(monitor);
+    s_client->SetMonitor(monitor);
 }
 
 MonitorSession *GetMonitor(DeviceContext *)
 {
-    return s_connection->Monitor();
+    return s_client->Connection().Monitor();
+}
+
+void Heartbeat()
+{
+    if (!s_client->HeartbeatIsDue())
+        return;
+    if (g_deviceContext == nullptr) {
+        DiagErrno(kUnit, __func__, __LINE__, "param is null!");
+        return;
+    }
+    s_client->SendHeartbeat();
 }
 
 void DisconnectFromServer(DeviceContext *context)
 {
-    if (context == nullptr)
-        return;
-    remote::AbandonDigest();
-    remote::CloseReadTable();
-    s_connection->Forget();
+    if (context != nullptr)
+        s_client->Disconnect();
 }
 
 void SetAddrParam(DeviceContext *context, const char *addr, int domainFlag, int port, const char *username)
@@ -103,12 +111,12 @@ void SetAddrParam(DeviceContext *context, const char *addr, int domainFlag, int 
         DiagErrno(kUnit, __func__, __LINE__, "param is error!");
         return;
     }
-    s_connection->SetAddress(addr, domainFlag, port, username);
+    s_client->Connection().SetAddress(addr, domainFlag, port, username);
 }
 
 wire::AddrParam GetAddrParam(DeviceContext *context)
 {
-    return context == nullptr ? wire::AddrParam{} : s_connection->Address();
+    return context == nullptr ? wire::AddrParam{} : s_client->Connection().Address();
 }
 
 } // namespace
@@ -126,46 +134,17 @@ void InitDeviceContext(DeviceContext *context)
     context->DisconnectFromServer = DisconnectFromServer;
     context->SetAddrParam = SetAddrParam;
     context->GetAddrParam = GetAddrParam;
-    context->bufferIndex = 0;
-    context->buffer = new char[wire::kRemoteBufferSize];
-    context->lockFlag = 0;
-    context->uDiskFlag = 0;
-    context->programDir = nullptr;
-    s_connection = new RemoteConnection(context);
-    s_connection->SetSocket(-1);
+    s_client = new RemoteClient(context);
 }
 
 void DestroyDeviceContext(DeviceContext *context)
 {
-    remote::AbandonDigest();
-    remote::CloseReadTable();
-    remote::CloseReceivedFile(context);
-    delete s_connection;
-    s_connection = nullptr;
-    delete[] context->buffer;
+    delete s_client;
+    s_client = nullptr;
     delete context;
-}
-
-RemoteConnection &Connection()
-{
-    return *s_connection;
 }
 
 MonitorSession CopyMonitor(const MonitorSession &slot)
 {
-    return s_connection->CopySlot(slot);
-}
-
-void Reconnect(DeviceContext *context)
-{
-    remote::AbandonDigest();
-    remote::CloseReadTable();
-    s_connection->Lose();
-    context->LoadConfigFile(context, g_remoteServerFile);
-}
-
-void DropConnection(DeviceContext *context)
-{
-    s_connection->SetQuickPace(false);
-    Reconnect(context);
+    return s_client->Connection().CopySlot(slot);
 }

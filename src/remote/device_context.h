@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// src/remote/device_context.h: the client of the remote management server (docs/protocols.md, "Remote
-// server"): its record, its address and its connection. What the server then asks for is in client.h.
+// src/remote/device_context.h: the record of the remote management server's client (docs/protocols.md,
+// "Remote server"). The rest of the daemon reaches the client only through the record's operations; what they
+// do is in client.h.
 //
 // Main thread, where a comment does not say "any thread". Connect threads read the address fields and
 // write privateFD and what monitor points to: use the operations and CopyMonitor for these.
@@ -11,26 +12,26 @@
 
 #include <cstdio>
 
-class RemoteConnection;
 struct DeviceContext;
 
 // The record begins with its operations, always called with the record first. InitDeviceContext fills them
 // in.
 struct DeviceContext {
-    void (*LoadConfigFile)(DeviceContext *, const char *path);
-    void (*ConnectToServer)(DeviceContext *);
+    void (*LoadConfigFile)(DeviceContext *, const char *path); // and connects
+    void (*ConnectToServer)(DeviceContext *);                  // after it has saved the address
     void (*SetSocketFD)(DeviceContext *, int fd);
     int (*GetSocketFD)(DeviceContext *); // -1 when not connected; any thread
     void (*DisposePacket)(DeviceContext *);
-    void (*SetMonitor)(DeviceContext *, MonitorSession *); // NULL: none; the socket is then closed
+    void (*SetMonitor)(DeviceContext *, MonitorSession *); // NULL: no slot, so the socket is closed
     MonitorSession *(*GetMonitor)(DeviceContext *);
-    void (*Heartbeat)();
-    void (*DisconnectFromServer)(DeviceContext *);
+    void (*Heartbeat)();                           // tick function; works for g_deviceContext
+    void (*DisconnectFromServer)(DeviceContext *); // and removes the saved address
     void (*SetAddrParam)(DeviceContext *, const char *addr, int domainFlag, int port, const char *username);
-    wire::AddrParam (*GetAddrParam)(DeviceContext *);
-    int bufferIndex; // bytes held of an incomplete packet
-    char *buffer;    // wire::kRemoteBufferSize bytes, owned
-    int privateFD;
+    wire::AddrParam (*GetAddrParam)(DeviceContext *); // any thread
+
+    int bufferIndex;         // bytes held of an incomplete packet
+    char *buffer;            // wire::kRemoteBufferSize bytes, owned by the client
+    int privateFD;           // the socket, owned; -1 when not connected
     MonitorSession *monitor; // the work loop's slot, not owned
     short domainFlag;        // 0: addr is a dotted address; 1: a host name
     union {
@@ -40,28 +41,20 @@ struct DeviceContext {
     int port;
     char username[20];      // likewise
     char lockFlag;          // 1: a remote user holds the device
-    char uDiskFlag;         // was a USB disk there at the remote login
+    char uDiskFlag;         // 1: a USB disk was there at the remote login
     std::FILE *file;        // program file being received, owned
     unsigned crc32;         // over what was received of it
-    const char *programDir; // of the remote session, ends in "/"; NULL before the first
+    const char *programDir; // of the remote session, ends in "/", not owned; NULL before the first session
     char finishFlag;        // 1: the server said that the transfer is finished
 };
 
 extern const char *const g_remoteServerFile;
 
+// Makes the client that works for the record. There is one at a time.
 void InitDeviceContext(DeviceContext *context);
-void DestroyDeviceContext(DeviceContext *context); // waits for the connect threads
-
-// The connection of the one record that there is. Any thread.
-RemoteConnection &Connection();
+// Waits for the connect threads, then deletes the record, which `new` has made.
+void DestroyDeviceContext(DeviceContext *context);
 
 // A copy of slot 8, which connect threads write, taken under the lock that they write it under. Any thread;
-// there must be a record.
+// there must be a client.
 MonitorSession CopyMonitor(const MonitorSession &slot);
-
-// Closes the connection after a failure and begins another one with what the configuration file says. Whoever
-// gets to know of it must let go of the socket and of the packet that it was handling.
-void Reconnect(DeviceContext *context);
-
-// The same for a peer that does not speak the protocol: the next connect keeps its distance.
-void DropConnection(DeviceContext *context);

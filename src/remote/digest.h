@@ -1,19 +1,33 @@
 // SPDX-License-Identifier: MIT
-// src/remote/digest.h: answers GetFileMD5. A large file is read by a worker thread; the work loop then
-// watches the worker's event in place of the server's socket, so that it serves everybody else and the
-// server's next command waits. Main thread only.
+// src/remote/digest.h: computes the digest of one large file on a thread of its own, so that the work loop
+// serves everybody else meanwhile. Main thread only.
 #pragma once
 
-#include "records/wire_types.h"
+#include "base/md5.h"
 
-struct DeviceContext;
+#include <memory>
+#include <optional>
+#include <string>
 
-namespace remote
+class DigestWorker
 {
+public:
+    DigestWorker() = default;
+    ~DigestWorker() { Abandon(); }
+    DigestWorker(const DigestWorker &) = delete;
+    DigestWorker &operator=(const DigestWorker &) = delete;
 
-bool GetFileMD5(DeviceContext *context, wire::Bytes packet); // a RemoteHandler
-bool DigestIsPending();
-bool FinishDigest(DeviceContext *context); // the event fired: answers; false when the connection was lost
-void AbandonDigest();                      // the connection is gone; the worker ends by itself
+    bool Start(const std::string &path); // while no digest is pending; false if no thread could be started
+    bool Pending() const { return job_ != nullptr; }
+    int Event() const; // readable when the pending digest is there
 
-} // namespace remote
+    // Takes the result when the event is readable: nothing in `digest` if the file cannot be opened. False if
+    // the digest is not there yet and stays pending.
+    bool Take(std::optional<KMD5::Digest> *digest);
+
+    void Abandon(); // nobody waits for the result any more; the thread ends by itself
+
+private:
+    struct Job;
+    std::shared_ptr<Job> job_; // shared with the thread, which may outlive this object
+};

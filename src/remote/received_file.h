@@ -1,41 +1,56 @@
 // SPDX-License-Identifier: MIT
-// src/remote/received_file.h: the remote server's file commands. Main thread only; the functions that take a
-// packet and return a bool are RemoteHandlers.
+// src/remote/received_file.h: the program file that the remote server is sending, and the reception table
+// beside it. Main thread only. Paths are inside the program folder; the caller has checked them.
 //
-// Beside a file that is being received stands its reception table, a byte for each chunk that is stored, so
-// that a transfer that broke off can be resumed. Neither passes through a buffer of this process: what the
-// table claims, the kernel has.
+// The table (wire::kTableSuffix) has one byte for each chunk that is stored, so that an interrupted transfer
+// can be resumed. Both files are written without a buffer of this process: when the daemon dies, the table
+// never counts a chunk that the file does not have.
 #pragma once
 
-#include "records/remote_records.h"
+#include "base/files.h"
+#include "records/wire_types.h"
 
 #include <optional>
 #include <string>
 
 struct DeviceContext;
 
-namespace remote
+class ReceivedFile
 {
+public:
+    // Works on `file` and `crc32` of the record, which outlives this object.
+    explicit ReceivedFile(DeviceContext *record) : record_(record) {}
+    ~ReceivedFile() { Close(); }
+    ReceivedFile(const ReceivedFile &) = delete;
+    ReceivedFile &operator=(const ReceivedFile &) = delete;
 
-bool CleanProgramBack2(DeviceContext *context, wire::Bytes packet);
-bool GetFileFillTabled(DeviceContext *context, wire::Bytes packet);
-bool CreateFile(DeviceContext *context, wire::Bytes packet);
-bool OpenAndSeekFile(DeviceContext *context, wire::Bytes packet);
-bool RecvFileData(DeviceContext *context, wire::Bytes packet);
-bool CloseFile(DeviceContext *context, wire::Bytes packet);
-bool RemoveProgramFiles(DeviceContext *context, wire::Bytes packet);
+    // Closes what is open, makes the folder, opens file and table with the `mode` of fopen, and starts the
+    // CRC. True if both are open; otherwise neither is.
+    bool Open(const std::string &path, const char *mode);
 
-void CloseReceivedFile(DeviceContext *context); // the file and its table, which stays
-void CloseReadTable();                          // the table that GetFileFillTabled is reading
+    // Appends a chunk and its mark and advances the CRC. False if nothing is open or not all of it could be
+    // written; the file is then as before.
+    bool Store(wire::Bytes chunk);
 
-// Runs the removal command for a name of the program folder.
-void RemoveProgramFile(const DeviceContext *context, const std::string &name);
+    void Close();    // file and table; the table stays, for a resumption
+    void Complete(); // as Close, and removes the table that was open
 
-// The path of the file that a request names, in the program folder; nothing when there is no such folder yet
-// or when the name may not be used (logged).
-std::optional<std::string> ProgramPath(const DeviceContext *context, wire::Bytes packet);
+private:
+    DeviceContext *record_;
+    FilePointer s_bakFile;     // the table
+    std::string s_bakFilename; // its path
+};
 
-// The start of a reply of `size` bytes that repeats the request's name.
-wire::RemoteNamePacket NamedReply(wire::Bytes packet, std::size_t size, wire::RemoteReply reply);
+// Reads a reception table in pieces, one at each call.
+class TableReader
+{
+public:
+    // Reads the next piece into `room`. 0 at the end, where the table is closed, so that the next call begins
+    // anew; so does a call with another path. Nothing if the table cannot be opened; it is then removed.
+    std::optional<std::size_t> Read(const std::string &path, wire::MutableBytes room);
+    void Close();
 
-} // namespace remote
+private:
+    FilePointer s_readBakFile;
+    std::string path_;
+};

@@ -3,31 +3,35 @@
 
 #include "base/diag.h"
 #include "base/paths.h"
+#include "base/safe_name.h"
 #include "base/shell.h"
 #include "player/server_witch_plexa.h"
 #include "records/player_records.h"
-#include "remote/client.h"
 #include "remote/device_context.h"
-#include "remote/program_list.h"
-#include "remote/received_file.h"
+#include "remote/framing.h"
 #include "state/server_status.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <string>
-#include <vector>
-
-namespace remote
-{
+#include <span>
+#include <utility>
 
 namespace
 {
 
 constexpr char kUnit[] = "src/device_context.cpp";
-std::string s_programDir; // what the context points to
-ProgramList s_programs;   // as LogIn found them
+constexpr off_t kMaxDirectDigest = 1 << 20; // bytes; a file of this size is read before anybody notices
 
-void TellPlayer(const char *function, const char *codeName, wire::PlayerCode code)
+bool IsLarge(const std::string &path)
+{
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > kMaxDirectDigest;
+}
+
+void NotifyPlayer(const char *function, const char *codeName, wire::PlayerCode code)
 {
     const wire::PlayerMessage message{.length = sizeof message,
                                       .kind = wire::kPlayerKind,
@@ -36,111 +40,217 @@ void TellPlayer(const char *function, const char *codeName, wire::PlayerCode cod
     Diag(kUnit, function, __LINE__, "send message to plexa, %s: %d", codeName, static_cast<int>(code));
 }
 
-bool AskLockDevice(DeviceContext *context)
+RemoteAnswer DigestAnswer(wire::RemoteMd5Reply reply, const std::optional<KMD5::Digest> &digest)
 {
-    Diag(kUnit, __func__, __LINE__, "deviceContext->lockFlag: %d", context->lockFlag);
-    wire::RemoteResultReply reply{};
-    reply.header = ReplyHeader(sizeof reply - sizeof(wire::RemoteHeader), wire::kRemoteLockReply);
-    // QUIRK lock-reply-4: the inner length is 4; the size of the inner packet would be expected.
-    reply.header.inner.prefix.length = 4;
-    reply.result = context->lockFlag == 0 ? wire::kRemoteSuccess : wire::kRemoteFailure;
-    context->lockFlag = 1;
-    return SendReply(context, __func__, wire::BytesOf(reply));
-}
-
-// The names, each ended by a zero byte, and one more zero byte behind the last; whole names in each packet.
-std::vector<std::string> ListingPieces(const std::vector<std::string> &names)
-{
-    constexpr std::size_t kRoom = wire::kRemoteBufferSize - sizeof(wire::RemoteSessionHeader);
-    std::vector<std::string> pieces(1);
-    const auto append = [&pieces](const std::string &text) {
-        if (text.size() > kRoom)
-            return;
-        if (pieces.back().size() + text.size() > kRoom)
-            pieces.emplace_back();
-        pieces.back() += text;
-    };
-    for (const std::string &name : names)
-        append(name + '\0');
-    append(std::string(1, '\0'));
-    return pieces;
-}
-
-bool SendListing(DeviceContext *context, const char *function, const std::vector<std::string> &names,
-                 wire::RemoteReply code)
-{
-    for (const std::string &piece : ListingPieces(names)) {
-        const wire::RemoteSessionHeader header = ReplyHeader(sizeof(wire::RemoteHeader) + piece.size(), code);
-        std::string reply(reinterpret_cast<const char *>(&header), sizeof header);
-        reply += piece;
-        if (!SendReply(context, function, wire::BytesAt(reply.data(), reply.size())))
-            return false;
+    if (digest) {
+        const std::string text = DigestText(*digest);
+        std::printf("%s\n", text.c_str());
+        // QUIRK half-digest: only the first 16 of the text's 32 characters go out; the whole digest would be
+        // expected.
+        std::memcpy(reply.digest, text.data(), sizeof reply.digest);
     }
-    return true;
+    return AnswerWith(reply);
 }
 
 } // namespace
 
-bool LogIn(DeviceContext *context, wire::Bytes)
+RemoteAnswer RemoteSession::LogIn(wire::Bytes)
 {
     // QUIRK refused-login-lists: all of this is done before the lock is looked at, also for a user who is
     // then refused; a refusal would be expected to change nothing.
-    CloseReadTable();
-    context->uDiskFlag = g_serverStatus.uDiskConnectFlag;
-    s_programDir = std::string(context->uDiskFlag == 1 ? paths::kUsbProgram : paths::kInternalProgram) + "/";
-    context->programDir = s_programDir.c_str();
-    context->finishFlag = 0;
-    TellPlayer(__func__, "SS_CMD_RECV_PROGRAM", wire::SS_CMD_RECV_PROGRAM);
-    s_programs = ListPrograms(s_programDir);
-    return AskLockDevice(context);
+    table_.Close();
+    record_->uDiskFlag = g_serverStatus.uDiskConnectFlag;
+    programDir_ = std::string(record_->uDiskFlag == 1 ? paths::kUsbProgram : paths::kInternalProgram) + "/";
+    record_->programDir = programDir_.c_str();
+    record_->finishFlag = 0;
+    NotifyPlayer(__func__, "SS_CMD_RECV_PROGRAM", wire::SS_CMD_RECV_PROGRAM);
+    programs_ = ListPrograms(programDir_);
+    return AskLockDevice();
 }
 
-bool UnlockDevice(DeviceContext *context, wire::Bytes)
+RemoteAnswer RemoteSession::AskLockDevice()
 {
-    context->lockFlag = 0;
+    Diag(kUnit, __func__, __LINE__, "deviceContext->lockFlag: %d", record_->lockFlag);
+    wire::RemoteResultReply reply{};
+    reply.header = ReplyHeader(sizeof reply - sizeof(wire::RemoteHeader), wire::kRemoteLockReply);
+    // QUIRK lock-reply-4: the inner length is 4; the size of the inner packet would be expected.
+    reply.header.inner.prefix.length = 4;
+    reply.result = record_->lockFlag == 0 ? wire::kRemoteSuccess : wire::kRemoteFailure;
+    record_->lockFlag = 1;
+    return AnswerWith(reply);
+}
+
+RemoteAnswer RemoteSession::UnlockDevice(wire::Bytes)
+{
+    record_->lockFlag = 0;
     Diag(kUnit, __func__, __LINE__, "unlock device");
-    CloseReceivedFile(context);
-    if (context->finishFlag == 0)
-        TellPlayer(__func__, "SS_CMD_RECV_NO_FINISH", wire::SS_CMD_RECV_NO_FINISH);
-    return true;
+    received_.Close();
+    if (record_->finishFlag == 0)
+        NotifyPlayer(__func__, "SS_CMD_RECV_NO_FINISH", wire::SS_CMD_RECV_NO_FINISH);
+    return {};
 }
 
-bool SendFinish(DeviceContext *context, wire::Bytes packet)
+RemoteAnswer RemoteSession::SendFinish(wire::Bytes packet)
 {
-    context->finishFlag = 1;
+    record_->finishFlag = 1;
     // QUIRK finish-is-logout: the line names the function LogOut; its own name would be expected.
-    TellPlayer("LogOut", "SS_CMD_RECV_END", wire::SS_CMD_RECV_END);
+    NotifyPlayer("LogOut", "SS_CMD_RECV_END", wire::SS_CMD_RECV_END);
+    // The inner packet is echoed, as far as it goes.
     wire::RemoteNamePacket reply{};
     constexpr std::size_t kOuter = sizeof(wire::RemoteHeader);
     std::memcpy(reinterpret_cast<char *>(&reply) + kOuter, packet.data() + kOuter,
                 std::min(packet.size(), sizeof reply) - kOuter);
-    const wire::RemoteHeader outer = ReplyHeader(sizeof reply - kOuter, wire::kRemoteFinishReply).outer;
-    reply.header.outer = outer;
-    return SendReply(context, __func__, wire::BytesOf(reply));
+    reply.header.outer = ReplyHeader(sizeof reply - kOuter, wire::kRemoteFinishReply).outer;
+    return AnswerWith(reply);
 }
 
-bool GetProgramFileListed(DeviceContext *context, wire::Bytes)
+RemoteAnswer RemoteSession::GetProgramFileListed(wire::Bytes)
 {
-    return SendListing(context, __func__, s_programs.s_programFileList, wire::kRemoteFilesReply);
+    return ListingAnswer(programs_.s_programFileList, wire::kRemoteFilesReply);
 }
 
-bool GetVideoFilename(DeviceContext *context, wire::Bytes)
+RemoteAnswer RemoteSession::GetVideoFilename(wire::Bytes)
 {
-    return SendListing(context, __func__, s_programs.s_videoFileList, wire::kRemoteVideosReply);
+    return ListingAnswer(programs_.s_videoFileList, wire::kRemoteVideosReply);
 }
 
-bool RemoveNotVideoFile(DeviceContext *context, wire::Bytes)
+RemoteAnswer RemoteSession::GetFileMD5(wire::Bytes packet)
 {
-    if (context->programDir != nullptr) {
-        for (const std::string &name : s_programs.s_programFileList) {
-            if (!IsVideo(name))
-                RemoveProgramFile(context, name);
-        }
-        RemoveEmptyFolders(s_programDir);
+    wire::RemoteMd5Reply reply{};
+    reply.named = NamedReply(packet, sizeof reply, wire::kRemoteMd5Reply);
+    const std::optional<std::string> path = ProgramPath(packet);
+    if (!path)
+        return DigestAnswer(reply, std::nullopt);
+    if (IsLarge(*path) && digest_.Start(*path)) {
+        pendingReply_ = reply;
+        return {};
     }
-    const wire::RemoteSessionHeader reply =
-        ReplyHeader(sizeof(wire::RemoteHeader), wire::kRemoteNotVideoReply);
-    return SendReply(context, __func__, wire::BytesOf(reply));
+    return DigestAnswer(reply, DigestOfFile(*path, [] { return false; }));
 }
 
-} // namespace remote
+RemoteAnswer RemoteSession::FinishDigest()
+{
+    std::optional<KMD5::Digest> digest;
+    if (!digest_.Take(&digest))
+        return {};
+    return DigestAnswer(pendingReply_, digest);
+}
+
+RemoteAnswer RemoteSession::CreateFile(wire::Bytes packet)
+{
+    return OpenForReception(packet, "wb");
+}
+
+RemoteAnswer RemoteSession::OpenAndSeekFile(wire::Bytes packet)
+{
+    return OpenForReception(packet, "ab+");
+}
+
+RemoteAnswer RemoteSession::OpenForReception(wire::Bytes packet, const char *mode)
+{
+    received_.Close(); // also when the new name is refused
+    const std::optional<std::string> path = ProgramPath(packet);
+    const bool opened = path && received_.Open(*path, mode);
+    return NameAnswer(packet, wire::kRemoteOpenReply, opened ? wire::kRemoteSuccess : wire::kRemoteFailure);
+}
+
+RemoteAnswer RemoteSession::RecvFileData(wire::Bytes packet)
+{
+    const std::optional<wire::Bytes> data = ChunkData(packet);
+    // A transfer to the USB disk stops when the disk goes, one to the internal folder when a disk comes.
+    const bool isStored =
+        data && record_->uDiskFlag == g_serverStatus.uDiskConnectFlag && received_.Store(*data);
+    wire::RemoteChunkReply reply{};
+    reply.header = ReplyHeader(sizeof reply - sizeof(wire::RemoteHeader), wire::kRemoteDataReply);
+    reply.result = isStored ? wire::kRemoteSuccess : wire::kRemoteFailure;
+    return AnswerWith(reply);
+}
+
+RemoteAnswer RemoteSession::GetFileFillTabled(wire::Bytes packet)
+{
+    const std::string name = RequestName(RequestData(packet));
+    std::printf("%s\n", name.c_str());
+    if (!ProgramPath(packet))
+        return {};
+    constexpr std::size_t kStart = sizeof(wire::RemoteNamePacket);
+    std::string reply(kStart + wire::kMaxTablePiece, '\0');
+    const std::optional<std::size_t> count =
+        table_.Read(programDir_ + "/" + name + wire::kTableSuffix,
+                    std::as_writable_bytes(std::span(reply)).subspan(kStart));
+    if (!count)
+        return {};
+    // QUIRK table-reply-long: the lengths count one byte more than the data, a zero that is sent; the data's
+    // own length would be expected.
+    reply.resize(kStart + *count);
+    reply += '\0';
+    const wire::RemoteNamePacket named = NamedReply(packet, reply.size(), wire::kRemoteTableReply);
+    std::memcpy(reply.data(), &named, sizeof named);
+    return {.packet = std::move(reply), .next = {}};
+}
+
+RemoteAnswer RemoteSession::CloseFile(wire::Bytes packet)
+{
+    received_.Complete();
+    return NameAnswer(packet, wire::kRemoteCloseReply, record_->crc32);
+}
+
+RemoteAnswer RemoteSession::RemoveProgramFiles(wire::Bytes packet)
+{
+    wire::Bytes names = RemovalNames(packet);
+    while (!names.empty() && record_->programDir != nullptr) {
+        const auto *const text = reinterpret_cast<const char *>(names.data());
+        const std::string name(text, strnlen(text, names.size()));
+        names = names.subspan(std::min(names.size(), name.size() + 1));
+        if (IsSafeName(name))
+            RemoveProgramFile(name);
+        else
+            Diag(kUnit, __func__, __LINE__, "%s: %s", kUnsafeNameText, PrintableName(name).c_str());
+    }
+    return ResultAnswer(wire::kRemoteRemoveReply, wire::kRemoteSuccess);
+}
+
+RemoteAnswer RemoteSession::RemoveNotVideoFile(wire::Bytes)
+{
+    if (record_->programDir != nullptr) {
+        for (const std::string &name : programs_.s_programFileList) {
+            if (!IsVideo(name))
+                RemoveProgramFile(name);
+        }
+        RemoveEmptyFolders(programDir_);
+    }
+    return AnswerWith(ReplyHeader(sizeof(wire::RemoteHeader), wire::kRemoteNotVideoReply));
+}
+
+RemoteAnswer RemoteSession::CleanProgramBack2(wire::Bytes)
+{
+    if (record_->programDir == nullptr)
+        return ResultAnswer(wire::kRemoteCleanReply, wire::kRemoteFailure);
+    const std::string command = "rm -r " + programDir_ + "*";
+    Diag(kUnit, __func__, __LINE__, "%s", command.c_str());
+    RunShell(command);
+    return ResultAnswer(wire::kRemoteCleanReply, wire::kRemoteSuccess);
+}
+
+void RemoteSession::ConnectionEnded()
+{
+    digest_.Abandon();
+    table_.Close();
+}
+
+std::optional<std::string> RemoteSession::ProgramPath(wire::Bytes packet) const
+{
+    const std::string name = RequestName(RequestData(packet));
+    if (record_->programDir == nullptr)
+        return std::nullopt;
+    if (IsSafeName(name))
+        return programDir_ + name;
+    Diag(kUnit, __func__, __LINE__, "%s: %s", kUnsafeNameText, PrintableName(name).c_str());
+    return std::nullopt;
+}
+
+void RemoteSession::RemoveProgramFile(const std::string &name) const
+{
+    const std::string command = "rm " + ShellName(programDir_ + name);
+    std::printf("system: %s\n", command.c_str());
+    RunShell(command);
+}

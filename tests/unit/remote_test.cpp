@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/unique_fd.h"
 #include "firmware/version_thread.h"
+#include "remote/answer.h"
 #include "remote/config.h"
 #include "remote/device_context.h"
 #include "remote/framing.h"
@@ -71,6 +72,21 @@ std::string ReceiveAll(int fd)
     for (ssize_t count; (count = recv(fd, block, sizeof block, 0)) > 0;)
         received.append(block, static_cast<std::size_t>(count));
     return received;
+}
+
+// The data of a listing's packets, whose lengths and codes are checked here.
+std::vector<std::string> ListedData(const std::vector<std::string> &names)
+{
+    std::vector<std::string> listed;
+    const RemoteAnswer answer = ListingAnswer(names, wire::kRemoteFilesReply);
+    for (std::string packet = answer.packet; !packet.empty(); packet = answer.next()) {
+        const auto size = static_cast<std::uint32_t>(packet.size());
+        EXPECT_LE(size, 9216U);
+        EXPECT_EQ(packet.substr(0, 8), Le32(size) + Le32(13));
+        EXPECT_EQ(packet.substr(22, 8), Le32(size - 22) + Le32(21));
+        listed.push_back(packet.substr(44));
+    }
+    return listed;
 }
 
 } // namespace
@@ -200,6 +216,27 @@ TEST(RemoteFraming, NamesAndChunksStayInsideThePacket)
         removal.replace(22, 4, Le32(inner));
         EXPECT_EQ(RemovalNames(BytesOfText(removal)).size(), size);
     }
+}
+
+TEST(RemoteAnswer, ListingsHoldWholeNamesAndEndWithAZero)
+{
+    const std::string zero(1, 0);
+    const std::string half(4585, 'h');    // two of them with their zeros fill a packet
+    const std::string shorter(4584, 's'); // leaves room for the last zero
+    const struct {
+        std::vector<std::string> names;
+        std::vector<std::string> listed;
+    } rows[] = {
+        {{}, {zero}},
+        {{"a", "b"}, {"a" + zero + "b" + zero + zero}},
+        {{half, shorter}, {half + zero + shorter + zero + zero}},
+        {{half, half}, {half + zero + half + zero, zero}},
+        {{half, half, "c"}, {half + zero + half + zero, "c" + zero + zero}},
+        {{half, half + "h", "c"}, {half + zero, half + "h" + zero + "c" + zero + zero}},
+        {{"a", std::string(9172, 'l'), "b"}, {"a" + zero + "b" + zero + zero}}, // fits into no packet
+    };
+    for (std::size_t index = 0; index < std::size(rows); ++index)
+        EXPECT_EQ(ListedData(rows[index].names), rows[index].listed) << index;
 }
 
 TEST(RemoteConnection, OnlyTheNewestLogsInAndOnlyWithAMonitor)
