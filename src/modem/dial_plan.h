@@ -1,41 +1,40 @@
 // SPDX-License-Identifier: MIT
-// src/modem/dial_plan.h: the modem's data link: when pppd is started, and whether ppp0 is there. The
-// default route belongs to the link monitor (netlink.h).
+// src/modem/dial_plan.h: decides when pppd is started. Pure: what is seen of the system and the time are
+// arguments. An object belongs to one thread.
 #pragma once
 
-#include "base/shell.h"
-
-#include <array>
 #include <chrono>
-#include <cstdint>
 #include <optional>
 #include <string>
 
-// ppp0's address, first byte first; zeros without one. Any thread.
-std::array<std::uint8_t, 4> PppAddress();
-
 struct DialFacts {
-    bool ready = false;                      // SIM, registration and "/etc/ppp/peers/3g" are there
-    bool linkThere = false;                  // ppp0
-    bool pppdRuns = false;                   // anybody's
-    std::optional<int> ended = std::nullopt; // wait status of the command, once
+    bool ready = false;     // a network has registered the modem, and pppd has its settings
+    bool linkThere = false; // the interface of the data link exists
+    bool pppdRuns = false;  // any pppd, whoever started it
+    // How the command that dials ended, as a wait status; in one call of Next only.
+    std::optional<int> ended = std::nullopt;
 };
 
-enum class DialAction { kNone, kDial, kGiveUp };
+enum class DialAction {
+    kNone,
+    kDial,
+    kGiveUp, // end the pppd that was started
+};
 
-// Decides when to dial: at once, 10 s after a link went or a pppd was ended by a signal, and with a pause
-// that doubles up to 5 min after each failure. Pure.
+// Dials at once the first time, 10 s after the link went down or a signal ended pppd, and after a failure
+// with a pause that doubles with each further one, from 10 s to 5 min. A link that comes up resets the pause.
 class DialPlan
 {
 public:
     using Time = std::chrono::steady_clock::time_point;
-    static constexpr std::chrono::seconds kShortestPause{10};
-    static constexpr std::chrono::seconds kLongestPause{300};
-    static constexpr std::chrono::seconds kDialLimit{180};
+    static constexpr std::chrono::seconds kMinPause{10};
+    static constexpr std::chrono::seconds kMaxPause{300};
+    static constexpr std::chrono::seconds kDialLimit{180}; // from the start of pppd to the link
 
+    // Call it about once a second; `now` never goes back.
     DialAction Next(const DialFacts &facts, Time now);
-    bool Dialling() const { return dialling_; }
-    std::string TakeFailure(); // why the last attempt failed, once; empty: it did not
+    bool Dialling() const { return dialling_; } // pppd was started, and there is neither link nor failure yet
+    std::string TakeFailure(); // why the last attempt failed, returned once; empty without a new failure
 
 private:
     DialAction NextWhileDialling(const DialFacts &facts, Time now);
@@ -45,22 +44,6 @@ private:
     bool commandRuns_ = false;
     Time began_;
     Time earliest_;
-    std::chrono::seconds pause_ = kShortestPause;
+    std::chrono::seconds pause_ = kMinPause;
     std::string failure_;
-};
-
-// Keeps the link up. Modem thread.
-class ModemLink
-{
-public:
-    // Once a second or so; `registered`: the SIM is ready and a network has taken it. The failure of an
-    // attempt, empty mostly.
-    std::string Step(bool registered);
-
-private:
-    DialFacts Look(bool registered);
-
-    DialPlan plan_;
-    ShellChild command_;
-    bool linkThere_ = false;
 };

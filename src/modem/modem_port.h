@@ -3,7 +3,6 @@
 // thread; whoever ends the thread calls Stop.
 #pragma once
 
-#include "base/sockets.h"
 #include "common/unique_fd.h"
 
 #include <chrono>

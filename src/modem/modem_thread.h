@@ -4,7 +4,7 @@
 #pragma once
 
 #include "modem/at_channel.h"
-#include "modem/dial_plan.h"
+#include "modem/modem_link.h"
 #include "modem/modem_state.h"
 #include "modem/sms_store.h"
 

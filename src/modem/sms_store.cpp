@@ -4,7 +4,6 @@
 #include "base/diag.h"
 #include "base/files.h"
 #include "base/paths.h"
-#include "base/sockets.h"
 #include "common/unique_fd.h"
 #include "records/modem_records.h"
 

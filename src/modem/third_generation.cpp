@@ -2,6 +2,8 @@
 #include "modem/third_generation.h"
 
 #include "base/diag.h"
+#include "base/sockets.h"
+#include "modem/modem_link.h"
 #include "sessions/client_session.h"
 
 #include <algorithm>
