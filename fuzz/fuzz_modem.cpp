@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: MIT
-// What a modem says: however it is cut, the answer is the same, nothing grows beyond its bound, and every
-// text and number of it can be read.
+// The bytes that a modem sends: the answer is the same whatever pieces they come in, nothing grows beyond its
+// limit, and every text and number in them can be read.
 #include "modem/at_answers.h"
+#include "modem/at_codes.h"
 #include "modem/at_lines.h"
 #include "modem/sms_text.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace
 {
@@ -23,8 +28,8 @@ void Require(bool holds)
         std::abort();
 }
 
-// Everything an answer holds, as one text.
-std::string Told(const AtCommand &command, std::string_view bytes, std::size_t piece)
+// All of an answer as one text.
+std::string Describe(const AtCommand &command, std::string_view bytes, std::size_t piece)
 {
     AtLines lines;
     AtExchange exchange(command);
@@ -32,20 +37,20 @@ std::string Told(const AtCommand &command, std::string_view bytes, std::size_t p
     for (; !bytes.empty(); bytes.remove_prefix(std::min(piece, bytes.size()))) {
         lines.Feed(bytes.substr(0, piece));
         while (const auto line = complete ? std::nullopt : lines.Next()) {
-            Require(!line->text.empty() && line->text.size() <= kLongestAtLine);
+            Require(!line->text.empty() && line->text.size() <= kMaxAtLine);
             complete = exchange.Take(*line);
         }
     }
     complete = complete || exchange.TakeTimeout();
-    std::string told = complete ? "complete" : "open";
-    told += exchange.Answer().ok ? " ok " : exchange.Answer().failure;
+    std::string text = complete ? "complete" : "open";
+    text += exchange.Answer().ok ? " ok " : exchange.Answer().failure;
     for (const std::string &line : exchange.Answer().lines)
-        told += "\n" + line;
+        text += "\n" + line;
     for (const AtMessage &message : exchange.Answer().messages)
-        told += "\n" + message.header + "\n" + message.body;
+        text += "\n" + message.header + "\n" + message.body;
     for (const std::string &line : exchange.Unsolicited())
-        told += "\n!" + line;
-    return told;
+        text += "\n!" + line;
+    return text;
 }
 
 void ReadAll(const std::string &text)
@@ -76,10 +81,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return -1;
     const AtCommand &command = kCommands[data[0] & 3];
     const std::string_view bytes(reinterpret_cast<const char *>(data) + 1, size - 1);
-    const std::string whole = Told(command, bytes, bytes.size() + 1);
+    const std::string whole = Describe(command, bytes, bytes.size() + 1);
     Require(whole.size() < 200'000);
-    Require(Told(command, bytes, 1) == whole);
-    Require(Told(command, bytes, 1 + data[0] / 4) == whole);
+    Require(Describe(command, bytes, 1) == whole);
+    Require(Describe(command, bytes, 1 + data[0] / 4) == whole);
     ReadAll(std::string(bytes));
     return 0;
 }

@@ -7,118 +7,32 @@
 #include <QDateTime>
 
 #include <algorithm>
-#include <charconv>
 
 namespace
 {
 
-struct FailureText {
-    int code;
-    const char *words;
-};
-
-constexpr FailureText kFailures[] = {
-    // 27.007, 9.2
-    {0, "phone failure"},
-    {1, "no connection to phone"},
-    {3, "operation not allowed"},
-    {4, "operation not supported"},
-    {5, "PH-SIM PIN required"},
-    {10, "SIM not inserted"},
-    {11, "SIM PIN required"},
-    {12, "SIM PUK required"},
-    {13, "SIM failure"},
-    {14, "SIM busy"},
-    {15, "SIM wrong"},
-    {16, "incorrect password"},
-    {17, "SIM PIN2 required"},
-    {18, "SIM PUK2 required"},
-    {20, "memory full"},
-    {21, "invalid index"},
-    {22, "not found"},
-    {23, "memory failure"},
-    {30, "no network service"},
-    {31, "network timeout"},
-    {32, "network not allowed - emergency calls only"},
-    {40, "network personalization PIN required"},
-    {100, "unknown"},
-    // 27.005, 3.2.5
-    {300, "ME failure"},
-    {301, "SMS service of ME reserved"},
-    {302, "operation not allowed"},
-    {303, "operation not supported"},
-    {305, "invalid text mode parameter"},
-    {310, "SIM not inserted"},
-    {311, "SIM PIN required"},
-    {312, "PH-SIM PIN required"},
-    {313, "SIM failure"},
-    {314, "SIM busy"},
-    {315, "SIM wrong"},
-    {316, "SIM PUK required"},
-    {320, "memory failure"},
-    {321, "invalid memory index"},
-    {322, "memory full"},
-    {331, "no network service"},
-    {332, "network timeout"},
-    {500, "unknown error"},
-};
-
-std::string_view Trimmed(std::string_view text)
-{
-    while (!text.empty() && text.front() == ' ')
-        text.remove_prefix(1);
-    while (!text.empty() && text.back() == ' ')
-        text.remove_suffix(1);
-    return text;
-}
-
-std::optional<std::uint32_t> Number(std::string_view text)
-{
-    std::uint32_t value = 0;
-    const auto end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc() || stopped != end)
-        return std::nullopt;
-    return value;
-}
+constexpr std::size_t kMaxLines = 16;
+constexpr std::size_t kMaxListing = 65536; // bytes
 
 std::optional<std::uint32_t> NumberOf(const std::vector<AtField> &fields, std::size_t index)
 {
-    return index < fields.size() ? Number(fields[index].text) : std::nullopt;
+    return index < fields.size() ? AtNumber(fields[index].text) : std::nullopt;
 }
 
-bool SameWords(std::string_view one, std::string_view other)
-{
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return std::ranges::equal(one, other, {}, lower, lower);
-}
-
-AtFailure FailureOf(std::string_view text, bool message)
-{
-    if (const auto code = Number(text)) {
-        const auto known = std::ranges::find(kFailures, static_cast<int>(*code), &FailureText::code);
-        const bool found = known != std::end(kFailures);
-        return {static_cast<int>(*code & 0xFFFF), found ? known->words : "error " + std::string(text)};
-    }
-    // The same words stand in both tables: those of messages begin at 300.
-    const auto fits = [&](const FailureText &one) {
-        return (one.code >= 300) == message && SameWords(one.words, text);
-    };
-    const auto known = std::ranges::find_if(kFailures, fits);
-    return {known != std::end(kFailures) ? known->code : -1, ValidUtf8(text)};
-}
-
-// Whether the second field is the status and the first the mode: then it was asked for. An area code is
-// quoted, or hexadecimal of up to four digits.
+// An answer to "AT+CREG?" begins with the mode that was set; an unsolicited line begins with the status. With
+// a mode the second field is the status, a number up to 10. Without one it is the area code, which is quoted
+// or has four hexadecimal digits.
 bool HasMode(const std::vector<AtField> &fields)
 {
     constexpr std::size_t kUnsolicitedWithArea = 3; // status, area, cell
+    constexpr std::uint32_t kMaxStatus = 10;
     if (fields.size() < 2 || fields.size() == kUnsolicitedWithArea || fields[1].quoted)
         return false;
-    return fields[1].text.size() <= 2 && Number(fields[1].text).value_or(99) <= 10;
+    return fields[1].text.size() <= 2 && AtNumber(fields[1].text).value_or(kMaxStatus + 1) <= kMaxStatus;
 }
 
-// Whether the time stamp's halves, cut at their comma, are one quoted field; some modems forget the quotes.
+// The index of the time stamp, which is the only field with a slash; the number of fields without one. Its
+// place is not fixed, since some modems leave out the name of the sender before it.
 std::size_t TimeField(const std::vector<AtField> &fields)
 {
     for (std::size_t index = 3; index < fields.size(); ++index) {
@@ -128,6 +42,7 @@ std::size_t TimeField(const std::vector<AtField> &fields)
     return fields.size();
 }
 
+// Some modems send the time stamp without quotes: its comma has then made two fields of it.
 std::string StampAt(const std::vector<AtField> &fields, std::size_t index)
 {
     if (index >= fields.size())
@@ -139,38 +54,106 @@ std::string StampAt(const std::vector<AtField> &fields, std::size_t index)
 
 } // namespace
 
-std::vector<AtField> AtFields(std::string_view line)
+// How many of the line ends before the line belong to the text of the last message: the two that end the
+// header do not.
+std::size_t AtExchange::GapInBody(const AtLine &line) const
 {
-    std::vector<AtField> fields;
-    for (bool more = true; more;) {
-        line = Trimmed(line);
-        AtField field;
-        if (line.starts_with('"')) {
-            const std::size_t end = std::min(line.find('"', 1), line.size());
-            field = {std::string(line.substr(1, end - 1)), true};
-            line.remove_prefix(std::min(end + 1, line.size()));
-        }
-        const std::size_t comma = line.find(',');
-        more = comma != std::string_view::npos;
-        if (!field.quoted)
-            field.text = Trimmed(line.substr(0, comma));
-        line.remove_prefix(more ? comma + 1 : line.size());
-        fields.push_back(std::move(field));
-    }
-    return fields;
+    constexpr std::size_t kHeaderEnd = 2;
+    if (bodyBytes_ != 0)
+        return line.bytesBefore;
+    return line.bytesBefore - std::min(line.bytesBefore, kHeaderEnd);
 }
 
-std::optional<AtFailure> ParseFailure(std::string_view line)
+// Whether the line is text of the last message, even if it looks like a result code.
+bool AtExchange::BelongsToBody(const AtLine &line) const
 {
-    constexpr std::string_view kEquipment = "+CME ERROR:";
-    constexpr std::string_view kMessage = "+CMS ERROR:";
-    if (line.starts_with(kEquipment))
-        return FailureOf(Trimmed(line.substr(kEquipment.size())), false);
-    if (line.starts_with(kMessage))
-        return FailureOf(Trimmed(line.substr(kMessage.size())), true);
-    if (line == "ERROR" || line == "COMMAND NOT SUPPORT" || line == "TOO MANY PARAMETERS")
-        return AtFailure{-1, "refused"};
-    return std::nullopt;
+    constexpr std::size_t kBlankLine = 2; // line breaks in a row
+    if (answer_.messages.empty())
+        return false;
+    const AtMessage &message = answer_.messages.back();
+    if (message.length)
+        return bodyBytes_ + GapInBody(line) < *message.length;
+    // Without a length only the blank line before the final result tells it from a text that says "OK".
+    return line.text == "OK" && line.breaksBefore < kBlankLine;
+}
+
+void AtExchange::AddToBody(const AtLine &line)
+{
+    AtMessage &message = answer_.messages.back();
+    const bool first = bodyBytes_ == 0;
+    bodyBytes_ += GapInBody(line) + line.bytes;
+    if (!message.whole)
+        return;
+    if (!first)
+        message.body.append(std::min(line.breaksBefore, kMaxAtLine), '\n');
+    message.body += line.text;
+    held_ += line.text.size();
+    message.whole = held_ <= kMaxListing;
+}
+
+void AtExchange::AddMessage(std::string header)
+{
+    // The rest is not lost when the listing is full: a later listing has it, once these messages are deleted.
+    if (!answer_.messages.empty() && !answer_.messages.back().whole)
+        return;
+    held_ += header.size();
+    bodyBytes_ = 0;
+    const auto length = BodyLength(header);
+    answer_.messages.push_back({std::move(header), length, {}, held_ <= kMaxListing});
+}
+
+bool AtExchange::TakeFinal(const std::string &text)
+{
+    if (text == "OK") {
+        answer_.ok = true;
+        return true;
+    }
+    const std::optional<AtFailure> failure = ParseFailure(text);
+    if (!failure)
+        return false;
+    answer_.failure = std::string(command_.text) + ": " + failure->words;
+    answer_.meaning = failure->meaning;
+    return true;
+}
+
+bool AtExchange::Take(const AtLine &line)
+{
+    if (BelongsToBody(line)) {
+        AddToBody(line);
+        return false;
+    }
+    if (TakeFinal(line.text))
+        return true;
+    const std::string_view prefix = command_.prefix;
+    const bool prefixed = !prefix.empty() && line.text.starts_with(prefix);
+    if (line.text == command_.text) {
+        // The echo: it comes until "ATE0" has been carried out.
+    } else if (prefixed && command_.kind == AtKind::kListing) {
+        AddMessage(line.text.substr(prefix.size()));
+    } else if (prefixed && answer_.lines.size() < kMaxLines) {
+        answer_.lines.push_back(line.text.substr(prefix.size()));
+    } else if (LooksUnsolicited(line.text)) {
+        if (unsolicited_.size() < kMaxLines)
+            unsolicited_.push_back(line.text);
+    } else if (command_.kind == AtKind::kListing && !answer_.messages.empty()) {
+        AddToBody(line);
+    } else if (command_.kind == AtKind::kBare && answer_.lines.empty()) {
+        answer_.lines.push_back(line.text);
+    }
+    return false;
+}
+
+bool AtExchange::TakeTimeout()
+{
+    constexpr std::string_view kEnd = "\n\nOK";
+    if (answer_.messages.empty())
+        return false;
+    std::string &body = answer_.messages.back().body;
+    if (body != "OK" && !body.ends_with(kEnd))
+        return false;
+    body.resize(body.size() - std::min(body.size(), kEnd.size()));
+    answer_.ok = true;
+    return true;
 }
 
 std::optional<AtRegistration> ParseRegistration(std::string_view line)
@@ -178,7 +161,7 @@ std::optional<AtRegistration> ParseRegistration(std::string_view line)
     std::vector<AtField> fields = AtFields(line);
     if (HasMode(fields))
         fields.erase(fields.begin());
-    const auto status = NumberOf(fields, 0);
+    const auto status = NumberOf(fields, 0); // then area, cell, technology
     if (!status)
         return std::nullopt;
     return AtRegistration{*status, NumberOf(fields, 3)};
@@ -195,7 +178,7 @@ std::optional<std::int32_t> ParseSignal(std::string_view line)
 
 AtOperator ParseOperator(std::string_view line)
 {
-    const std::vector<AtField> fields = AtFields(line);
+    const std::vector<AtField> fields = AtFields(line); // mode, format, operator, technology
     if (fields.size() < 3)
         return {};
     return {FromModemText(fields[2].text), NumberOf(fields, 3)};
@@ -203,9 +186,10 @@ AtOperator ParseOperator(std::string_view line)
 
 std::optional<AtMessageHeader> ParseMessageHeader(std::string_view header)
 {
+    constexpr std::uint32_t kMaxIndex = 0xFFFF;
     const std::vector<AtField> fields = AtFields(header);
     const auto index = NumberOf(fields, 0);
-    if (!index || *index > 0xFFFF || fields.size() < 3)
+    if (!index || *index > kMaxIndex || fields.size() < 3)
         return std::nullopt;
     AtMessageHeader result;
     result.index = static_cast<int>(*index);
@@ -221,16 +205,17 @@ std::optional<std::size_t> BodyLength(std::string_view header)
     const std::size_t stamp = TimeField(fields);
     if (stamp >= fields.size())
         return std::nullopt;
-    const std::size_t length = stamp + (fields[stamp].quoted ? 2 : 3); // the type of address stands between
+    const std::size_t length = stamp + (fields[stamp].quoted ? 2 : 3); // the type of the address comes first
     const auto value = NumberOf(fields, length);
     return value ? std::optional<std::size_t>(*value) : std::nullopt;
 }
 
 std::int64_t ParseTimeStamp(std::string_view text)
 {
-    constexpr std::size_t kZoneAt = 17; // behind "yy/MM/dd,hh:mm:ss"
+    constexpr std::size_t kZoneAt = 17; // after "yy/MM/dd,hh:mm:ss"
+    // 99 is no month, day, hour, minute or second.
     const auto two = [&](std::size_t at) {
-        return at + 2 <= text.size() ? static_cast<int>(Number(text.substr(at, 2)).value_or(99)) : 99;
+        return at + 2 <= text.size() ? static_cast<int>(AtNumber(text.substr(at, 2)).value_or(99)) : 99;
     };
     const QDate date(2000 + two(0), two(3), two(6));
     const QTime time(two(9), two(12), two(15));
@@ -246,16 +231,16 @@ std::int64_t ParseTimeStamp(std::string_view text)
 
 std::string ParseImei(std::string_view line)
 {
-    constexpr std::size_t kShortest = 14;
-    constexpr std::size_t kLongest = 17;
-    line = Trimmed(line);
+    constexpr std::size_t kMinDigits = 14;
+    constexpr std::size_t kMaxDigits = 17;
+    line = AtTrimmed(line);
     if (line.starts_with('"'))
         line.remove_prefix(1);
     std::string digits;
-    for (const char c : line.substr(0, kLongest)) {
+    for (const char c : line.substr(0, kMaxDigits)) {
         if (c < '0' || c > '9')
             break;
         digits += c;
     }
-    return digits.size() >= kShortest ? digits : std::string();
+    return digits.size() >= kMinDigits ? digits : std::string();
 }

@@ -6,7 +6,8 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr int kMostLinesBetween = 256;
+// Enough for all that a modem reports at power-up. A modem that never pauses cannot keep commands waiting.
+constexpr int kMaxLinesBefore = 256;
 
 AtResult ResultOf(ModemPort::Event event)
 {
@@ -25,18 +26,18 @@ AtResult ResultOf(ModemPort::Event event)
 
 } // namespace
 
-ModemChannel::ModemChannel(ModemPort &port, std::function<void(const std::string &)> onUnsolicited)
+AtChannel::AtChannel(ModemPort &port, std::function<void(const std::string &)> onUnsolicited)
     : port_(port), onUnsolicited_(std::move(onUnsolicited))
 {
 }
 
-void ModemChannel::Reset()
+void AtChannel::Reset()
 {
     lines_.Clear();
     timeouts_ = 0;
 }
 
-bool ModemChannel::TakeUnsolicited()
+bool AtChannel::TakeUnsolicited()
 {
     bool any = false;
     while (const auto line = lines_.Next()) {
@@ -46,7 +47,7 @@ bool ModemChannel::TakeUnsolicited()
     return any;
 }
 
-AtResult ModemChannel::Listen(ModemClock::duration time)
+AtResult AtChannel::Listen(ModemClock::duration time)
 {
     const auto end = ModemClock::now() + time;
     for (;;) {
@@ -57,12 +58,12 @@ AtResult ModemChannel::Listen(ModemClock::duration time)
             return AtResult::kOk;
         if (event != ModemPort::kBytes)
             return ResultOf(event);
-        if (ModemClock::now() > end) // bytes without an end
+        if (ModemClock::now() > end) // bytes keep coming, but no line ends
             return AtResult::kTimeout;
     }
 }
 
-AtResult ModemChannel::Settle()
+AtResult AtChannel::Settle()
 {
     constexpr auto kQuiet = 200ms;
     constexpr auto kLimit = 2s;
@@ -73,7 +74,7 @@ AtResult ModemChannel::Settle()
     return result == AtResult::kTimeout ? AtResult::kOk : result;
 }
 
-AtResult ModemChannel::Collect(const AtCommand &command, ModemClock::time_point end, AtAnswer *answer)
+AtResult AtChannel::Collect(const AtCommand &command, ModemClock::time_point end, AtAnswer *answer)
 {
     AtExchange exchange(command);
     bool complete = false;
@@ -82,12 +83,14 @@ AtResult ModemChannel::Collect(const AtCommand &command, ModemClock::time_point 
         std::string bytes;
         event = port_.Receive(end, &bytes);
         lines_.Feed(bytes);
+        // Lines after the final result stay in lines_: they are unsolicited.
         while (!complete) {
             const auto line = lines_.Next();
             if (!line)
                 break;
             complete = exchange.Take(*line);
         }
+        // A modem that sends without a pause would never let Receive time out.
         if (event == ModemPort::kBytes && ModemClock::now() > end)
             event = ModemPort::kTimeout;
     }
@@ -101,11 +104,11 @@ AtResult ModemChannel::Collect(const AtCommand &command, ModemClock::time_point 
     return answer->ok ? AtResult::kOk : AtResult::kRefused;
 }
 
-AtResult ModemChannel::AskOnce(const AtCommand &command, AtAnswer *answer)
+AtResult AtChannel::AskOnce(const AtCommand &command, AtAnswer *answer)
 {
-    // What came meanwhile is no answer to this command.
+    // What has come since the last answer does not belong to this command.
     AtResult before = AtResult::kOk;
-    for (int lines = 0; before == AtResult::kOk && lines < kMostLinesBetween; ++lines)
+    for (int lines = 0; before == AtResult::kOk && lines < kMaxLinesBefore; ++lines)
         before = Listen(0s);
     if (before == AtResult::kGone || before == AtResult::kStopped)
         return before;
@@ -122,12 +125,12 @@ AtResult ModemChannel::AskOnce(const AtCommand &command, AtAnswer *answer)
     return result;
 }
 
-AtResult ModemChannel::Ask(const AtCommand &command, AtAnswer *answer)
+AtResult AtChannel::Ask(const AtCommand &command, AtAnswer *answer)
 {
     for (int attempt = 0;; ++attempt) {
         *answer = {};
         const AtResult result = AskOnce(command, answer);
-        if (result != AtResult::kRefused || !IsBusy(*answer) || attempt == kMostBusy)
+        if (result != AtResult::kRefused || answer->meaning != AtMeaning::kSimBusy || attempt == kMaxRepeats)
             return result;
         const AtResult pause = ResultOf(port_.Sleep(1s));
         if (pause == AtResult::kStopped)

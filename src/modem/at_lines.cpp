@@ -1,23 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "modem/at_lines.h"
 
-#include "modem/at_answers.h"
-
 #include <algorithm>
+#include <charconv>
 #include <utility>
 
 namespace
 {
 
-constexpr std::size_t kMostWaitingLines = 4096;
-constexpr std::size_t kMostLines = 16; // of an answer that is no listing
-constexpr std::size_t kLargestListing = 65536;
-constexpr std::size_t kBlankLine = 2; // as many line ends in a row
-
-bool IsUpper(char character)
-{
-    return character >= 'A' && character <= 'Z';
-}
+constexpr std::size_t kMaxWaitingLines = 4096;
 
 } // namespace
 
@@ -31,12 +22,12 @@ void AtLines::Feed(std::string_view bytes)
                 current_.breaksBefore = std::exchange(gapBreaks_, 0);
             }
             ++current_.bytes;
-            if (current_.text.size() < kLongestAtLine)
+            if (current_.text.size() < kMaxAtLine)
                 current_.text += byte;
             lastWasReturn_ = false;
             continue;
         }
-        if (current_.bytes != 0 && ready_.size() < kMostWaitingLines)
+        if (current_.bytes != 0 && ready_.size() < kMaxWaitingLines)
             ready_.push_back(std::move(current_));
         current_ = {};
         ++gapBytes_;
@@ -60,118 +51,42 @@ void AtLines::Clear()
     *this = {};
 }
 
-bool IsLocked(const AtAnswer &answer)
+std::vector<AtField> AtFields(std::string_view line)
 {
-    constexpr int kCodes[] = {5, 11, 12, 17, 18, 40, 311, 312, 316};
-    return std::ranges::find(kCodes, answer.failureCode) != std::end(kCodes);
-}
-
-bool LooksUnsolicited(std::string_view text)
-{
-    if (text == "RING" || text == "NO CARRIER")
-        return true;
-    if (text.size() < 4 || std::string_view("+^*%#").find(text[0]) == std::string_view::npos)
-        return false;
-    const auto behindName = std::find_if_not(text.begin() + 1, text.end(), IsUpper);
-    return behindName - text.begin() >= 3 && behindName != text.end() && *behindName == ':';
-}
-
-// Line ends before the line that are text of the last message: the one behind the header is not.
-std::size_t AtExchange::GapInBody(const AtLine &line) const
-{
-    constexpr std::size_t kHeaderEnd = 2;
-    if (bodyBytes_ != 0)
-        return line.bytesBefore;
-    return line.bytesBefore - std::min(line.bytesBefore, kHeaderEnd);
-}
-
-// Whether the line is text of the last message, whatever it looks like.
-bool AtExchange::BelongsToBody(const AtLine &line) const
-{
-    if (answer_.messages.empty())
-        return false;
-    const AtMessage &message = answer_.messages.back();
-    if (message.length)
-        return bodyBytes_ + GapInBody(line) < *message.length;
-    // Without a length, only the blank line before it tells the final result from a text that says "OK".
-    return line.text == "OK" && line.breaksBefore < kBlankLine;
-}
-
-void AtExchange::AddToBody(const AtLine &line)
-{
-    AtMessage &message = answer_.messages.back();
-    const bool first = bodyBytes_ == 0;
-    bodyBytes_ += GapInBody(line) + line.bytes;
-    if (!message.whole)
-        return;
-    if (!first)
-        message.body.append(std::min(line.breaksBefore, kLongestAtLine), '\n');
-    message.body += line.text;
-    held_ += line.text.size();
-    message.whole = held_ <= kLargestListing;
-}
-
-// A listing that is full drops what follows: it is listed again when these messages are deleted.
-void AtExchange::AddMessage(std::string header)
-{
-    if (!answer_.messages.empty() && !answer_.messages.back().whole)
-        return;
-    held_ += header.size();
-    bodyBytes_ = 0;
-    const auto length = BodyLength(header);
-    answer_.messages.push_back({std::move(header), length, {}, held_ <= kLargestListing});
-}
-
-bool AtExchange::TakeFinal(const std::string &text)
-{
-    if (text == "OK") {
-        answer_.ok = true;
-        return true;
+    std::vector<AtField> fields;
+    for (bool more = true; more;) {
+        line = AtTrimmed(line);
+        AtField field;
+        if (line.starts_with('"')) {
+            const std::size_t end = std::min(line.find('"', 1), line.size());
+            field = {std::string(line.substr(1, end - 1)), true};
+            line.remove_prefix(std::min(end + 1, line.size()));
+        }
+        const std::size_t comma = line.find(',');
+        more = comma != std::string_view::npos;
+        if (!field.quoted)
+            field.text = AtTrimmed(line.substr(0, comma));
+        line.remove_prefix(more ? comma + 1 : line.size());
+        fields.push_back(std::move(field));
     }
-    const std::optional<AtFailure> failure = ParseFailure(text);
-    if (!failure)
-        return false;
-    answer_.failure = std::string(command_.text) + ": " + failure->words;
-    answer_.failureCode = failure->code;
-    return true;
+    return fields;
 }
 
-bool AtExchange::Take(const AtLine &line)
+std::string_view AtTrimmed(std::string_view text)
 {
-    if (BelongsToBody(line)) {
-        AddToBody(line);
-        return false;
-    }
-    if (TakeFinal(line.text))
-        return true;
-    const std::string_view prefix = command_.prefix;
-    const bool prefixed = !prefix.empty() && line.text.starts_with(prefix);
-    if (line.text == command_.text) {
-        // the echo
-    } else if (prefixed && command_.kind == AtKind::kListing) {
-        AddMessage(line.text.substr(prefix.size()));
-    } else if (prefixed && answer_.lines.size() < kMostLines) {
-        answer_.lines.push_back(line.text.substr(prefix.size()));
-    } else if (LooksUnsolicited(line.text)) {
-        if (unsolicited_.size() < kMostLines)
-            unsolicited_.push_back(line.text);
-    } else if (command_.kind == AtKind::kListing && !answer_.messages.empty()) {
-        AddToBody(line);
-    } else if (command_.kind == AtKind::kBare && answer_.lines.empty()) {
-        answer_.lines.push_back(line.text);
-    }
-    return false;
+    while (!text.empty() && text.front() == ' ')
+        text.remove_prefix(1);
+    while (!text.empty() && text.back() == ' ')
+        text.remove_suffix(1);
+    return text;
 }
 
-bool AtExchange::TakeTimeout()
+std::optional<std::uint32_t> AtNumber(std::string_view text)
 {
-    constexpr std::string_view kEnd = "\n\nOK";
-    if (answer_.messages.empty())
-        return false;
-    std::string &body = answer_.messages.back().body;
-    if (body != "OK" && !body.ends_with(kEnd))
-        return false;
-    body.resize(body.size() - std::min(body.size(), kEnd.size()));
-    answer_.ok = true;
-    return true;
+    std::uint32_t value = 0;
+    const auto end = text.data() + text.size();
+    const auto [stopped, error] = std::from_chars(text.data(), end, value);
+    if (error != std::errc() || stopped != end)
+        return std::nullopt;
+    return value;
 }

@@ -273,7 +273,7 @@ void ModemThread::TakeSim(const AtAnswer &answer)
 void ModemThread::RefuseSim(const AtAnswer &answer)
 {
     KeepFailure(answer.failure);
-    SetSim(IsLocked(answer) ? Sim::kLocked : Sim::kMissing, answer.failure);
+    SetSim(answer.meaning == AtMeaning::kSimLocked ? Sim::kLocked : Sim::kMissing, answer.failure);
 }
 
 void ModemThread::SetSim(Sim sim, const std::string &words)

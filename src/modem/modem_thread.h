@@ -70,7 +70,7 @@ private:
 
     ModemState &state_;
     ModemPort port_;
-    ModemChannel channel_;
+    AtChannel channel_;
     ModemLink link_;
     SmsStore store_;
     Sim sim_ = Sim::kUnknown;

@@ -109,7 +109,7 @@ TEST(ThirdGeneration, FailuresThatMeanALockedSim)
     const auto locked = [](const std::string &line) {
         AtExchange exchange(kEchoOff);
         EXPECT_TRUE(exchange.Take({line, line.size()})) << line;
-        return IsLocked(exchange.Answer());
+        return exchange.Answer().meaning == AtMeaning::kSimLocked;
     };
     for (const char *const failure : {"5", "11", "12", "17", "18", "40", "sim puk required"})
         EXPECT_TRUE(locked(std::string("+CME ERROR: ") + failure)) << failure;
