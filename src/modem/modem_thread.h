@@ -1,84 +1,57 @@
 // SPDX-License-Identifier: MIT
-// src/modem/modem_thread.h: the thread that drives the modem: finds it, brings it into order, looks every 10
-// s how it is, reads its messages, keeps its data link.
+// src/modem/modem_thread.h: the thread that drives the modem: finds it, prepares it, asks every 10 s how it
+// is, stores its messages and keeps up its data link.
 #pragma once
 
 #include "modem/at_channel.h"
+#include "modem/modem_facts.h"
 #include "modem/modem_link.h"
 #include "modem/modem_state.h"
+#include "modem/modem_steps.h"
 #include "modem/sms_store.h"
 
 #include <span>
+#include <string>
 #include <thread>
 
 class ModemThread
 {
 public:
-    explicit ModemThread(ModemState &state);
-    ~ModemThread(); // as Stop
+    explicit ModemThread(ModemState &state); // `state` must outlive it
+    ~ModemThread();                          // as Stop
 
-    void Start(); // once; a failure is logged, and there is no modem then
-    void Stop();  // returns when the thread has ended
+    // Call it once. If no thread can be started (logged), the modem stays in the state "absent".
+    void Start();
+    void Stop(); // returns when the thread has ended; may be called again
 
 private:
-    using Take = void (ModemThread::*)(const AtAnswer &answer);
-    struct Step {
-        AtCommand command;
-        Take take;                                           // with an answer that is ok
-        void (ModemThread::*refuse)(const AtAnswer &answer); // nullptr: the failure is kept, nothing else
-    };
-    enum class Sim { kUnknown, kReady, kLocked, kMissing };
-
+    // All below: modem thread. A result that is no answer ends what is under way.
     void Run();
-    AtResult Serve();       // until the line is gone or has to be opened anew
-    AtResult Synchronise(); // until it answers and the line is quiet
-    AtResult StartUp();     // synchronises, sets up, asks who it is
-    AtResult Prepare();     // what needs a SIM
-    AtResult Look();        // one round of the 10 s
-    AtResult Wait();        // until the next round
-    AtResult ReadSms();
-    AtResult RunSteps(std::span<const Step> steps);
-    // After a command without an answer: kTimeout when the modem does not answer at all.
-    AtResult PassOver(AtResult result, const AtAnswer &answer);
+    AtResult Serve();       // until the line is gone (kGone) or has to be opened again (kTimeout)
+    AtResult StartUp();     // first thing on an open line
+    AtResult Synchronise(); // until the modem answers and the line is quiet
+    AtResult Round();       // all that is done every 10 s
+    AtResult Prepare();     // the settings that need a SIM
+    AtResult StoreSms();    // moves the messages from the modem to the disk
+    AtResult DeleteSms(int index, AtAnswer *answer);
+    AtResult Wait(); // until the next round
+    AtResult RunSteps(std::span<const ModemStep> steps);
+    // Deals with a command that got no answer, so that the next one can be sent. kTimeout: the modem does not
+    // answer at all.
+    AtResult Recover(AtResult result, const AtAnswer &answer);
 
-    void TakeSim(const AtAnswer &answer);
-    void RefuseSim(const AtAnswer &answer);
-    void TakeManufacturer(const AtAnswer &answer);
-    void TakeModel(const AtAnswer &answer);
-    void TakeImei(const AtAnswer &answer);
-    void TakeRegistration(const AtAnswer &answer);
-    void TakeOperator(const AtAnswer &answer);
-    void TakeSignal(const AtAnswer &answer);
-    void TakeAttached(const AtAnswer &answer);
-    void TakeUcs2(const AtAnswer &answer);
-    void TakeGsm(const AtAnswer &answer);
-    void TakeNothing(const AtAnswer &) {}
     void TakeUnsolicited(const std::string &line);
-    void SetRegistration(const std::string &line);
-
     void StepLink();
-    void SetSim(Sim sim, const std::string &words);
-    void ShowState(); // what the SIM and the registration amount to
-    void SetState(wire::ModemState state, const std::string &words); // a line in the log when it changes
-    void Forget(const std::string &why);                             // what was known of a modem that is gone
-    void OpenAgain();
-    void KeepFailure(const std::string &words);
+    void Forget(const std::string &why); // the modem is gone
+    void LogReopening();
 
-    static const Step kStartUp[];
-    static const Step kPreparation[];
-    static const Step kLook[];
-
-    ModemState &state_;
     ModemPort port_;
     AtChannel channel_;
+    ModemFacts facts_;
+    ModemState &state_;
     ModemLink link_;
     SmsStore store_;
-    Sim sim_ = Sim::kUnknown;
-    std::string simWords_; // what a SIM that is not ready says
-    bool prepared_ = false;
-    bool lookSoon_ = false; // something unsolicited has come
-    ModemCharset charset_ = ModemCharset::kRaw;
-    bool silent_ = false; // it has been said that the line is opened again
-    std::string shown_;   // the state's line in the log
+    bool roundDue_ = false;     // an unsolicited line says that something has changed
+    bool reopenLogged_ = false; // until the modem answers
     std::thread thread_;
 };
