@@ -73,7 +73,8 @@ bool AtExchange::BelongsToBody(const AtLine &line) const
     const AtMessage &message = answer_.messages.back();
     if (message.length)
         return bodyBytes_ + GapInBody(line) < *message.length;
-    // Without a length only the blank line before the final result tells it from a text that says "OK".
+    // Without a length only the blank line before the final result distinguishes it from a text that says
+    // "OK".
     return line.text == "OK" && line.breaksBefore < kBlankLine;
 }
 

@@ -83,7 +83,7 @@ bool SameWords(std::string_view one, std::string_view other)
     return std::ranges::equal(one, other, {}, lower, lower);
 }
 
-// `text` is the number or, as "AT+CMEE=2" asks for it, the words; some modems send the number all the same.
+// `text` is the number or, as "AT+CMEE=2" asks for it, the words. Some modems send the number anyway.
 AtFailure FailureOf(Family family, std::string_view text)
 {
     if (const auto number = AtNumber(text)) {

@@ -26,23 +26,25 @@ void ModemPort::Stop()
 
 bool ModemPort::Configure(int fd)
 {
+    // TIOCEXCL does not stop root, as whom everything runs here. The lock is for programs that ask for it.
     termios settings{};
     if (flock(fd, LOCK_EX | LOCK_NB) == -1 || tcgetattr(fd, &settings) == -1)
         return false;
     settings = KSerial::LineSettings(settings, 115200, 8, 'N', 1);
-    ioctl(fd, TIOCEXCL); // root can open it still: the lock tells those who ask for it
+    ioctl(fd, TIOCEXCL);
     tcflush(fd, TCIOFLUSH);
     return tcsetattr(fd, TCSANOW, &settings) == 0;
 }
 
 bool ModemPort::Open()
 {
-    // Without waiting for a carrier, which comes with a call only.
+    // O_NONBLOCK: an open would otherwise wait for a carrier, which only comes with a call.
     ledboard::UniqueFd fd(open(paths::kModemDevice, O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     if (fd.Valid() && Configure(fd.Get())) {
         fd_ = std::move(fd);
         return true;
     }
+    // The ways in which a USB device that is missing, or being pulled out, shows.
     const bool none = errno == ENOENT || errno == ENXIO || errno == ENODEV || errno == EIO;
     failure_ = none ? "no device" : std::strerror(errno);
     return false;
@@ -53,7 +55,7 @@ void ModemPort::Close()
     if (!fd_.Valid())
         return;
     ioctl(fd_.Get(), TIOCNXCL);
-    tcflush(fd_.Get(), TCIOFLUSH); // a close would wait for what a hanging modem does not take
+    tcflush(fd_.Get(), TCIOFLUSH); // close would wait for a modem that hangs to take what is still queued
     fd_.Reset();
 }
 
@@ -84,6 +86,7 @@ ModemPort::Event ModemPort::Receive(ModemClock::time_point end, std::string *byt
         bytes->append(block, static_cast<std::size_t>(count));
         return kBytes;
     }
+    // 0 bytes of a line that was readable: it was hung up.
     return count == -1 && (errno == EAGAIN || errno == EINTR) ? kBytes : kGone;
 }
 

@@ -18,11 +18,11 @@ namespace
 {
 
 constexpr char kUnit[] = "src/third_generation.cpp";
-constexpr std::size_t kMostKept = 255;
-constexpr long kTail = 65536;           // bytes read at start
-constexpr off_t kLargestFile = 1 << 20; // beyond it the older half goes
+constexpr std::size_t kMaxKept = 255; // no SIM holds more, so a message that comes again is among them
+constexpr long kTail = 65536;         // bytes read at start
+constexpr off_t kMaxFile = 1 << 20;   // a larger file loses its older half: the flash is small
 
-// At most `count` bytes from the end of the file, from the first whole line on.
+// The last `count` bytes of the file or fewer, beginning with a whole line. Empty without a file.
 std::string ReadTail(const FilePointer &file, long count)
 {
     if (!file || std::fseek(file.get(), 0, SEEK_END) != 0)
@@ -37,7 +37,7 @@ std::string ReadTail(const FilePointer &file, long count)
     return text;
 }
 
-// A power cut may have left a line without its end.
+// False for a file whose last line was cut, as by a power cut.
 bool EndsInLine(int fd, off_t size)
 {
     char last = '\n';
@@ -46,7 +46,7 @@ bool EndsInLine(int fd, off_t size)
 
 void DropOlderHalf()
 {
-    const std::string newer = ReadTail(OpenFile(paths::kSms, "rb"), kLargestFile / 2);
+    const std::string newer = ReadTail(OpenFile(paths::kSms, "rb"), kMaxFile / 2);
     if (!ReplaceFile(paths::kSms, newer))
         DiagErrno(kUnit, __func__, __LINE__, "can't shorten %s: ", paths::kSms);
 }
@@ -62,7 +62,7 @@ void SmsStore::Load()
             kept_.push_back(std::move(*message));
         begin = end + 1;
     }
-    while (kept_.size() > kMostKept)
+    while (kept_.size() > kMaxKept)
         kept_.pop_front();
 }
 
@@ -77,28 +77,29 @@ bool SmsStore::Append(const SmsMessage &message)
     const ssize_t written = write(file.Get(), line.data(), line.size());
     const bool whole = written == static_cast<ssize_t>(line.size());
     if (!whole && written >= 0)
-        errno = ENOSPC;
+        errno = ENOSPC; // a short write sets no errno
     if (whole && SyncFile(paths::kSms)) {
-        if (status.st_size > kLargestFile)
+        if (status.st_size > kMaxFile)
             DropOlderHalf();
         return true;
     }
+    // The message will be appended again: no part of it may stay.
     const int error = errno;
     [[maybe_unused]] const int cut = ftruncate(file.Get(), status.st_size);
     errno = error;
     return false;
 }
 
-bool SmsStore::IsKept(int place, const SmsMessage &message) const
+bool SmsStore::IsKept(int index, const SmsMessage &message) const
 {
-    const auto there = undeleted_.find(place);
+    const auto there = undeleted_.find(index);
     return (there != undeleted_.end() && there->second == message) ||
            (message.time != 0 && std::ranges::find(kept_, message) != kept_.end());
 }
 
-bool SmsStore::Keep(int place, const SmsMessage &message)
+bool SmsStore::Keep(int index, const SmsMessage &message)
 {
-    if (IsKept(place, message))
+    if (IsKept(index, message))
         return true;
     if (!Append(message)) {
         if (!failing_)
@@ -109,16 +110,16 @@ bool SmsStore::Keep(int place, const SmsMessage &message)
     }
     failing_ = false;
     Diag(kUnit, __func__, __LINE__, "SMS %s", SmsToJson(message).c_str());
-    undeleted_[place] = message;
+    undeleted_[index] = message;
     kept_.push_back(message);
-    if (kept_.size() > kMostKept)
+    if (kept_.size() > kMaxKept)
         kept_.pop_front();
     return true;
 }
 
-void SmsStore::Deleted(int place)
+void SmsStore::Deleted(int index)
 {
-    undeleted_.erase(place);
+    undeleted_.erase(index);
 }
 
 std::vector<SmsMessage> SmsStore::Last() const

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// src/modem/sms_store.h: messages on the disk: "/home/root/plexa_data/sms", one JSON object a line. Modem
-// thread.
+// src/modem/sms_store.h: received messages in the file "/home/root/plexa_data/sms", one JSON object per line
+// (sms_text.h). Modem thread.
 #pragma once
 
 #include "modem/sms_text.h"
@@ -12,22 +12,24 @@
 class SmsStore
 {
 public:
-    void Load(); // the last messages of the file, if there is one
+    void Load(); // reads the last messages of the file, if there is one; call it once, first
 
-    // True when the message is on the disk, now or from before: one that could not be deleted from its place
-    // in the modem, or was not for a power cut, comes again. Without a time it counts as the same only in the
-    // same place. False (logged once) when it could not be written.
-    bool Keep(int place, const SmsMessage &message);
-    void Deleted(int place); // from the modem
+    // Appends the message to the file unless it is there already, and syncs it. True if it is on the disk
+    // afterwards; false if it could not be written, logged once until a write works again.
+    //
+    // The modem sends a message again that it could not delete, or not before a power cut. Two messages are
+    // the same if sender, time and text are; without a time only if `index` is the same too and Deleted was
+    // not called for it.
+    bool Keep(int index, const SmsMessage &message);
+    void Deleted(int index); // the modem has deleted the message: its index is free for another one
 
-    // The last ten, oldest first.
-    std::vector<SmsMessage> Last() const;
+    std::vector<SmsMessage> Last() const; // at most wire::kMostModemSms, oldest first
 
 private:
-    bool IsKept(int place, const SmsMessage &message) const;
-    bool Append(const SmsMessage &message);
+    bool IsKept(int index, const SmsMessage &message) const;
+    bool Append(const SmsMessage &message); // false with errno
 
-    std::deque<SmsMessage> kept_;         // as many as a SIM may still hold
-    std::map<int, SmsMessage> undeleted_; // by their place
+    std::deque<SmsMessage> kept_;         // oldest first
+    std::map<int, SmsMessage> undeleted_; // by index
     bool failing_ = false;
 };

@@ -13,7 +13,8 @@
 namespace
 {
 
-// 3GPP TS 23.038, 6.2.1: the default alphabet; 0x1B leads to the extension.
+// The default alphabet of 3GPP TS 23.038, 6.2.1, in the order of its codes. 0x1B, here a blank that does not
+// break, announces a code of the extension table below (6.2.1.1).
 constexpr char16_t kAlphabet[] = u"@£$¥èéùìòÇ\nØø\rÅåΔ_ΦΓΛΩΠΨΣΘΞ\u00A0ÆæßÉ !\"#¤%&'()*+,-./0123456789:;<=>?"
                                  u"¡ABCDEFGHIJKLMNOPQRSTUVWXYZÄÖÑÜ§¿abcdefghijklmnopqrstuvwxyzäöñüà";
 static_assert(sizeof kAlphabet == (128 + 1) * sizeof(char16_t));
@@ -31,8 +32,8 @@ char16_t DefaultCharacter(char septet)
     return kAlphabet[static_cast<unsigned char>(septet) & 0x7FU];
 }
 
-// Texts in UCS2 that a person writes begin in these rows, mostly: up to Arabic, punctuation, and the scripts
-// of East Asia.
+// Whether a text that a person wrote would begin with this character: the scripts up to Arabic, punctuation,
+// or the scripts of East Asia. Plain digits, read as UCS2, usually begin with a character of another range.
 bool LooksWritten(char16_t first)
 {
     return first < 0x0700 || (first >= 0x2000 && first < 0x2100) || (first >= 0x3000 && first < 0xA000) ||
@@ -56,7 +57,9 @@ std::optional<std::vector<char16_t>> Units(std::string_view hexadecimal)
     return units;
 }
 
-// A part of a long message begins with a header that numbers the parts (23.040, 9.2.3.24.1 and .8).
+// A part of a long message begins with a header that numbers the parts (3GPP TS 23.040): 05 00 03 with
+// numbers of one byte (9.2.3.24.1), 06 08 04 with a reference of two (9.2.3.24.8). Three more bytes follow,
+// or four.
 std::string_view WithoutPartHeader(std::string_view hexadecimal)
 {
     for (const std::string_view start : {"050003", "060804"}) {
@@ -67,7 +70,8 @@ std::string_view WithoutPartHeader(std::string_view hexadecimal)
     return hexadecimal;
 }
 
-// Without the marks of byte order at its head, which conversions would drop one by one.
+// Drops all byte order marks at the start. Qt's conversions drop only the first, so that a stored message
+// would not be equal to itself when it is read again.
 std::string ToUtf8(QStringView text)
 {
     while (text.startsWith(QChar::ByteOrderMark))
@@ -93,7 +97,7 @@ std::string GsmToUtf8(std::string_view septets)
         if (++at == septets.size())
             break;
         const auto known = std::ranges::find(kExtension, septets[at], &Extended::code);
-        // An extension that is not known is shown as the character of the default alphabet (6.2.1.1).
+        // An unknown code of the extension is shown as the character of the default alphabet (6.2.1.1).
         units.push_back(known != std::end(kExtension) ? known->character : DefaultCharacter(septets[at]));
     }
     return ToUtf8(units);
@@ -115,8 +119,8 @@ std::string ValidUtf8(std::string_view bytes)
 std::string SmsText(std::string_view body, std::optional<std::size_t> length, ModemCharset charset)
 {
     const auto units = Units(body);
-    // In hexadecimal a text takes twice its length at least; without a length only its first character can
-    // tell it from a row of digits.
+    // The length counts characters or, with some modems, bytes: hexadecimal is at least twice as long.
+    // Without a length only the first character distinguishes it from a text of digits.
     const bool hexadecimal = units && (charset == ModemCharset::kUcs2 ||
                                        (length ? body.size() >= 2 * *length && *length != 0
                                                : units->size() > 1 && LooksWritten(units->front())));
@@ -130,7 +134,7 @@ std::string SmsText(std::string_view body, std::optional<std::size_t> length, Mo
 
 std::string FromModemText(std::string_view text)
 {
-    // A row of digits may be a number that is dialled: then it must give nothing but plain letters.
+    // A text of decimal digits may be a telephone number: it is decoded only if that gives Latin letters.
     constexpr char16_t kLatinEnd = 0x0250;
     const auto units = Units(text);
     const bool digitsOnly = text.find_first_not_of("0123456789") == std::string_view::npos;

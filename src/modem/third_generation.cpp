@@ -15,7 +15,7 @@ namespace
 
 constexpr char kUnit[] = "src/third_generation.cpp";
 
-// As much of the text as fits, without a character cut in two.
+// Stores as much of the text as fits before a zero byte, cut between two characters of UTF-8.
 template <std::size_t N> void PutText(char (&field)[N], const std::string &text)
 {
     constexpr unsigned kContinued = 0x80;
@@ -41,6 +41,7 @@ int Reply(int fd, wire::Bytes bytes)
 int KThirdGeneration::SendStatus(int fd) const
 {
     const ModemStatus status = state_.Status();
+    // Looked up for each request, so that a client sees at once when the link has gone.
     const std::array<std::uint8_t, 4> address = PppAddress();
     wire::ModemStatusReply reply{};
     reply.length = sizeof reply;
