@@ -14,7 +14,7 @@ namespace
 
 constexpr char kUnit[] = "src/command_worker.cpp";
 
-// A command may have been taken from the line and not have begun yet: the kill is repeated this often.
+// Clear repeats the kill at this interval: a command that has left the queue may have no process yet.
 constexpr std::chrono::milliseconds kKillPause(20);
 
 } // namespace
@@ -59,7 +59,7 @@ void CommandWorker::StartThread()
     try {
         thread_ = std::thread(&CommandWorker::Work, this);
     } catch (const std::system_error &error) {
-        // The command stays in the line; the next one tries again.
+        // The command stays in the queue; the next Put tries again.
         errno = error.code().value();
         DiagErrno(kUnit, __func__, __LINE__, "command thread: ");
     }
@@ -75,7 +75,7 @@ void CommandWorker::Work()
         const std::string command = std::move(waiting_.front());
         waiting_.pop_front();
         running_ = true;
-        lock.unlock();
+        lock.unlock(); // Put does not wait for the command, and Clear can kill it
         shell_.Run(command);
         lock.lock();
         running_ = false;

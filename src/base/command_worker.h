@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// src/base/command_worker.h: runs slow commands one after the other, off the caller's thread.
+// src/base/command_worker.h: runs slow commands one after another on a thread of its own, so that
+// callers do not wait for them.
 #pragma once
 
 #include "base/shell.h"
@@ -14,15 +15,16 @@ class CommandWorker
 {
 public:
     CommandWorker() = default;
-    ~CommandWorker(); // as Clear; the thread has ended when it returns
+    ~CommandWorker(); // as Clear; also ends the thread
     CommandWorker(const CommandWorker &) = delete;
     CommandWorker &operator=(const CommandWorker &) = delete;
 
-    // Appends a command to the line and returns at once. One that already waits there is not put in twice:
-    // what it does will be done later than now anyhow. One caller at a time.
+    // Adds a command to the queue and returns at once. A command that already waits there is not added again:
+    // it will run later than now anyway. One caller at a time.
     void Put(const std::string &command);
 
-    // Empties the line, kills the command that runs and returns when nothing runs any more.
+    // Empties the queue, kills the command that runs, children included, and returns when nothing runs. Any
+    // thread.
     void Clear();
 
 private:

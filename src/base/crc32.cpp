@@ -10,8 +10,9 @@
 namespace
 {
 
-constexpr std::uint32_t kPolynomial = 0xEDB88320;
+constexpr std::uint32_t kPolynomial = 0xEDB88320; // 0x04C11DB7 with its bits reversed
 
+// What each value of a byte changes in the CRC: a byte then takes one step instead of eight.
 constexpr std::array<std::uint32_t, 256> MakeTable()
 {
     std::array<std::uint32_t, 256> table{};

@@ -5,10 +5,11 @@
 
 #include <cstdint>
 
-// The rest of an open file, in blocks of 1024 bytes, initial value and complement as the standard has them.
-// 0 with both results stored, 1 a read failed and they are untouched.
+// The CRC of the rest of an open file, with the initial value and the final complement of the standard, and
+// the number of bytes read. Also carries on the process's running CRC over these bytes, complemented before
+// and after. 0 done, 1 a read failed: both results and the running CRC are untouched.
 int crc32(int fd, std::uint32_t *crc, std::uint32_t *length);
 
-// Carries the process's running CRC on over `len` bytes, without initial value and complement, and gives it
-// out. 1 always; nothing is done for 0 bytes.
+// Carries on the process's running CRC over `len` bytes, without initial value and complement, and stores it
+// in `crc`. Always 1; does nothing for 0 bytes.
 int crc32(const void *buf, std::uint32_t len, std::uint32_t *crc);

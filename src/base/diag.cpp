@@ -10,13 +10,14 @@
 namespace
 {
 
+// The message by itself: each line is then one printf, which no other thread's output can interrupt.
 std::string Formatted(const char *format, std::va_list arguments)
 {
     std::va_list again;
     va_copy(again, arguments);
     const int length = std::vsnprintf(nullptr, 0, format, again);
     va_end(again);
-    if (length < 0)
+    if (length < 0) // a conversion failed: better the bare format than no line
         return format;
     std::string text(static_cast<std::size_t>(length), '\0');
     std::vsnprintf(text.data(), text.size() + 1, format, arguments);

@@ -14,6 +14,7 @@
 namespace
 {
 
+// A new name survives a power cut only when the folder that holds it is on the disk too.
 void SyncFolderOf(const std::string &path)
 {
     const std::size_t slash = path.rfind('/');
@@ -72,9 +73,11 @@ FileReplacement::~FileReplacement()
 
 bool FileReplacement::Commit()
 {
+    // ferror also remembers a write that failed before Commit and that nobody looked at.
     bool stored =
         std::fflush(file_.get()) == 0 && std::ferror(file_.get()) == 0 && fsync(fileno(file_.get())) == 0;
     int error = errno;
+    // Some file systems report a failed write only when the file is closed.
     if (std::fclose(file_.release()) != 0 && stored) {
         stored = false;
         error = errno;

@@ -37,7 +37,7 @@ int KIoBuffer::Open(const char *name, const char *mode)
     std::FILE *const opened = std::fopen(path, (std::string(mode) + "e").c_str());
     if (opened == nullptr)
         return 0;
-    Close();
+    Close(); // only now: if the open failed, the old file would be lost
     stream = opened;
     return 1;
 }
@@ -53,7 +53,7 @@ int KIoBuffer::SetBufferSize(int mode, unsigned size)
             return 0;
     }
     std::setvbuf(stream, block, size > 0 ? mode : _IONBF, size);
-    std::free(buffer); // only now: until here the stream may have held bytes in it
+    std::free(buffer); // only now: the stream used it until setvbuf
     buffer = block;
     return 1;
 }
@@ -94,13 +94,14 @@ int KIoBuffer::Close()
 {
     if (stream == nullptr)
         return 1;
+    // An fclose that succeeds must not hide a flush that failed.
     int stored = Flush();
     const int error = errno;
     if (std::fclose(stream) != 0)
         stored = 0;
     else
         errno = error;
-    std::free(buffer);
+    std::free(buffer); // the stream has used it until fclose
     stream = nullptr;
     buffer = nullptr;
     return stored;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// src/base/io_buffer.h: a file written or read through stdio, with a buffer of the caller's size. One thread
-// at a time.
+// src/base/io_buffer.h: a file that is read or written through stdio, with a buffer of the caller's size. An
+// object belongs to one thread at a time.
 #pragma once
 
 #include <cstdio>
@@ -13,12 +13,12 @@ public:
     KIoBuffer(const KIoBuffer &) = delete;
     KIoBuffer &operator=(const KIoBuffer &) = delete;
 
-    // Opens `name`, or the name given before when it is NULL, close-on-exec; a file that was open is closed
-    // when that worked. 1 opened, 0 failed (errno; the file that was open stays open).
+    // Opens `name`, close-on-exec; NULL stands for the name given before. 1 opened: a file that was open
+    // before is closed. 0 failed with errno: it stays open.
     int Open(const char *name, const char *mode);
 
-    // Gives the open file a buffer of `size` bytes, mode as for setvbuf; with a size of 0 it is unbuffered
-    // whatever the mode. 1 done, 0 no memory or no open file.
+    // Gives the open file a buffer of `size` bytes; `mode` is that of setvbuf. With a size of 0 the file is
+    // unbuffered in any mode. 1 done, 0 no memory or no open file.
     int SetBufferSize(int mode, unsigned size);
 
     int Read(char *buf, int n);             // items read; 0 without an open file
@@ -28,11 +28,11 @@ public:
     int Close();                            // 1 closed or no open file, 0 closed with an error (errno)
     bool IsOpen() const { return stream != nullptr; }
 
-    // Has the kernel begin to write out what the file holds, without waiting for it.
+    // Has the kernel begin to write the file's data to the disk, and does not wait for it.
     void StartWriteBack();
 
 private:
     char path[250];
     std::FILE *stream = nullptr;
-    char *buffer = nullptr; // what setvbuf was given; owned
+    char *buffer = nullptr; // in use by the stream; owned
 };

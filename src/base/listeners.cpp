@@ -14,7 +14,7 @@
 namespace
 {
 
-// The units that log lines about the two name.
+// The log names the units that use the two sockets.
 constexpr char kTcpUnit[] = "src/network.c";
 constexpr char kUdpUnit[] = "src/search_services.c";
 
@@ -53,6 +53,7 @@ int InitUdpSocket(const char *address, int port)
         DiagErrno(kUdpUnit, __func__, __LINE__, "create udp socket fail: ");
         return -1;
     }
+    // Broadcast: some answers go to everyone. Packet information: it says by which interface a packet came.
     const int on = 1;
     setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     setsockopt(fd.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-// src/base/listeners.h: the sockets on which the daemon is reached. Both are non-blocking and close-on-exec;
-// the caller owns the descriptor. Any thread.
+// src/base/listeners.h: the sockets on which the daemon is reached. They are non-blocking and close-on-exec;
+// the caller owns them. Any thread.
 #pragma once
 
-int InitTcpSocket(const char *address, int port); // TCP listener of backlog 1; -1 failed (logged)
-int InitUdpSocket(const char *address, int port); // UDP socket with broadcast and packet information; -1
-                                                  // failed (logged)
+// Both take a dotted address, bind to it with SO_REUSEADDR and print a line on success. The descriptor, or -1
+// (logged).
+int InitTcpSocket(const char *address, int port); // a listener with a backlog of 1
+int InitUdpSocket(const char *address, int port); // sends broadcasts; receives with IP_PKTINFO

@@ -12,8 +12,8 @@ KLog::KLog(const char *name)
         SetLogfilePath(name);
         return;
     }
-    // QUIRK log-name-raw-byte: the number of the object stands in the name as a raw byte, so that the first
-    // one's name ends at "c:/log"; a digit would be expected.
+    // QUIRK log-name-raw-byte: the number of the object is in the name as a raw byte, so that the name of the
+    // first one, whose byte is 0, ends at "c:/log"; a digit would be expected.
     const std::string own = std::string("c:/log") + static_cast<char>(object_totals_++) + ".log";
     SetLogfilePath(own.c_str());
 }
@@ -41,8 +41,8 @@ void KLog::SetLogfilePath(const char *name)
 
 int KLog::Write(const char *text)
 {
-    // QUIRK log-writes-once: the mutex is taken and never given back, a second call waits for ever; a release
-    // at the end would be expected.
+    // QUIRK log-writes-once: the mutex is never released, so that a second call waits for ever; a release at
+    // the end would be expected.
     mutex_.lock();
     const std::string line = std::string(text) + "\n";
     return KIoBuffer::Write(line.c_str(), static_cast<int>(line.size()));

@@ -9,13 +9,13 @@
 class KLog : public KIoBuffer
 {
 public:
-    explicit KLog(const char *path = nullptr); // without a path the object gets a name of its own
-    int Open();                                // empties the file. 1 opened, 0 failed (errno)
+    explicit KLog(const char *path = nullptr); // without a path the object makes a name of its own
+    int Open();                                // empties the file; 1 opened, 0 failed (errno)
     int Close();                               // 1 closed or not open, 0 closed with an error (errno)
     void SetLogfilePath(const char *path);     // at most 251 bytes; NULL is ignored
 
-    // Writes `text` and a line end; the count written. Any thread, but once in the life of the object: a
-    // second call waits for ever.
+    // Writes `text` and a line end and returns the number of bytes written. Any thread, but only once for
+    // each object: a second call waits for ever.
     int Write(const char *text);
 
 private:

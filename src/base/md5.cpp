@@ -13,9 +13,9 @@ namespace
 {
 
 constexpr std::size_t kBlockSize = 64;
-constexpr std::size_t kChunkSize = 1024; // bytes of a file handed over at a time
+constexpr std::size_t kChunkSize = 1024; // bytes of a file that are read at a time
 
-// RFC 1321, section 3.4: the integer parts of 4294967296 * abs(sin(i + 1)), and the rotations of each round.
+// RFC 1321, 3.4: the integer parts of 4294967296 * abs(sin(i + 1)), and the rotations of each round.
 constexpr std::uint32_t kSines[64] = {
     0xd76aa478, 0xe8c7b756, 0x242070db, 0xc1bdceee, 0xf57c0faf, 0x4787c62a, 0xa8304613, 0xfd469501,
     0x698098d8, 0x8b44f7af, 0xffff5bb1, 0x895cd7be, 0x6b901122, 0xfd987193, 0xa679438e, 0x49b40821,
@@ -28,6 +28,7 @@ constexpr std::uint32_t kSines[64] = {
 };
 constexpr int kShifts[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
 
+// Which word of the block a step uses.
 constexpr std::size_t WordOfStep(std::size_t step)
 {
     switch (step / 16) {
@@ -42,7 +43,8 @@ constexpr std::size_t WordOfStep(std::size_t step)
     }
 }
 
-// One of the 64 steps. Everything that does not need `b`, the result of the step before, is added first.
+// One of the 64 steps. `b` is the result of the step before: all that does not need it is added first, so
+// that the processor can do it while that step is still under way.
 template <std::size_t kStep> inline void Step(std::uint32_t (&s)[4], const std::uint32_t (&words)[16])
 {
     std::uint32_t &a = s[(4 - kStep % 4) % 4];
@@ -53,7 +55,7 @@ template <std::size_t kStep> inline void Step(std::uint32_t (&s)[4], const std::
     if constexpr (kStep / 16 == 0) {
         a += d ^ (b & (c ^ d));
     } else if constexpr (kStep / 16 == 1) {
-        a += c & ~d; // shares no bit with the other half, so that a sum replaces the or
+        a += c & ~d; // has no bit in common with b & d: two sums replace the "or", and this one need not wait
         a += b & d;
     } else if constexpr (kStep / 16 == 2) {
         a += b ^ (c ^ d);
@@ -100,9 +102,9 @@ void KMD5::Update(const void *input, std::size_t length)
 
 KMD5::Digest KMD5::Final()
 {
-    constexpr std::size_t kLengthAt = 56;
+    constexpr std::size_t kLengthAt = 56; // the last eight bytes of the last block are the length (3.2)
     constexpr unsigned char kPadding[kBlockSize] = {0x80};
-    const std::array<std::uint32_t, 2> bits = count;
+    const std::array<std::uint32_t, 2> bits = count; // of the message alone: Update counts the padding too
     const std::size_t held = bits[0] / 8 % kBlockSize;
     Update(kPadding, held < kLengthAt ? kLengthAt - held : kBlockSize + kLengthAt - held);
     Update(bits.data(), sizeof bits);

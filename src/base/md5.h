@@ -18,9 +18,9 @@ public:
 
     void Initialise();
     void Update(const void *input, std::size_t length);
-    Digest Final(); // the context is zeros afterwards: initialise it before it is used again
+    Digest Final(); // erases the object's state: call Initialise before using it again
 
-    // The compression of one 64-byte block, at any address, into the four state words.
+    // Mixes one block of 64 bytes, at any address, into the four words of the state (RFC 1321, 3.4).
     static void MD5Transform(std::uint32_t *state, const unsigned char *block);
 
 private:
@@ -31,6 +31,6 @@ private:
 
 std::string DigestText(const KMD5::Digest &digest); // 32 lower-case hexadecimal digits
 
-// Digest of a file's content; nothing when it cannot be opened (logged) or when `stopped`, asked now and
-// then, says so. Reads the whole file on the calling thread.
+// The digest of a file's content; nothing if the file cannot be opened (logged) or if `stopped`, which is
+// called for each KiB, returns true. Reads the whole file on the calling thread.
 std::optional<KMD5::Digest> DigestOfFile(const std::string &path, const std::function<bool()> &stopped);

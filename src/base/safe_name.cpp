@@ -12,7 +12,7 @@ bool IsControl(char character)
     return byte < 0x20 || byte == 0x7f;
 }
 
-// True when one of the parts between the separators is `part`.
+// Whether one of the parts between the separators is `part`.
 bool HasPart(std::string_view name, std::string_view separators, std::string_view part)
 {
     for (;;) {
@@ -29,6 +29,7 @@ bool HasPart(std::string_view name, std::string_view separators, std::string_vie
 
 bool IsSafeName(std::string_view name)
 {
+    // An empty part: the name is empty, begins or ends with a slash, or has two in a row.
     return !HasPart(name, "/", "") && !HasPart(name, "/\\", "..") &&
            std::none_of(name.begin(), name.end(), IsControl);
 }

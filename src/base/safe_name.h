@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: MIT
-// src/base/safe_name.h: the one place that decides whether a name that came over the network may be used. Any
-// thread.
+// src/base/safe_name.h: decides, for the whole daemon, whether a name from the network may be used as the
+// name of a file. Any thread.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-// True when `name`, put behind a folder and a slash, stays inside that folder: it is relative, no component
-// is empty or "..", no byte is a control character. Bytes above 127 are taken as they are. A backslash counts
-// as a separator as well, since some of our file commands cut there.
+// True if `name`, appended to a folder and a slash, stays inside that folder: it is relative, no component is
+// empty or "..", no byte is a control character. Bytes above 127 are allowed. For ".." a backslash counts as
+// a separator too, since some commands of the protocols split names there.
 bool IsSafeName(std::string_view name);
 
-// What a log line says about a name that was refused.
+// For the log line about a name that was refused.
 constexpr char kUnsafeNameText[] =
     "name not allowed (relative, no \"..\", no empty part, no control characters)";
 
-// The name as a log line may show it: control characters as question marks.
+// The name with question marks in place of control characters, which would forge lines of the log.
 std::string PrintableName(std::string_view name);

@@ -11,7 +11,7 @@
 namespace
 {
 
-constexpr long kLongestTrace = 1048576; // bytes
+constexpr long kMaxTrace = 1048576; // bytes
 constexpr std::chrono::seconds kReopenPause{1};
 
 speed_t SpeedOf(int baud)
@@ -34,6 +34,7 @@ speed_t SpeedOf(int baud)
     }
 }
 
+// The size bits are clear, which means 5 data bits.
 void SetDataBits(termios *settings, int dataBits)
 {
     if (dataBits == 7)
@@ -56,7 +57,7 @@ void SetParity(termios *settings, char parity)
         settings->c_cflag |= PARENB | PARODD;
         settings->c_iflag |= INPCK;
         break;
-    case 'S':
+    case 'S': // space parity: treated as none with one stop bit
     case 's':
         settings->c_cflag &= ~static_cast<tcflag_t>(PARENB | CSTOPB);
         break;
@@ -67,7 +68,7 @@ void SetParity(termios *settings, char parity)
     }
 }
 
-// The parity 'S' clears CSTOPB too, but what stands here comes after it.
+// Called after SetParity, so that the number of stop bits overrides what parity 'S' has done.
 void SetStopBits(termios *settings, int stopBits)
 {
     if (stopBits == 2)
@@ -89,7 +90,7 @@ bool KSerial::Open(const char *path)
     if (path == nullptr)
         return false;
     name = path;
-    fd = open(path, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    fd = open(path, O_RDWR | O_NOCTTY | O_CLOEXEC); // O_NOCTTY: a hang-up must not signal the daemon
     lost_ = false;
     return fd >= 0;
 }
@@ -104,7 +105,7 @@ termios KSerial::LineSettings(termios settings, int baud, int dataBits, char par
     SetDataBits(&settings, dataBits);
     SetParity(&settings, parity);
     SetStopBits(&settings, stopBits);
-    settings.c_cc[VTIME] = 0;
+    settings.c_cc[VTIME] = 0; // a read waits for at least one byte, without a limit
     settings.c_cc[VMIN] = 1;
     return settings;
 }
@@ -136,6 +137,7 @@ int KSerial::Write(char *buf, int len)
         return -1;
     Trace(buf, len);
     const auto count = static_cast<int>(write(fd, buf, static_cast<std::size_t>(len)));
+    // The driver has removed the device: this descriptor will never work again.
     if (count == -1 && (errno == EIO || errno == ENXIO)) {
         const int error = errno;
         Close();
@@ -152,13 +154,13 @@ bool KSerial::Reopen()
     if (!lost_ || now - lastTry_ < kReopenPause)
         return false;
     lastTry_ = now;
-    const std::string path = name;
+    const std::string path = name; // a copy: Open assigns to name
     const bool open = Open(path.c_str()) &&
                       (!configured_ ||
                        SetCommConfig(config_.baud, config_.dataBits, config_.parity, config_.stopBits) == 0);
     if (open)
         return true;
-    Close();
+    Close(); // clears lost_
     lost_ = true;
     return false;
 }
@@ -181,7 +183,7 @@ void KSerial::Trace(const char *buf, int len)
         std::fprintf(trace, "%2x ", static_cast<std::uint8_t>(buf[index]));
     std::fputc('\n', trace);
     std::fflush(trace);
-    if (std::ftell(trace) > kLongestTrace && ftruncate(fileno(trace), 0) == 0)
+    if (std::ftell(trace) > kMaxTrace && ftruncate(fileno(trace), 0) == 0)
         std::rewind(trace);
 }
 

@@ -23,7 +23,7 @@ namespace
 constexpr char kUnit[] = "src/shell.cpp";
 constexpr char kShell[] = "/bin/sh";
 
-// Attributes and file actions of one child, released with the object.
+// The attributes and file actions with which a child starts; owns them.
 class SpawnSetup
 {
 public:
@@ -49,6 +49,7 @@ public:
 
     void SetStandardOutput(int fd) { posix_spawn_file_actions_adddup2(&actions_, fd, STDOUT_FILENO); }
 
+    // A group of its own can be killed with all processes that the command starts.
     void SetOwnGroup()
     {
         posix_spawnattr_setpgroup(&attributes_, 0);
@@ -66,7 +67,7 @@ public:
         const int error = posix_spawn(&child, kShell, &actions_, &attributes_, arguments, environ);
         if (error == 0)
             return child;
-        errno = error;
+        errno = error; // posix_spawn returns it instead of setting it
         DiagErrno(kUnit, "RunShell", __LINE__, "can't start a shell for \"%s\": ", command.c_str());
         return std::nullopt;
     }
@@ -86,11 +87,11 @@ int WaitFor(pid_t child)
     return status;
 }
 
-// True when the file behind the name, a program or the script that stands in for one, names a shell that will
-// do.
+// Whether the file contains the name of a suitable shell. It is the shell itself or a script in its place
+// that runs one.
 bool IsWantedShell(const std::string &path)
 {
-    constexpr std::size_t kLongestMark = 8;
+    constexpr std::size_t kMaxMark = 8;
     const FilePointer file = OpenFile(path, "rb");
     if (!file)
         return false;
@@ -102,7 +103,8 @@ bool IsWantedShell(const std::string &path)
             if (window.find(mark) != std::string::npos)
                 return true;
         }
-        window.erase(0, window.size() - std::min(window.size(), kLongestMark));
+        // The end stays: a mark may begin in one block and end in the next.
+        window.erase(0, window.size() - std::min(window.size(), kMaxMark));
     }
     return false;
 }
@@ -134,7 +136,8 @@ int ShellGroup::Run(const std::string &command)
             return -1;
         group_ = *child;
     }
-    // Until the child is reaped its number cannot become another process's: End may use it so long.
+    // WNOWAIT leaves the ended child unreaped, so that no other process can get its number while End may
+    // still use it.
     siginfo_t ended;
     while (waitid(P_PID, static_cast<id_t>(*child), &ended, WEXITED | WNOWAIT) == -1 && errno == EINTR) {
     }
@@ -181,7 +184,7 @@ std::string ReadShell(const std::string &command, std::size_t limit)
     SpawnSetup setup;
     setup.SetStandardOutput(writing.Get());
     const std::optional<pid_t> child = setup.Start(command);
-    writing.Reset();
+    writing.Reset(); // the child has its own; the read below ends only when no other is left
     if (!child)
         return {};
     std::string output;
@@ -192,6 +195,7 @@ std::string ReadShell(const std::string &command, std::size_t limit)
             continue;
         if (count <= 0)
             break;
+        // Read to the end also beyond the limit: a full pipe would stop the command.
         output.append(block, std::min(static_cast<std::size_t>(count), limit - output.size()));
     }
     WaitFor(*child);
@@ -205,7 +209,7 @@ std::string ShellName(const std::string &name)
     std::string quoted = "'";
     for (const char character : name) {
         if (character == '\'')
-            quoted += "'\\''";
+            quoted += "'\\''"; // ends the quotes, adds one as plain text, opens them again
         else
             quoted += character;
     }
@@ -218,8 +222,9 @@ void ExecShell(const std::string &command)
     struct sigaction standard = {};
     standard.sa_handler = SIG_DFL;
     sigset_t none;
-    sigset_t mask;
+    sigset_t mask; // as it was
     sigemptyset(&none);
+    // exec keeps the mask, and the signals that are ignored: both would be passed on to the command.
     for (int number = 1; number < NSIG; ++number)
         sigaction(number, &standard, &before[number]);
     pthread_sigmask(SIG_SETMASK, &none, &mask);

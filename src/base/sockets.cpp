@@ -10,13 +10,18 @@
 #include <cerrno>
 #include <chrono>
 
+namespace
+{
+
+constexpr std::chrono::seconds kSendLimit{2};
+
+} // namespace
+
 bool SetNonBlocking(int fd)
 {
     const int flags = fcntl(fd, F_GETFL);
     return flags != -1 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
 }
-
-static constexpr std::chrono::seconds kSendLimit{2};
 
 void SetSessionSendLimit(int fd)
 {
@@ -26,10 +31,11 @@ void SetSessionSendLimit(int fd)
 
 long SendBytes(int fd, wire::Bytes bytes)
 {
-    constexpr std::chrono::milliseconds kSlack{100}; // the kernel's limit may end a little early
+    // A send that ran into the kernel's limit must not start again because that ended a little early.
+    constexpr std::chrono::milliseconds kSlack{100};
     const auto end = std::chrono::steady_clock::now() + kSendLimit - kSlack;
     std::size_t taken = 0;
-    do { // a send that a signal ends gives the bytes so far, or EINTR when there are none
+    do { // a signal ends a send early, with the bytes sent so far or, without any, with EINTR
         const ssize_t sent = send(fd, bytes.data() + taken, bytes.size() - taken, MSG_NOSIGNAL);
         if (sent == -1 && errno != EINTR)
             return taken == 0 ? -1 : static_cast<long>(taken);

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
-// src/base/threads.h: threads of the daemon never run a signal handler.
+// src/base/threads.h: starts threads that run no signal handler.
 #pragma once
 
 #include <pthread.h>
 
 #include <csignal>
 
-// Blocks every signal in the calling thread for as long as it lives. A thread started meanwhile inherits the
-// mask, so that signals go to the main thread alone. Put one around each thread start.
+// Blocks every signal in the calling thread while the object exists. A thread that is started meanwhile
+// inherits the mask, so that only the main thread gets signals. Every start of a thread is inside the scope
+// of one.
 class SignalsBlocked
 {
 public:
