@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// src/upload/session_owner.h: whoever owns an upload service and wants to hear of its end.
+// src/upload/session_owner.h: the owner of an upload service, if there is one.
 #pragma once
 
 #include <QObject>
@@ -12,5 +12,5 @@ public:
     using QObject::QObject;
 
 public Q_SLOTS:
-    virtual void Destroyes(void *p, int t) = 0;
+    virtual void Destroyes(void *p, int t) = 0; // connected to KWorkThread::Destroyes, which nothing emits
 };

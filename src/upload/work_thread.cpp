@@ -28,16 +28,18 @@ namespace
 {
 
 constexpr char kUnit[] = "src/work_thread.cpp";
+// The log lines of these numbers have no text: the number alone distinguishes them.
 constexpr int kLogInLine = 2276;
 constexpr int kProgramMessageLine = 2333;
 constexpr int kLogOutLine = 2340;
 constexpr int kEndMessageLine = 2364;
 
 constexpr mode_t kFolderMode = 0700;
-// The kernel is told to write in steps of this size, so that the sync at the end has little left to do.
+// The kernel starts to write to the disk after each of these steps, so that little is left for the sync at
+// the end, during which the client waits.
 constexpr std::size_t kWriteBackStep = 4U << 20U;
 
-// The zero-terminated text at `offset`, cut at `limit` bytes and at the end of the packet.
+// The zero-terminated text at `offset`, at most `limit` bytes and at most to the end of the packet.
 std::string TextAt(wire::Bytes bytes, std::size_t offset, std::size_t limit)
 {
     if (offset >= bytes.size())
@@ -60,7 +62,7 @@ void MakeInternalFolders()
     mkdir(paths::kInternalProgram, kFolderMode);
 }
 
-// A datagram socket of kernel events, group 1, under this process' id.
+// A datagram socket for the kernel events of group 1, bound to this process's id; -1 failed (stderr).
 int OpenKernelEvents(int protocol, int receiveBuffer)
 {
     ledboard::UniqueFd events(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, protocol));
@@ -81,7 +83,7 @@ int OpenKernelEvents(int protocol, int receiveBuffer)
     return events.Release();
 }
 
-// What is missing at the packet's end reads as zeros.
+// The record at the start of the packet. Fields that are missing at its end are read as zeros.
 template <wire::Record T> T ReadPadded(const KDataPacket &packet)
 {
     T record{};
@@ -117,7 +119,8 @@ int KWorkThread::LogIn()
     Diag(kUnit, __func__, kLogInLine, "%s", "");
     RunShell(std::string("rm ") + paths::kBootScreen);
     complete = 0;
-    if (sessions_++ == 0) { // what is gone stays gone for the sessions that lost it
+    // Sessions that are still logged in must go on to see that their transfer has failed.
+    if (sessions_++ == 0) {
         begun_ = false;
         spoiled_ = false;
     }
@@ -138,8 +141,8 @@ int KWorkThread::LogOut()
     scratch.reset();
     --sessions_;
     if (complete == 0) {
-        // A file that is still open would keep its room on the disk. If it belongs to a second session, that
-        // session must not believe that it can still succeed.
+        // A removed file that is still open would keep its space on the disk. If it belongs to a second
+        // session, that session must not report success.
         file.Close();
         spoiled_ = true;
         const std::string command = std::string("rm -r ") + ProgramFolder() + "/*";
@@ -171,6 +174,7 @@ int KWorkThread::DisposePacket(char *packet, int)
 {
     if (packet == nullptr)
         return -1;
+    // Nobody says how many bytes are there: the packet's own length has to be believed.
     const auto header =
         wire::Read<wire::KProtocolHeader>(wire::BytesAt(packet, sizeof(wire::KProtocolHeader)));
     const std::size_t size = std::max<std::size_t>(header->ph_length, sizeof *header);
@@ -192,13 +196,14 @@ int KWorkThread::Route(const KDataPacket &packet)
 
 int KWorkThread::DisposeData(const KDataPacket *packet)
 {
-    // QUIRK data-dropped-when-busy: a packet that finds the file in use by another thread is thrown away and
-    // called good; a reader would expect it to wait.
-    if (!fileMutex.tryLock())
+    // QUIRK data-dropped-when-busy: a packet that finds the file in use by another thread is dropped and
+    // counts as stored; a reader would expect it to wait.
+    const std::unique_lock lock(fileMutex, std::try_to_lock);
+    if (!lock)
         return 0;
-    const int written = WriteData(*packet);
-    fileMutex.unlock();
-    // A disk that is gone is also why a write to it failed.
+    const int written = WriteData(*packet, lock);
+    // Asked after every write: a disk that was pulled out is why one failed, and one that succeeded may have
+    // gone into memory only.
     if (uDiskMode != 0 && g_serverStatus.uDiskConnectFlag == 0) {
         std::printf("u disk remove .\n\n\n");
         return -1;
@@ -206,8 +211,7 @@ int KWorkThread::DisposeData(const KDataPacket *packet)
     return written;
 }
 
-// Under fileMutex. Bytes written, -1 malformed or not stored.
-int KWorkThread::WriteData(const KDataPacket &packet)
+int KWorkThread::WriteData(const KDataPacket &packet, const std::unique_lock<QMutex> &)
 {
     constexpr std::size_t kUnread = sizeof(wire::UploadDataHead) - sizeof(wire::KProtocolHeader);
     const int count = packet.ph_head.ph_length - static_cast<int>(sizeof(wire::UploadDataHead));
@@ -315,6 +319,7 @@ int KWorkThread::AskTransComplete()
     result = 1;
     complete = 1;
     RunShell("sync");
+    // The client relies on the result 1: the program is stored.
     if (!IsStored()) {
         Diag(kUnit, __func__, __LINE__, "the program is not on disk.");
         result = 0;
@@ -323,8 +328,8 @@ int KWorkThread::AskTransComplete()
     return 1;
 }
 
-// "sync" reports nothing: what went wrong in this transfer is remembered, and the file system is asked for
-// what it could not write behind our back.
+// "sync" does not report failures. Those of this transfer are in spoiled_; syncfs reports data that the
+// kernel took but could not write later.
 bool KWorkThread::IsStored() const
 {
     const ledboard::UniqueFd folder(open(ProgramFolder(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -359,7 +364,7 @@ const char *KWorkThread::ProgramFolder() const
 
 int KWorkThread::BeginNamedFile(const KDataPacket &packet)
 {
-    if (EndFile() == -1) // one that was not ended, which may not be stored
+    if (EndFile() == -1) // a file that the client has not ended: it counts as ended here
         return -1;
     const std::string name = TextAt(packet.data, 1, wire::kUploadNameLimit);
     if (uDiskMode != 0)
@@ -381,17 +386,17 @@ int KWorkThread::BeginNamedFile(const KDataPacket &packet)
 int KWorkThread::FileBegin()
 {
     std::string folder = destination;
-    // QUIRK backslash-folder: a backslash ends the folder as well, so that "a\b" makes a folder "a" beside
+    // QUIRK backslash-folder: a backslash ends the folder as well, so that "a\b" makes a folder "a" next to
     // the file "a\b"; only the slash would be expected to count.
     folder.resize(std::min(folder.find_last_of("/\\"), folder.size()));
     MakeFolders(folder);
     sinceWriteBack_ = 0;
     if (file.Open(destination, "wb") == 1) {
         begun_ = true;
-        file.SetBufferSize(_IONBF, 0);
+        file.SetBufferSize(_IONBF, 0); // each packet is one write, so that its failure is that packet's
         return 1;
     }
-    const int error = errno;
+    const int error = errno; // the caller logs it too
     std::fprintf(stderr, "%s: %s, errno: %d.\n", destination, std::strerror(error), error);
     errno = error;
     return 0;
@@ -410,6 +415,7 @@ int KWorkThread::EndFile()
 
 int KWorkThread::AnswerVideoList(const KDataPacket &packet)
 {
+    // The list ends where the header says, or with the bytes that are there.
     const int length = packet.ph_head.ph_length - static_cast<int>(sizeof(wire::UploadCommandHead));
     const int held = static_cast<int>(packet.data.size()) - 1;
     CheckVideoRepeat(reinterpret_cast<const char *>(packet.data.data()) + 1, std::min(length, held));

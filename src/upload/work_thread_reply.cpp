@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Replies of the upload service.
+// The replies of the upload service.
 #include "base/diag.h"
 #include "base/sockets.h"
 #include "upload/work_thread.h"
@@ -14,8 +14,8 @@ namespace
 constexpr char kUnit[] = "src/work_thread.cpp";
 constexpr int kNoReplyLine = 576;
 constexpr int kShortReplyLine = 583;
-constexpr unsigned char kFirstCode = 1;
-constexpr unsigned char kLastCode = 27;
+constexpr unsigned char kMinCode = 1;
+constexpr unsigned char kMaxCode = 27;
 
 wire::UploadCommandHead HeadOf(unsigned char code, std::size_t length)
 {
@@ -32,7 +32,7 @@ wire::UploadCommandHead HeadOf(unsigned char code, std::size_t length)
 
 char *KWorkThread::IsPacket(char *packet, unsigned char code)
 {
-    if (packet == nullptr || code < kFirstCode || code > kLastCode)
+    if (packet == nullptr || code < kMinCode || code > kMaxCode)
         return nullptr;
     const auto header =
         wire::Read<wire::KProtocolHeader>(wire::BytesAt(packet, sizeof(wire::KProtocolHeader)));
@@ -56,7 +56,7 @@ char *KWorkThread::GetPacket(char *buffer, unsigned char code)
         PutVideoList(&writer);
         break;
     default:
-        // QUIRK reply-27-without-code: the reply to an unknown code ends behind the header; its code byte
+        // QUIRK reply-27-without-code: the reply to an unknown code ends after the header; its code byte
         // would be expected to follow.
         writer.Put(HeadOf(code, sizeof(wire::KProtocolHeader)).header);
         return buffer;
@@ -76,7 +76,7 @@ wire::UploadRetransReply KWorkThread::RetransReply() const
 
 void KWorkThread::PutVideoList(wire::Writer *writer)
 {
-    if (!scratch) // a second session has logged out meanwhile
+    if (!scratch) // another session has logged out and released it
         scratch = std::make_unique<char[]>(wire::kSessionBufferSize);
     std::memset(scratch.get(), 0, wire::kSessionBufferSize);
     wire::Writer list(std::as_writable_bytes(std::span(scratch.get(), wire::kSessionBufferSize)));
@@ -109,6 +109,6 @@ int KWorkThread::Reply(unsigned char code)
 
 int KWorkThread::TcpSend(char *buffer, int length)
 {
-    errno = EAGAIN; // what a short count means
+    errno = EAGAIN; // for the log: a short count, which sets no errno, means that the time limit was reached
     return static_cast<int>(SendBytes(socket, wire::BytesAt(buffer, static_cast<std::size_t>(length))));
 }

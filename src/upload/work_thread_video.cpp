@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The video check of the upload service: which videos the board holds already, and which it no longer needs.
+// The video check of the upload service: which videos the board already has, and which it no longer needs.
 #include "base/diag.h"
 #include "base/shell.h"
 #include "upload/work_thread.h"
@@ -34,12 +34,13 @@ QString NameOf(const char *bytes)
 bool IsFolderByBareName(const char *name)
 {
     // QUIRK bare-name-stat: the entry is looked up in the working directory, not in its own folder, so that a
-    // folder is only known as one when that holds one of the same name; the full path would be expected.
+    // folder is recognised only if the working directory has one of the same name; the full path would be
+    // expected.
     struct stat status = {};
     return stat(name, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// Removes a file, or else whatever has that path by the shell.
+// Removes a file, or a folder with all that it holds. A file does not need a shell.
 void RemoveEntry(const std::string &path)
 {
     if (unlink(path.c_str()) == 0)
@@ -58,7 +59,7 @@ void KWorkThread::CheckVideoRepeatStart()
         return;
     videos.clear();
     kept.clear();
-    std::vector<std::string> unwanted;
+    std::vector<std::string> unwanted; // removed later: the folder must not change while it is read
     while (const dirent *const entry = readdir(entries.get())) {
         const char *const name = entry->d_name;
         if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0)
@@ -86,7 +87,7 @@ void KWorkThread::CheckVideoRepeat(const char *payload, int length)
         if (!videos.contains(name))
             continue;
         names.append(name);
-        if (!kept.contains(name)) // once is enough, however often a client asks
+        if (!kept.contains(name)) // a client that repeats its lists must not make this one grow
             kept.append(name);
         Diag(kUnit, __func__, kVideoKeptLine, "%s", asked.c_str());
     }
