@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The firmware service's own listener. Start-up does not start it.
+// The firmware service's own listener, which start-up does not start.
 #include "base/diag.h"
 #include "base/threads.h"
 #include "common/unique_fd.h"
@@ -18,13 +18,13 @@
 namespace
 {
 
-constexpr int kListenerBufferSize = 1124; // the longest packet that the listener takes
+constexpr int kListenerBufferSize = 1124; // the longest packet that the listener accepts
 constexpr unsigned kPauseAfterError = 1;  // seconds
 
 bool SetListenerOptions(int fd)
 {
     const int on = 1;
-    const linger atOnce{.l_onoff = 1, .l_linger = 0};
+    const linger atOnce{.l_onoff = 1, .l_linger = 0}; // close resets the connection and frees the port
     if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
         setsockopt(fd, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce) == 0)
         return true;
@@ -49,7 +49,7 @@ bool BindAndListen(int fd, int address, int port)
     return true;
 }
 
-// Length of the packet that starts at `held`, 0 when the prefix is not complete, -1 when it is none.
+// The length of the packet that begins with `held`, 0 if its length has not come yet, -1 if it is invalid.
 int AnnouncedLength(wire::Bytes held)
 {
     const auto magic = wire::Read<wire::U32>(held);
@@ -113,7 +113,7 @@ void KVersionThread::AcceptLoop()
         const int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         const int error = errno;
         if (client == -1 && error == EINVAL) {
-            close(listener); // shut down: replaced by another one, or an upgrade has begun
+            close(listener); // it was shut down: another one replaces it, or an upgrade has begun
             if (listener == listenSocket)
                 return;
             continue;
@@ -123,7 +123,7 @@ void KVersionThread::AcceptLoop()
             continue;
         }
         std::printf("version thread accept one client.\n");
-        close(listener);
+        close(listener); // no second client while this one is served; Init opens it again
         listenSocket = -1;
         WorkThread(client);
         std::printf("one version thread exit.\n");
@@ -161,7 +161,7 @@ int KVersionThread::Read(char *packet, int size) const
     std::size_t held = 0;
     for (;;) {
         const int length = AnnouncedLength(wire::BytesAt(packet, held));
-        // QUIRK listener-one-packet: bytes behind the announced length end the connection; they would be
+        // QUIRK listener-one-packet: bytes after the announced length end the connection; they would be
         // expected to start the next packet.
         if (length == -1 || length > size || (length > 0 && held > static_cast<std::size_t>(length)))
             return -1;

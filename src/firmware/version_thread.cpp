@@ -41,26 +41,26 @@ std::string InstallScript()
 wire::VersionReply MakeVersionReply(std::uint32_t state)
 {
     const wire::DeviceRecord record = g_device.Copy();
-    // QUIRK reply-code-0: the replies to the version, file and state commands all carry code 0 and only that
-    // to the completion carries its own; each would be expected to carry its command's.
+    // QUIRK reply-code-0: the replies to the version, file and state commands have code 0, and only the reply
+    // to the completion has its own; each would be expected to have its command's.
     return {.header = {}, .code = 0, .state = state, .plexa = record.plexa, .fpga = record.fpga};
 }
 
-// Unpacks the archive. False when there is nothing to run afterwards.
+// Unpacks the archive. False if that failed or the install script is missing.
 bool Unpack()
 {
     RunShell("mkdir " + UnpackFolder());
     const int status =
         RunShell("tar -zxvf " + ArchivePath() + " -C " + UnpackFolder() + " 1>&/dev/null 2>&1");
-    // QUIRK cd-nowhere: a shell of its own changes its folder and ends; the install script would be expected
-    // to start in the unpack folder, but it starts where the daemon is.
+    // QUIRK cd-nowhere: a separate shell changes its folder and ends, so that the install script starts where
+    // the daemon is; it would be expected to start in the unpack folder.
     RunShell("cd " + UnpackFolder());
     RunShell("chmod u+x " + InstallScript());
     struct stat script = {};
     return status == 0 && stat(InstallScript().c_str(), &script) == 0 && S_ISREG(script.st_mode);
 }
 
-// Leaves word for the next state query that the install failed.
+// Has the next state query report that the upgrade failed, also after a restart.
 void WriteFailedState()
 {
     RunShell(std::string("mkdir -p ") + paths::kInfo);
@@ -193,7 +193,7 @@ int KVersionThread::AnswerFile(wire::Bytes packet)
         std::fprintf(stderr, "open new_version.gz file fail. errno: %d.\n", errno);
         return 0;
     }
-    std::setvbuf(file.get(), nullptr, _IONBF, 0); // a full disk is an error of the packet that meets it
+    std::setvbuf(file.get(), nullptr, _IONBF, 0); // so that a full disk fails the packet that finds it full
     wire::FirmwareFileReply reply{};
     if (SeekArchive()) {
         reply.opened = wire::kArchiveOpened;
@@ -202,18 +202,18 @@ int KVersionThread::AnswerFile(wire::Bytes packet)
     return SendReply(reply);
 }
 
-// True when the resume offset can be reached; the archive is closed when it cannot.
+// False, with the archive closed, if a seek to the resume offset fails.
 bool KVersionThread::SeekArchive()
 {
     if (std::fseek(file.get(), resumeOffset, SEEK_SET) != 0) {
-        // QUIRK not-the-size: the line gives the reply's second result, which is still 0, for the file size;
+        // QUIRK not-the-size: the line shows the reply's second result, which is still 0, as the file size;
         // the size that the client announced would be expected.
         std::printf("fseek new_version.gz fail, filesize: %d. errno: %d\n", 0, errno);
         file.reset();
         return false;
     }
-    // QUIRK resume-from-0: the offset only decides whether the seek succeeds, the archive is always written
-    // from its start; writing would be expected to go on at the offset.
+    // QUIRK resume-from-0: the offset only decides whether the seek succeeds, and the archive is always
+    // written from its start; writing would be expected to continue at the offset.
     std::rewind(file.get());
     return true;
 }
@@ -233,8 +233,8 @@ int KVersionThread::AnswerComplete(wire::Bytes packet)
     }
     file.reset();
     std::printf("%d\n", 328);
-    // QUIRK complete-unconditional: the reply says 1 before anything is unpacked and without an archive too;
-    // an answer that depends on the archive would be expected. The state command tells the outcome.
+    // QUIRK complete-unconditional: the reply is 1 before anything is unpacked, even without an archive; an
+    // answer that depends on the archive would be expected. The state command reports the outcome.
     if (SendComplete() == 0) {
         std::printf("%d\n", 331);
         return 0;
@@ -242,7 +242,7 @@ int KVersionThread::AnswerComplete(wire::Bytes packet)
     return Install();
 }
 
-// Does not come back when the install script runs.
+// Returns only if the install script does not run.
 int KVersionThread::Install()
 {
     if (listenSocket >= 0)
