@@ -29,6 +29,7 @@ constexpr std::uint32_t kUsbMounted = 1;
 
 PlayerRequests *s_requests = nullptr;
 
+// The player mounts and unmounts the disk, so it is the first to know.
 void UpdateUSBState(std::uint32_t state)
 {
     if (state == kUsbMounted) {
@@ -164,6 +165,7 @@ int DisposePlexaMessage(SocketSession *session)
 
 void Reboot()
 {
+    // Only a boot partition that can be written has something to write out.
     FilePointer settings = OpenFile(paths::kBootSetting, "r+b");
     if (settings) {
         settings.reset();

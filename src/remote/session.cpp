@@ -33,10 +33,7 @@ bool IsLarge(const std::string &path)
 
 void NotifyPlayer(const char *function, const char *codeName, wire::PlayerCode code)
 {
-    const wire::PlayerMessage message{.length = sizeof message,
-                                      .kind = wire::kPlayerKind,
-                                      .code = static_cast<std::uint32_t>(code)};
-    SendMessageToPlexa(&message, sizeof message);
+    SendCodeToPlexa(code);
     Diag(kUnit, function, __LINE__, "send message to plexa, %s: %d", codeName, static_cast<int>(code));
 }
 
