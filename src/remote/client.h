@@ -51,6 +51,8 @@ private:
     RemoteConnection connection_;
     RemoteSession session_;
     std::array<char, wire::kRemoteBufferSize> buffer_;
+
+    // Given names.
     wire::RemoteDeviceParam s_device_param{}; // as it was last sent
     int Heartbeat_counts = 0;                 // calls since the last heartbeat
 };

@@ -65,7 +65,7 @@ private:
 
     DeviceContext *record_;
 
-    mutable std::mutex s_fd_mutex;
+    mutable std::mutex s_fd_mutex;    // a given name, as every member of this room that begins with s_
     std::condition_variable changed_; // one of the following has changed
     unsigned newest_ = 0;             // number of the thread that may log in
     int threads_ = 0;                 // that have not ended

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+// The names that begin with s_ are given.
 struct ProgramList {
     std::vector<std::string> s_programFileList; // by file type, the last type first
     std::vector<std::string> s_videoFileList;   // those of them that are videos

@@ -37,6 +37,7 @@ public:
 
 private:
     DeviceContext *record_;
+    // The names that begin with s_ are given, here and in TableReader.
     FilePointer s_bakFile;     // the table
     std::string s_bakFilename; // its path
 };
