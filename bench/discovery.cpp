@@ -4,6 +4,7 @@
 // when a limit is missed.
 #include "bench_report.h"
 #include "board/virtual_board.h"
+#include "common/unique_fd.h"
 #include "machine/pc_side.h"
 #include "records/discovery_records.h"
 
@@ -23,7 +24,7 @@ namespace
 {
 
 using Clock = std::chrono::steady_clock;
-using board::Descriptor;
+using ledboard::UniqueFd;
 
 constexpr std::uint16_t kBroadcastEcho = 7001;
 constexpr std::uint16_t kSenderEcho = 7002;
@@ -63,7 +64,7 @@ constexpr std::chrono::milliseconds kRunTime{1000};
 
 pid_t StartEcho(const board::VirtualBoard &board, std::uint16_t port, bool broadcast)
 {
-    const Descriptor fd(board.SocketInBoard(AF_INET, SOCK_DGRAM));
+    const UniqueFd fd(board.SocketInBoard(AF_INET, SOCK_DGRAM));
     const int on = 1;
     setsockopt(fd.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
     const sockaddr_in any = bench::At("0.0.0.0", port);
@@ -122,7 +123,7 @@ private:
         return recv(fd_.Get(), buffer.data(), buffer.size(), MSG_DONTWAIT) == sizeof(wire::SearchReply);
     }
 
-    Descriptor fd_;
+    UniqueFd fd_;
     sockaddr_in to_;
 };
 

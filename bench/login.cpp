@@ -3,6 +3,7 @@
 // and answers. Status 1 when the limit is missed.
 #include "bench_report.h"
 #include "board/virtual_board.h"
+#include "common/unique_fd.h"
 #include "machine/pc_side.h"
 #include "records/session_records.h"
 
@@ -21,7 +22,7 @@ namespace
 {
 
 using Clock = std::chrono::steady_clock;
-using board::Descriptor;
+using ledboard::UniqueFd;
 
 constexpr std::uint16_t kBarePort = 7003;
 constexpr std::chrono::milliseconds kRunTime{1000};
@@ -43,7 +44,7 @@ constexpr std::chrono::milliseconds kRunTime{1000};
 
 pid_t StartBare(const board::VirtualBoard &board)
 {
-    const Descriptor fd(board.SocketInBoard(AF_INET, SOCK_STREAM));
+    const UniqueFd fd(board.SocketInBoard(AF_INET, SOCK_STREAM));
     const sockaddr_in any = bench::At("0.0.0.0", kBarePort);
     if (bind(fd.Get(), reinterpret_cast<const sockaddr *>(&any), sizeof any) == -1 ||
         listen(fd.Get(), 1) == -1)
@@ -57,7 +58,7 @@ pid_t StartBare(const board::VirtualBoard &board)
 // Logs in as one that no service hears of, and ends with a reset, so that no port is kept waiting.
 bool LogInOnce(const sockaddr_in &to)
 {
-    const Descriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const linger reset{.l_onoff = 1, .l_linger = 0};
     const int on = 1;
     setsockopt(fd.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);

@@ -5,6 +5,7 @@
 // failed.
 #include "bench_report.h"
 #include "board/virtual_board.h"
+#include "common/unique_fd.h"
 #include "machine/pc_side.h"
 #include "records/remote_crc.h"
 #include "records/remote_records.h"
@@ -29,7 +30,7 @@ namespace
 {
 
 using Clock = std::chrono::steady_clock;
-using board::Descriptor;
+using ledboard::UniqueFd;
 namespace fs = std::filesystem;
 
 constexpr char kControl[] = "/run/bench-server.sock";
@@ -195,7 +196,7 @@ private:
         }
     }
 
-    Descriptor fd_;
+    UniqueFd fd_;
     char id_[wire::kDeviceIdSize] = {};
     std::string held_;
     std::uint32_t crc_ = 0;

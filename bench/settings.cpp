@@ -5,6 +5,7 @@
 #include "base/paths.h"
 #include "bench_report.h"
 #include "board/virtual_board.h"
+#include "common/unique_fd.h"
 #include "machine/pc_side.h"
 #include "records/fpga_frame.h"
 #include "records/setting_records.h"
@@ -27,7 +28,7 @@ namespace
 {
 
 using Clock = std::chrono::steady_clock;
-using board::Descriptor;
+using ledboard::UniqueFd;
 
 constexpr std::uint16_t kRecords = 256;
 constexpr std::size_t kFrames = kRecords + 3; // opened, begun, ended
@@ -91,9 +92,9 @@ std::string Command(wire::SettingCode code)
     return Packet(wire::kPacketCommand, payload);
 }
 
-Descriptor Connect(const board::VirtualBoard &board)
+UniqueFd Connect(const board::VirtualBoard &board)
 {
-    Descriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(wire::kSettingPort);
@@ -219,10 +220,10 @@ int main(int count, char **arguments)
     options.prefix = {"busybox", "sh", "-c", "exec \"$0\" >/tmp/ledboardd.log 2>&1"};
     board::VirtualBoard board(options);
     board.Boot();
-    const Descriptor line(open((board.RootFolder() + "/dev/ttyO0").c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC));
+    const UniqueFd line(open((board.RootFolder() + "/dev/ttyO0").c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC));
     if (line.Get() < 0)
         throw std::runtime_error("there is no serial line");
-    const Descriptor client = Connect(board);
+    const UniqueFd client = Connect(board);
     const std::string frames = Frames();
     bench::Settle(board.DaemonPid(), true);
 

@@ -3,6 +3,7 @@
 // with a bare loop of recv and write, and what it costs. Status 1 when a limit is missed.
 #include "bench_report.h"
 #include "board/virtual_board.h"
+#include "common/unique_fd.h"
 #include "machine/pc_side.h"
 #include "records/upload_records.h"
 
@@ -13,6 +14,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -26,7 +28,7 @@
 namespace
 {
 
-using board::Descriptor;
+using ledboard::UniqueFd;
 using Clock = std::chrono::steady_clock;
 
 constexpr char kFolder[] = "/home/root/plexa_data/factory";
@@ -63,9 +65,9 @@ sockaddr_in Loopback(std::uint16_t port)
     return address;
 }
 
-Descriptor ConnectInside(const board::VirtualBoard &board, std::uint16_t port)
+UniqueFd ConnectInside(const board::VirtualBoard &board, std::uint16_t port)
 {
-    Descriptor fd(board.SocketInBoard(AF_INET, SOCK_STREAM | SOCK_CLOEXEC));
+    UniqueFd fd(board.SocketInBoard(AF_INET, SOCK_STREAM | SOCK_CLOEXEC));
     const sockaddr_in address = Loopback(port);
     if (connect(fd.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         Fail("cannot connect inside the board");
@@ -169,7 +171,7 @@ public:
     int Get() const { return fd_.Get(); }
 
 private:
-    Descriptor fd_;
+    UniqueFd fd_;
 };
 
 void RemoveFile(const board::VirtualBoard &board)
@@ -222,7 +224,7 @@ Sample RunBare(const board::VirtualBoard &board, std::uint64_t packets)
 {
     RemoveFile(board);
     const std::string path = board.RootFolder() + kFolder + "/big";
-    Descriptor listener(board.SocketInBoard(AF_INET, SOCK_STREAM | SOCK_CLOEXEC));
+    UniqueFd listener(board.SocketInBoard(AF_INET, SOCK_STREAM | SOCK_CLOEXEC));
     const int on = 1;
     setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     const sockaddr_in address = Loopback(kBarePort);
@@ -232,7 +234,7 @@ Sample RunBare(const board::VirtualBoard &board, std::uint64_t packets)
     const pid_t child = fork();
     if (child == 0)
         ReceiveBare(listener.Get(), path);
-    const Descriptor sender = ConnectInside(board, kBarePort);
+    const UniqueFd sender = ConnectInside(board, kBarePort);
     const auto start = Clock::now();
     SendFrames(sender.Get(), packets);
     shutdown(sender.Get(), SHUT_WR);
@@ -289,7 +291,7 @@ private:
         }
     }
 
-    Descriptor fd_; // not connected: the answer is a broadcast
+    UniqueFd fd_; // not connected: the answer is a broadcast
     sockaddr_in board_{};
     bench::Samples times_;
     std::jthread thread_;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What a board does when its cable or its DHCP server goes, as a PC on the same cable sees it.
+#include "common/unique_fd.h"
 #include "network_peer.h"
 
 #include <linux/if_packet.h>
@@ -26,7 +27,7 @@ class AddressProbe : public Network
 protected:
     void OpenCapture()
     {
-        arp_ = board::Descriptor(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(ETH_P_ARP)));
+        arp_ = ledboard::UniqueFd(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(ETH_P_ARP)));
         SentAt(); // the kernel notes the times from now on
     }
 
@@ -94,7 +95,7 @@ protected:
         return HasFailure() ? "" : address;
     }
 
-    board::Descriptor arp_;
+    ledboard::UniqueFd arp_;
 };
 
 TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
@@ -253,7 +254,7 @@ TEST_F(FlappingCable, LeavesTickSlotsForTheOthers)
     options.files["/home/root/plexa_data/remote_server"] = "ip=127.0.0.1\nport=7001\nusername=user\n";
     options.startDaemon = false;
     Start();
-    const board::Descriptor listener(board->SocketInBoard(AF_INET, SOCK_STREAM));
+    const ledboard::UniqueFd listener(board->SocketInBoard(AF_INET, SOCK_STREAM));
     sockaddr_in here{};
     here.sin_family = AF_INET;
     here.sin_port = htons(7001);

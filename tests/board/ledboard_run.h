@@ -2,7 +2,7 @@
 // tests/board/ledboard_run.h: the real ledboard, run on the PC side as a user runs it off a terminal.
 #pragma once
 
-#include "machine/descriptor.h"
+#include "common/unique_fd.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -36,7 +36,7 @@ public:
         for (std::string &word : words)
             argv.push_back(word.data());
         argv.push_back(nullptr);
-        const board::Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        const ledboard::UniqueFd nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
         pid_ = fork();
         if (pid_ == 0) {
             dup2(nothing.Get(), STDIN_FILENO);
@@ -57,7 +57,7 @@ public:
     }
 
 private:
-    static std::string ReadAll(const board::Descriptor &file)
+    static std::string ReadAll(const ledboard::UniqueFd &file)
     {
         std::string text;
         char bytes[4096];
@@ -67,8 +67,8 @@ private:
         return text;
     }
 
-    board::Descriptor out_;
-    board::Descriptor err_;
+    ledboard::UniqueFd out_;
+    ledboard::UniqueFd err_;
     pid_t pid_ = -1;
 };
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "board_test.h"
+#include "common/unique_fd.h"
 #include "peer.h"
 
 #include <arpa/inet.h>
@@ -50,7 +51,7 @@ protected:
     void Start()
     {
         Boot();
-        udp_ = board::Descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        udp_ = ledboard::UniqueFd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         const int on = 1;
         setsockopt(udp_.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
         const std::string interface = board->PcInterface();
@@ -149,7 +150,7 @@ protected:
 
     bool AcceptsTcp(int port)
     {
-        const board::Descriptor tcp(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const ledboard::UniqueFd tcp(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_in peer{};
         peer.sin_family = AF_INET;
         peer.sin_port = htons(static_cast<std::uint16_t>(port));
@@ -163,7 +164,7 @@ protected:
     }
     std::string Interfaces() { return board->ReadFile("/etc/network/interfaces"); }
 
-    board::Descriptor udp_;
+    ledboard::UniqueFd udp_;
     std::uint32_t number_ = 0;
     std::set<Bytes> answered_; // numbers
 };

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Address changes as a PC on the same cable asks for them.
+#include "common/unique_fd.h"
 #include "network_peer.h"
 
 namespace
@@ -146,7 +147,7 @@ TEST_F(AddressChange, APortInUseIsNotKept)
 {
     options.files["/home/root/plexa_data/server_config"] = "port=0\n";
     Start();
-    const board::Descriptor taken(board->SocketInBoard(AF_INET, SOCK_DGRAM));
+    const ledboard::UniqueFd taken(board->SocketInBoard(AF_INET, SOCK_DGRAM));
     sockaddr_in any{};
     any.sin_family = AF_INET;
     any.sin_port = htons(12000);

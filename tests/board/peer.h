@@ -2,12 +2,13 @@
 // tests/board/peer.h: a plain TCP peer of the board, and integers as they are typed into packets.
 #pragma once
 
-#include "machine/descriptor.h"
+#include "common/unique_fd.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <string>
@@ -77,5 +78,5 @@ private:
         return poll(&waiting, 1, milliseconds) == 1;
     }
 
-    board::Descriptor fd_;
+    ledboard::UniqueFd fd_;
 };

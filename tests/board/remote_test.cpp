@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The board as a client of a remote management server, which the test plays.
 #include "board_test.h"
+#include "common/unique_fd.h"
 #include "peer.h"
 
 #include <sys/stat.h>
@@ -81,7 +82,7 @@ class RemoteServer : public BoardTest
 protected:
     void SetUp() override
     {
-        listener_ = board::Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        listener_ = ledboard::UniqueFd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_in any{};
         any.sin_family = AF_INET;
         any.sin_port = htons(7001);
@@ -155,7 +156,7 @@ protected:
 
     std::string AskByUdp(const std::string &datagram)
     {
-        const board::Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        const ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         sockaddr_in to{};
         to.sin_family = AF_INET;
         to.sin_port = htons(8878);
@@ -175,7 +176,7 @@ protected:
     }
 
     std::string user_ = std::string(20, 'u');
-    board::Descriptor listener_;
+    ledboard::UniqueFd listener_;
 };
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the setting service survives: clients that vanish, stall, knock twice or all come at once; a serial
 // line that goes away; a disk that is full.
+#include "common/unique_fd.h"
 #include "settings_peer.h"
 
 #include <atomic>
@@ -80,7 +81,7 @@ TEST_F(SettingClients, PortThatIsTakenIsTriedAgain)
 {
     options.startDaemon = false;
     Boot();
-    board::Descriptor squatter(board->SocketInBoard(AF_INET, SOCK_STREAM));
+    ledboard::UniqueFd squatter(board->SocketInBoard(AF_INET, SOCK_STREAM));
     sockaddr_in local{};
     local.sin_family = AF_INET;
     local.sin_port = htons(8879);

@@ -2,6 +2,8 @@
 // What the setting service does for well-behaved clients: bytes on port 8879, files, frames, commands, log.
 #include "settings_peer.h"
 
+#include <unistd.h>
+
 #include <cstring>
 #include <ctime>
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Start of the daemon: what it says, when it refuses, and the heartbeat.
+#include "common/unique_fd.h"
 #include "peer.h"
 #include "udp_peer.h"
 
@@ -24,9 +25,9 @@ protected:
             from = found + piece.size();
         }
     }
-    board::Descriptor Occupy(int type, std::uint16_t port)
+    ledboard::UniqueFd Occupy(int type, std::uint16_t port)
     {
-        board::Descriptor fd(board->SocketInBoard(AF_INET, type));
+        ledboard::UniqueFd fd(board->SocketInBoard(AF_INET, type));
         sockaddr_in any{};
         any.sin_family = AF_INET;
         any.sin_port = htons(port);
@@ -89,7 +90,7 @@ TEST_F(Startup, PortsInUseEndIt)
         {SOCK_DGRAM, 12345, "udp port 12345 bind fail:  Address already in use, 98.\n"},
     };
     for (const Row &row : rows) {
-        const board::Descriptor taken = Occupy(row.type, row.port);
+        const ledboard::UniqueFd taken = Occupy(row.type, row.port);
         board->Forget();
         board->StartDaemon();
         EXPECT_TRUE(board->WaitForExit());

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // `ledboard discover` and `ledboard info` against whole boards.
 #include "board_test.h"
+#include "common/unique_fd.h"
 #include "ledboard_run.h"
 
 #include <nlohmann/json.hpp>
@@ -86,7 +87,7 @@ static void MoveBoard(const std::string &address)
                                 "\xff\xff\xff\x00"s + "\x0a\x14\x1e\x01"s + "\0\0\0\0"s + "\xe0\x2e\0\0"s +
                                 "C1-0000000001\0"s;
     ASSERT_EQ(request.size(), 49U);
-    const board::Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_in to = {};
     to.sin_family = AF_INET;
     to.sin_port = htons(8878);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // `ledboard network` against a whole board, and its exchange with one that loses datagrams.
 #include "board_test.h"
+#include "common/unique_fd.h"
 #include "ledboard_run.h"
 #include "peer.h"
 
@@ -157,7 +158,7 @@ private:
     }
 
     Faults faults_;
-    board::Descriptor fd_;
+    ledboard::UniqueFd fd_;
     std::string stored_;
     bool dynamic_ = false;
     std::atomic<int> requests_{0};

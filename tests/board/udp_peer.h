@@ -4,7 +4,7 @@
 #pragma once
 
 #include "board_test.h"
-#include "machine/descriptor.h"
+#include "common/unique_fd.h"
 #include "peer.h"
 
 #include <arpa/inet.h>
@@ -12,6 +12,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <optional>
@@ -97,7 +98,7 @@ private:
         return text;
     }
 
-    board::Descriptor fd_;
+    ledboard::UniqueFd fd_;
 };
 
 // A search as a tool sends it; only its length counts.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The virtual board itself: what the other tests stand on.
 #include "board_test.h"
+#include "common/unique_fd.h"
 #include "machine/pc_side.h"
 
 #include <fmt/core.h>
@@ -13,6 +14,7 @@
 #include <png.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -20,7 +22,7 @@
 #include <set>
 
 using namespace std::chrono_literals;
-using board::Descriptor;
+using ledboard::UniqueFd;
 namespace fs = std::filesystem;
 
 static std::string ReadText(const std::string &path)
@@ -38,9 +40,9 @@ static sockaddr_in At(const std::string &address, std::uint16_t port)
     return result;
 }
 
-static Descriptor ConnectTo(const std::string &address, std::uint16_t port)
+static UniqueFd ConnectTo(const std::string &address, std::uint16_t port)
 {
-    Descriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_in peer = At(address, port);
     EXPECT_EQ(connect(fd.Get(), reinterpret_cast<const sockaddr *>(&peer), sizeof peer), 0);
     return fd;
@@ -49,7 +51,7 @@ static Descriptor ConnectTo(const std::string &address, std::uint16_t port)
 // Whether discovery answers a broadcast, sent as a PC without any knowledge of the board sends it.
 static bool AnswersBroadcast()
 {
-    const Descriptor fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const int one = 1;
     setsockopt(fd.Get(), SOL_SOCKET, SO_BROADCAST, &one, sizeof one);
     const timeval limit{2, 0};
@@ -145,7 +147,7 @@ TEST_F(VirtualBoardWithDaemon, RebootsFromInsideWithTheSameRoot)
     board->WriteFile("/home/root/kept", "kept");
     board->WriteFile("/tmp/lost", "lost");
     const pid_t first = board->DaemonPid();
-    const Descriptor session = ConnectTo(board->BoardAddress(), 8870);
+    const UniqueFd session = ConnectTo(board->BoardAddress(), 8870);
     board->Run("sh -c reboot");
     ASSERT_TRUE(board->WaitFor([&] { return board->Boots() == 2; }));
     char byte;
@@ -339,13 +341,13 @@ TEST_F(VirtualBoardAlone, PlayerLogsInListensAndComesBack)
 {
     options.player = false;
     Boot();
-    const Descriptor listener(board->SocketInBoard(AF_INET, SOCK_STREAM));
+    const UniqueFd listener(board->SocketInBoard(AF_INET, SOCK_STREAM));
     const sockaddr_in here = At("127.0.0.1", 8870);
     ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr *>(&here), sizeof here), 0);
     ASSERT_EQ(listen(listener.Get(), 1), 0);
     board->ThePlayer().Connect(true);
     for (unsigned round = 1; round <= 2; ++round) {
-        const Descriptor session(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        const UniqueFd session(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
         char login[8];
         ASSERT_EQ(recv(session.Get(), login, sizeof login, MSG_WAITALL), 8);
         EXPECT_EQ(std::string(login, 8), std::string("\x08\0\0\0\x03\0\0\0", 8));
@@ -418,7 +420,7 @@ TEST(VirtualBoardEnd, NothingIsLeftAfterAKill)
     for (const Row &row : {Row{0, 0}, Row{0, 3}, Row{0, 15}, Row{0, 40}, Row{0, -1}, Row{2, -1}}) {
         int pipe[2];
         ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
-        const Descriptor reader(pipe[0]), writer(pipe[1]);
+        const UniqueFd reader(pipe[0]), writer(pipe[1]);
         const pid_t outer = StartNested(writer.Get());
         char up = 0;
         if (row.after < 0)

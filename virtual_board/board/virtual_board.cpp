@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "board/virtual_board.h"
 
+#include "common/unique_fd.h"
+#include "machine/errors.h"
 #include "machine/pc_side.h"
 #include "records/discovery_records.h"
 #include "records/session_records.h"
@@ -13,6 +15,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdlib>
@@ -22,6 +25,8 @@
 
 namespace board
 {
+
+using ledboard::UniqueFd;
 
 namespace fs = std::filesystem;
 
@@ -220,7 +225,7 @@ int VirtualBoard::OpenLog()
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
     {
         const std::lock_guard guard(lock_);
-        logPipes_[ends[0]] = Descriptor(ends[0]);
+        logPipes_[ends[0]] = UniqueFd(ends[0]);
     }
     watcher_.Add(ends[0], [this, fd = ends[0]] { ReceiveLog(fd); });
     return ends[1];
@@ -244,7 +249,7 @@ void VirtualBoard::ReceiveLog(int fd)
 void VirtualBoard::LaunchDaemon()
 {
     CopyDaemon();
-    const Descriptor log(OpenLog());
+    const UniqueFd log(OpenLog());
     ProcessRequest request;
     request.arguments = options_.prefix;
     request.arguments.emplace_back(kDaemonPath);
@@ -374,8 +379,8 @@ RunResult VirtualBoard::Run(const std::string &command, Milliseconds limit)
 {
     int ends[2];
     Checked(pipe2(ends, O_CLOEXEC), "pipe");
-    const Descriptor reader(ends[0]);
-    Descriptor writer(ends[1]);
+    const UniqueFd reader(ends[0]);
+    UniqueFd writer(ends[1]);
     ProcessRequest request;
     request.arguments = {"/usr/bin/busybox", "sh", "-c", command};
     request.environment = Environment();
@@ -413,8 +418,8 @@ std::optional<std::string> VirtualBoard::Eth0Address() const
 {
     ifreq request{};
     std::strcpy(request.ifr_name, "eth0");
-    const Descriptor fd(network_.SocketInBoard(AF_INET, SOCK_DGRAM, 0));
-    if (!fd.IsOpen() || ioctl(fd.Get(), SIOCGIFADDR, &request) != 0)
+    const UniqueFd fd(network_.SocketInBoard(AF_INET, SOCK_DGRAM, 0));
+    if (!fd.Valid() || ioctl(fd.Get(), SIOCGIFADDR, &request) != 0)
         return std::nullopt;
     sockaddr_in address{};
     std::memcpy(&address, &request.ifr_addr, sizeof address);

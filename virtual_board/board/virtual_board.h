@@ -20,6 +20,7 @@
 // "/run" and "/dev" are fresh, eth0 comes up from "/etc/network/interfaces", the daemon starts.
 #pragma once
 
+#include "common/unique_fd.h"
 #include "devices/fpga_line.h"
 #include "devices/framebuffer.h"
 #include "devices/modem.h"
@@ -185,7 +186,7 @@ private:
     unsigned boots_ = 0;
     bool usbIn_ = false;
     std::filesystem::file_time_type daemonTime_{};
-    std::map<int, Descriptor> logPipes_;
+    std::map<int, ledboard::UniqueFd> logPipes_;
     std::string log_;
     mutable Journal journal_;
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What a board has seen, and waiting for it.
 #include "board/virtual_board.h"
+#include "machine/errors.h"
 
 #include <sys/ioctl.h>
 

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "devices/fpga_line.h"
 
+#include "machine/errors.h"
 #include "records/fpga_frame.h"
 
 #include <fmt/core.h>
+
+#include <unistd.h>
 
 #include <array>
 

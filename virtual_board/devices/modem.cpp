@@ -4,6 +4,8 @@
 #include <fmt/chrono.h>
 #include <fmt/core.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <ctime>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "devices/player.h"
 
+#include "common/unique_fd.h"
 #include "records/player_records.h"
 #include "records/session_records.h"
 
@@ -11,6 +12,8 @@
 
 namespace board
 {
+
+using ledboard::UniqueFd;
 
 static constexpr Milliseconds kPauseBetweenTries{40};
 
@@ -55,18 +58,17 @@ void Player::Tick()
     {
         const std::lock_guard guard(watcher_.Lock());
         const auto now = std::chrono::steady_clock::now();
-        if (!wanted_ || socket_.IsOpen() || now < nextTry_)
+        if (!wanted_ || socket_.Valid() || now < nextTry_)
             return;
         nextTry_ = now + kPauseBetweenTries;
     }
-    Descriptor fresh(network_.SocketInBoard(AF_INET, SOCK_STREAM, 0));
+    UniqueFd fresh(network_.SocketInBoard(AF_INET, SOCK_STREAM, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(wire::kSessionPort);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const wire::LoginPacket login{sizeof(wire::LoginPacket), wire::kSessionPlayer};
-    if (!fresh.IsOpen() ||
-        connect(fresh.Get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+    if (!fresh.Valid() || connect(fresh.Get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
         send(fresh.Get(), &login, sizeof login, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof login))
         return;
     const int fd = fresh.Get();

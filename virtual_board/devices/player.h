@@ -4,6 +4,7 @@
 // daemon does.
 #pragma once
 
+#include "common/unique_fd.h"
 #include "machine/board_network.h"
 #include "machine/watcher.h"
 
@@ -47,7 +48,7 @@ private:
 
     Watcher &watcher_;
     const BoardNetwork &network_;
-    Descriptor socket_; // guarded by the watcher's Lock, like everything below
+    ledboard::UniqueFd socket_; // guarded by the watcher's Lock, like everything below
     bool wanted_ = false;
     bool loggedIn_ = false;
     std::chrono::steady_clock::time_point nextTry_{};

@@ -3,7 +3,7 @@
 // slave, whoever plays the device has the master.
 #pragma once
 
-#include "machine/descriptor.h"
+#include "common/unique_fd.h"
 
 #include <termios.h>
 
@@ -22,7 +22,7 @@ public:
 
     void Open();  // a fresh line, at a SlavePath of its own; nothing when it is open
     void Close(); // the daemon sees a hang-up; nothing when it is closed
-    bool IsOpen() const { return master_.IsOpen(); }
+    bool IsOpen() const { return master_.Valid(); }
     int Master() const { return master_.Get(); } // does not block; -1 when closed
     const std::string &SlavePath() const { return slavePath_; }
     termios Attributes() const; // as the daemon has set the line
@@ -30,8 +30,8 @@ public:
 private:
     std::string folder_;
     std::string slavePath_;
-    Descriptor master_;
-    Descriptor slave_; // kept open, so that the line and its settings outlive the daemon
+    ledboard::UniqueFd master_;
+    ledboard::UniqueFd slave_; // kept open, so that the line and its settings outlive the daemon
 };
 
 } // namespace board

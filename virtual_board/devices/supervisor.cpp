@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "devices/supervisor.h"
 
+#include "common/unique_fd.h"
+#include "machine/errors.h"
 #include "records/heartbeat_record.h"
 
 #include <netinet/in.h>
@@ -11,12 +13,14 @@
 namespace board
 {
 
+using ledboard::UniqueFd;
+
 void Supervisor::Listen(bool on)
 {
-    if (listener_.IsOpen())
+    if (listener_.Valid())
         watcher_.Remove(listener_.Get());
     listener_.Reset();
-    std::map<int, Descriptor> connections;
+    std::map<int, UniqueFd> connections;
     {
         const std::lock_guard guard(watcher_.Lock());
         connections.swap(connections_);
@@ -27,7 +31,7 @@ void Supervisor::Listen(bool on)
     if (!on)
         return;
     listener_ =
-        Descriptor(Checked(network_.SocketInBoard(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0), "supervisor"));
+        UniqueFd(Checked(network_.SocketInBoard(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0), "supervisor"));
     const int one = 1;
     setsockopt(listener_.Get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
     sockaddr_in address{};
@@ -42,8 +46,8 @@ void Supervisor::Listen(bool on)
 
 void Supervisor::Accept()
 {
-    Descriptor connection(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!connection.IsOpen())
+    UniqueFd connection(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!connection.Valid())
         return;
     const int fd = connection.Get();
     const std::lock_guard guard(watcher_.Lock());

@@ -3,6 +3,7 @@
 // heartbeat.
 #pragma once
 
+#include "common/unique_fd.h"
 #include "machine/board_network.h"
 #include "machine/watcher.h"
 
@@ -36,8 +37,8 @@ private:
 
     Watcher &watcher_;
     const BoardNetwork &network_;
-    Descriptor listener_;
-    std::map<int, Descriptor> connections_; // guarded by the watcher's Lock, like the two below
+    ledboard::UniqueFd listener_;
+    std::map<int, ledboard::UniqueFd> connections_; // guarded by the watcher's Lock, like the two below
     unsigned lastConnection_ = 0;
     std::vector<Heartbeat> heartbeats_;
 };

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "machine/board_network.h"
 
+#include "common/unique_fd.h"
+#include "machine/errors.h"
 #include "machine/pc_side.h"
 
 #include <fmt/core.h>
@@ -17,6 +19,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <csignal>
@@ -26,6 +29,8 @@
 
 namespace board
 {
+
+using ledboard::UniqueFd;
 
 static constexpr std::array<unsigned char, 5> kBoardMac = {0x02, 0x4c, 0x45, 0x44, 0x00};
 static constexpr std::array<unsigned char, 5> kPcMac = {0x02, 0x50, 0x43, 0x00, 0x00};
@@ -80,7 +85,7 @@ public:
     {
         const auto length = static_cast<std::uint32_t>(used_);
         std::memcpy(bytes_.data(), &length, sizeof length);
-        const Descriptor netlink(Checked(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE), what));
+        const UniqueFd netlink(Checked(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE), what));
         Checked(static_cast<int>(send(netlink.Get(), bytes_.data(), used_, 0)), what);
         alignas(nlmsghdr) std::array<char, 1024> reply;
         Checked(static_cast<int>(recv(netlink.Get(), reply.data(), reply.size(), 0)), what);
@@ -119,7 +124,7 @@ static ifreq RequestFor(const std::string &interface)
 
 static void SetAddress(const std::string &interface, unsigned long what, const std::string &address)
 {
-    const Descriptor fd(Checked(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
+    const UniqueFd fd(Checked(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
     ifreq request = RequestFor(interface);
     auto *value = reinterpret_cast<sockaddr_in *>(&request.ifr_addr);
     value->sin_family = AF_INET;
@@ -129,7 +134,7 @@ static void SetAddress(const std::string &interface, unsigned long what, const s
 
 static void SetUp(const std::string &interface, bool up)
 {
-    const Descriptor fd(Checked(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
+    const UniqueFd fd(Checked(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
     ifreq request = RequestFor(interface);
     Checked(ioctl(fd.Get(), SIOCGIFFLAGS, &request), "flags of " + interface);
     const int flags = up ? request.ifr_flags | IFF_UP : request.ifr_flags & ~IFF_UP;
@@ -142,11 +147,11 @@ BoardNetwork::BoardNetwork(unsigned number)
 {
     std::thread([this] {
         if (unshare(CLONE_NEWNET) == 0) {
-            space_ = Descriptor(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
+            space_ = UniqueFd(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
             QuietIpv6();
         }
     }).join();
-    if (!space_.IsOpen())
+    if (!space_.Valid())
         ThrowErrno("network name space");
     QuietIpv6();
     CreatePair();
@@ -193,7 +198,7 @@ void BoardNetwork::CreatePair()
 // Broadcasts to 255.255.255.255 need a route; the first board's cable gets it.
 void BoardNetwork::AddDefaultRoute() const
 {
-    const Descriptor fd(Checked(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
+    const UniqueFd fd(Checked(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
     std::string device = interface_;
     rtentry route{};
     for (sockaddr *address : {&route.rt_dst, &route.rt_genmask, &route.rt_gateway})
@@ -215,9 +220,9 @@ void BoardNetwork::Cable(bool in)
 
 bool BoardNetwork::HasCarrier() const
 {
-    const Descriptor fd(SocketInBoard(AF_INET, SOCK_DGRAM, 0));
+    const UniqueFd fd(SocketInBoard(AF_INET, SOCK_DGRAM, 0));
     ifreq request = RequestFor("eth0");
-    return fd.IsOpen() && ioctl(fd.Get(), SIOCGIFFLAGS, &request) == 0 &&
+    return fd.Valid() && ioctl(fd.Get(), SIOCGIFFLAGS, &request) == 0 &&
            (request.ifr_flags & IFF_RUNNING) != 0;
 }
 

@@ -3,7 +3,7 @@
 // "pc<number>" here and "eth0" in the board's own network name space.
 #pragma once
 
-#include "machine/descriptor.h"
+#include "common/unique_fd.h"
 #include "machine/watcher.h"
 
 #include <sys/types.h>
@@ -49,7 +49,7 @@ private:
     unsigned number_;
     std::string interface_;
     std::string network_;
-    Descriptor space_;
+    ledboard::UniqueFd space_;
     bool cableIn_ = true;
     pid_t dhcpServer_ = -1;
 };

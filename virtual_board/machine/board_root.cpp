@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "machine/board_root.h"
 
+#include "common/unique_fd.h"
+#include "machine/errors.h"
 #include "machine/inside_image.h"
 #include "machine/pc_side.h"
 
@@ -13,6 +15,7 @@
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <array>
 #include <filesystem>
@@ -20,6 +23,8 @@
 
 namespace board
 {
+
+using ledboard::UniqueFd;
 
 static constexpr char kInsidePath[] = "/usr/lib/virtual-board/inside";
 
@@ -159,7 +164,7 @@ void BoardRoot::MountOverlay(const Options &options)
     Mount("overlay", root_, "overlay", 0,
           fmt::format("lowerdir=/,upperdir={0}/disk/upper,workdir={0}/disk/work", base_));
     Mount(nullptr, root_, nullptr, MS_SHARED);
-    rootFolder_ = Descriptor(Checked(open(root_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), "open the root"));
+    rootFolder_ = UniqueFd(Checked(open(root_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), "open the root"));
 }
 
 void BoardRoot::LayOut(const Options &options)
@@ -261,8 +266,8 @@ int BoardRoot::Open(const std::string &path, int flags, unsigned mode) const
 
 std::optional<std::string> BoardRoot::Read(const std::string &path) const
 {
-    const Descriptor file(Open(path, O_RDONLY | O_NONBLOCK));
-    if (!file.IsOpen())
+    const UniqueFd file(Open(path, O_RDONLY | O_NONBLOCK));
+    if (!file.Valid())
         return std::nullopt;
     std::string content;
     std::array<char, 65536> piece;
@@ -277,7 +282,7 @@ std::optional<std::string> BoardRoot::Read(const std::string &path) const
 void BoardRoot::Write(const std::string &path, const std::string &content, unsigned mode)
 {
     MakeFolder(std::filesystem::path(path).parent_path());
-    const Descriptor file(Checked(Open(path, O_WRONLY | O_CREAT | O_TRUNC, mode), "write " + path));
+    const UniqueFd file(Checked(Open(path, O_WRONLY | O_CREAT | O_TRUNC, mode), "write " + path));
     std::size_t written = 0;
     while (written < content.size()) {
         const ssize_t now =
@@ -290,7 +295,7 @@ void BoardRoot::Write(const std::string &path, const std::string &content, unsig
 
 bool BoardRoot::Exists(const std::string &path) const
 {
-    return Descriptor(Open(path, O_PATH)).IsOpen();
+    return UniqueFd(Open(path, O_PATH)).Valid();
 }
 
 void BoardRoot::MakeFolder(const std::string &path)
@@ -301,7 +306,7 @@ void BoardRoot::MakeFolder(const std::string &path)
         sofar += "/" + part.string();
         if (part.empty() || Exists(sofar))
             continue;
-        const Descriptor folder(Checked(Open(parent, O_PATH | O_DIRECTORY), "open " + parent));
+        const UniqueFd folder(Checked(Open(parent, O_PATH | O_DIRECTORY), "open " + parent));
         if (mkdirat(folder.Get(), part.c_str(), 0755) != 0 && errno != EEXIST)
             ThrowErrno("make folder " + sofar);
     }
@@ -311,8 +316,7 @@ void BoardRoot::MakeFolder(const std::string &path)
 void BoardRoot::Link(const std::string &path, const std::string &target)
 {
     const std::filesystem::path whole(path);
-    const Descriptor folder(
-        Checked(Open(whole.parent_path(), O_PATH | O_DIRECTORY), "open folder of " + path));
+    const UniqueFd folder(Checked(Open(whole.parent_path(), O_PATH | O_DIRECTORY), "open folder of " + path));
     unlinkat(folder.Get(), whole.filename().c_str(), 0);
     if (!target.empty())
         Checked(symlinkat(target.c_str(), folder.Get(), whole.filename().c_str()), "link " + path);
@@ -320,12 +324,12 @@ void BoardRoot::Link(const std::string &path, const std::string &target)
 
 void BoardRoot::CopyIn(const std::string &hostPath, const std::string &path)
 {
-    const Descriptor from(open(hostPath.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!from.IsOpen())
+    const UniqueFd from(open(hostPath.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!from.Valid())
         ThrowErrno("open " + hostPath);
     MakeFolder(std::filesystem::path(path).parent_path());
     Link(path, ""); // a running program's file must not be written over
-    const Descriptor to(Checked(Open(path, O_WRONLY | O_CREAT | O_TRUNC, 0755), "write " + path));
+    const UniqueFd to(Checked(Open(path, O_WRONLY | O_CREAT | O_TRUNC, 0755), "write " + path));
     std::array<char, 65536> piece;
     ssize_t got = 0;
     while ((got = Checked(static_cast<int>(read(from.Get(), piece.data(), piece.size())),

@@ -6,7 +6,7 @@
 // board runs. Mounts made later below it appear inside a running board too.
 #pragma once
 
-#include "machine/descriptor.h"
+#include "common/unique_fd.h"
 #include "machine/options.h"
 
 #include <optional>
@@ -56,7 +56,7 @@ private:
     std::string base_;
     std::string root_;
     std::string journal_;
-    Descriptor rootFolder_;
+    ledboard::UniqueFd rootFolder_;
     unsigned usbMebibytes_ = 0;
     bool usbIn_ = false;
     bool volatileMounted_ = false;

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "machine/inside_process.h"
 
+#include "common/unique_fd.h"
 #include "inside/channel_format.h"
+#include "machine/errors.h"
 #include "machine/inside_image.h"
 
 #include <fmt/core.h>
@@ -12,6 +14,7 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstring>
@@ -19,6 +22,8 @@
 
 namespace board
 {
+
+using ledboard::UniqueFd;
 
 static constexpr Milliseconds kStartLimit{20000};
 
@@ -48,7 +53,7 @@ pid_t InsideProcess::Pid() const
 bool InsideProcess::Signal(int number) const
 {
     const std::lock_guard guard(lock_);
-    return descriptor_.IsOpen() && syscall(SYS_pidfd_send_signal, descriptor_.Get(), number, nullptr, 0) == 0;
+    return descriptor_.Valid() && syscall(SYS_pidfd_send_signal, descriptor_.Get(), number, nullptr, 0) == 0;
 }
 
 // The process number as this side sees it; the number inside the board is another one.
@@ -94,11 +99,11 @@ void InsideTree::Boot(const std::string &root, int networkSpace)
 {
     int ends[2];
     Checked(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), "channel");
-    Descriptor ours(ends[0]), theirs(ends[1]);
+    UniqueFd ours(ends[0]), theirs(ends[1]);
     const int room = static_cast<int>(inside::kLargestMessage);
     setsockopt(ours.Get(), SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof room);
-    const Descriptor passed(Checked(fcntl(theirs.Get(), F_DUPFD, 10), "channel")); // survives the new program
-    const Descriptor nothing(Checked(open("/dev/null", O_RDWR | O_CLOEXEC), "/dev/null"));
+    const UniqueFd passed(Checked(fcntl(theirs.Get(), F_DUPFD, 10), "channel")); // survives the new program
+    const UniqueFd nothing(Checked(open("/dev/null", O_RDWR | O_CLOEXEC), "/dev/null"));
     const int image = ImageDescriptor();
     std::string name = "board-init", folder = root, channel = std::to_string(passed.Get());
     char *arguments[] = {name.data(), folder.data(), channel.data(), nullptr};
@@ -120,7 +125,7 @@ void InsideTree::Boot(const std::string &root, int networkSpace)
 bool InsideTree::Running() const
 {
     const std::lock_guard guard(lock_);
-    return channel_.IsOpen();
+    return channel_.Valid();
 }
 
 pid_t InsideTree::InitPid() const
@@ -202,12 +207,12 @@ void InsideTree::Receive()
         Gone();
         return;
     }
-    Descriptor descriptor;
+    UniqueFd descriptor;
     if (const cmsghdr *header = CMSG_FIRSTHDR(&message);
         header != nullptr && header->cmsg_type == SCM_RIGHTS) {
         int fd = -1;
         std::memcpy(&fd, CMSG_DATA(header), sizeof fd);
-        descriptor = Descriptor(fd);
+        descriptor = UniqueFd(fd);
     }
     const std::lock_guard guard(lock_);
     const auto found = processes_.find(report.id);
@@ -249,7 +254,7 @@ std::shared_ptr<InsideProcess> InsideTree::Start(const ProcessRequest &request)
     for (const std::string &variable : request.environment)
         Append(tail, variable);
 
-    const Descriptor nothing(Checked(open("/dev/null", O_RDWR | O_CLOEXEC), "/dev/null"));
+    const UniqueFd nothing(Checked(open("/dev/null", O_RDWR | O_CLOEXEC), "/dev/null"));
     int descriptors[3];
     for (int i = 0; i < 3; ++i)
         descriptors[i] = request.descriptors[i] < 0 ? nothing.Get() : request.descriptors[i];
@@ -269,7 +274,7 @@ std::shared_ptr<InsideProcess> InsideTree::Start(const ProcessRequest &request)
     auto process = std::make_shared<InsideProcess>();
     {
         const std::lock_guard guard(lock_);
-        if (!channel_.IsOpen())
+        if (!channel_.Valid())
             throw std::runtime_error("virtual board: the board is not running");
         header.id = ++lastId_;
         processes_[header.id] = process;

@@ -3,7 +3,7 @@
 // it, learns how they end.
 #pragma once
 
-#include "machine/descriptor.h"
+#include "common/unique_fd.h"
 #include "machine/watcher.h"
 
 #include <cstdint>
@@ -38,7 +38,7 @@ public:
 private:
     friend class InsideTree;
     mutable std::mutex lock_;
-    Descriptor descriptor_; // of the process
+    ledboard::UniqueFd descriptor_; // of the process
     pid_t pid_ = -1;
     bool started_ = false;
     bool ended_ = false;
@@ -75,7 +75,7 @@ private:
     Watcher &watcher_;
     std::function<void(BoardEnd)> onEnd_;
     mutable std::mutex lock_;
-    Descriptor channel_;
+    ledboard::UniqueFd channel_;
     pid_t init_ = -1;
     std::uint32_t lastId_ = 0;
     std::map<std::uint32_t, std::shared_ptr<InsideProcess>> processes_;

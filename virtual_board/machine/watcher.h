@@ -3,7 +3,7 @@
 // that something came.
 #pragma once
 
-#include "machine/descriptor.h"
+#include "common/unique_fd.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -59,7 +59,7 @@ private:
     bool running_ = true;
     std::map<int, std::function<void()>> handlers_;
     std::vector<std::function<void()>> ticks_;
-    Descriptor wake_;
+    ledboard::UniqueFd wake_;
     bool stop_ = false;
     std::thread thread_;
 };

@@ -6,6 +6,7 @@
 #include <fmt/chrono.h>
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>

@@ -8,6 +8,7 @@
 
 #include <curses.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <clocale>

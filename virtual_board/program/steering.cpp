@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "program/steering.h"
 
+#include "common/unique_fd.h"
+#include "machine/errors.h"
 #include "machine/pc_side.h"
 #include "program/board_state.h"
 
@@ -15,6 +17,7 @@
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
@@ -27,6 +30,8 @@
 
 namespace board
 {
+
+using ledboard::UniqueFd;
 
 using nlohmann::json;
 using Words = std::vector<std::string>;
@@ -354,7 +359,7 @@ static constexpr timeval kPatience{.tv_sec = 5, .tv_usec = 0};
 
 void SteeringSocket::Handle(int fd)
 {
-    const Descriptor connection(fd);
+    const UniqueFd connection(fd);
     for (const int direction : {SO_RCVTIMEO, SO_SNDTIMEO}) // a client that was stopped keeps nobody waiting
         setsockopt(fd, SOL_SOCKET, direction, &kPatience, sizeof kPatience);
     std::vector<char> bytes(kLargestPacket);
@@ -378,7 +383,7 @@ void SteeringSocket::Handle(int fd)
 
 Answer AskRunningBoard(const Words &words)
 {
-    const Descriptor fd(Checked(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "socket"));
+    const UniqueFd fd(Checked(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "socket"));
     const sockaddr_un address = SocketAddress();
     if (connect(fd.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         return Failure(

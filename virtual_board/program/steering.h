@@ -4,6 +4,7 @@
 #pragma once
 
 #include "board/virtual_board.h"
+#include "common/unique_fd.h"
 
 #include <nlohmann/json.hpp>
 
@@ -43,7 +44,7 @@ private:
     };
 
     VirtualBoard &board_;
-    Descriptor listener_;
+    ledboard::UniqueFd listener_;
     std::atomic<bool> stop_ = false;
     std::list<Handler> handlers_; // of the serving thread
     std::thread thread_;
