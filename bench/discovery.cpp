@@ -64,7 +64,7 @@ constexpr std::chrono::milliseconds kRunTime{1000};
 
 pid_t StartEcho(const board::VirtualBoard &board, std::uint16_t port, bool broadcast)
 {
-    const UniqueFd fd(board.SocketInBoard(AF_INET, SOCK_DGRAM));
+    const UniqueFd fd(board.Network().Socket(AF_INET, SOCK_DGRAM));
     const int on = 1;
     setsockopt(fd.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
     const sockaddr_in any = bench::At("0.0.0.0", port);
@@ -168,13 +168,13 @@ int main(int count, char **arguments)
     board.Boot();
     const pid_t broadcastEcho = StartEcho(board, kBroadcastEcho, true);
     const pid_t senderEcho = StartEcho(board, kSenderEcho, false);
-    bench::Settle(board.DaemonPid(), true);
+    bench::Settle(board.Daemon().Pid(), true);
     bench::Settle(getpid(), false);
 
-    const Asker own(board.BoardAddress(), wire::kDiscoveryPort);
-    const Asker ownCustom(board.BoardAddress(), kCustomPort);
-    const Asker bare(board.BoardAddress(), kBroadcastEcho);
-    const Asker bareSender(board.BoardAddress(), kSenderEcho);
+    const Asker own(board.Network().BoardAddress(), wire::kDiscoveryPort);
+    const Asker ownCustom(board.Network().BoardAddress(), kCustomPort);
+    const Asker bare(board.Network().BoardAddress(), kBroadcastEcho);
+    const Asker bareSender(board.Network().BoardAddress(), kSenderEcho);
     bench::Row rate{"answers/s, 32 under way, 8878", {}, {}, bench::Limit::kAtLeastRatio, 0.70};
     bench::Row custom{"answers/s, 32 under way, custom", {}, {}, bench::Limit::kAtLeastRatio, 0.70};
     bench::Row time{"99th percentile of one alone, us", {}, {}, bench::Limit::kAtMostValue, 100};

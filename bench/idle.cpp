@@ -94,13 +94,13 @@ void Watch(pid_t pid, Cost *cost)
 
 Cost MeasureDaemon(board::VirtualBoard *board)
 {
-    board->KillDaemon();
+    board->Daemon().Kill();
     Cost cost;
     const Clock::time_point begin = Clock::now();
-    std::thread starter([board] { board->StartDaemon(); });
-    cost.start = StartTime(begin, [board] { return board->DaemonPid(); });
+    std::thread starter([board] { board->Daemon().Start(); });
+    cost.start = StartTime(begin, [board] { return board->Daemon().Pid(); });
     starter.join();
-    Watch(board->DaemonPid(), &cost);
+    Watch(board->Daemon().Pid(), &cost);
     return cost;
 }
 

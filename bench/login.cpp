@@ -44,7 +44,7 @@ constexpr std::chrono::milliseconds kRunTime{1000};
 
 pid_t StartBare(const board::VirtualBoard &board)
 {
-    const UniqueFd fd(board.SocketInBoard(AF_INET, SOCK_STREAM));
+    const UniqueFd fd(board.Network().Socket(AF_INET, SOCK_STREAM));
     const sockaddr_in any = bench::At("0.0.0.0", kBarePort);
     if (bind(fd.Get(), reinterpret_cast<const sockaddr *>(&any), sizeof any) == -1 ||
         listen(fd.Get(), 1) == -1)
@@ -94,14 +94,14 @@ int main(int count, char **arguments)
     board::VirtualBoard board(options);
     board.Boot();
     const pid_t bare = StartBare(board);
-    bench::Settle(board.DaemonPid(), true);
+    bench::Settle(board.Daemon().Pid(), true);
     bench::Settle(bare, true);
     bench::Settle(getpid(), false);
 
     bench::Row rate{"logins/s", {}, {}, bench::Limit::kAtLeastRatio, 0.60};
     for (int run = 0; run < runs; ++run) {
-        rate.subject.push_back(Rate(bench::At(board.BoardAddress().c_str(), wire::kSessionPort)));
-        rate.baseline.push_back(Rate(bench::At(board.BoardAddress().c_str(), kBarePort)));
+        rate.subject.push_back(Rate(bench::At(board.Network().BoardAddress().c_str(), wire::kSessionPort)));
+        rate.baseline.push_back(Rate(bench::At(board.Network().BoardAddress().c_str(), kBarePort)));
     }
     kill(bare, SIGKILL);
     waitpid(bare, nullptr, 0);

@@ -242,7 +242,7 @@ int PushToVirtualBoard(pid_t server, std::size_t mebibytes)
     board::VirtualBoard board(options);
     board.Boot();
     board.WaitFor([&] {
-        const std::string log = board.TryReadFile("/tmp/ledboardd.log").value_or("");
+        const std::string log = board.Root().TryRead("/tmp/ledboardd.log").value_or("");
         return log.find("login server success!") != std::string::npos;
     });
     WriteFile("/run/film/film.mp4", mebibytes);
@@ -250,16 +250,17 @@ int PushToVirtualBoard(pid_t server, std::size_t mebibytes)
     for (int run = 0; run < 7; ++run) {
         board.Run("rm -f /home/root/plexa_data/factory/*");
         const double serverBefore = ProcessorSeconds(server);
-        double before = ProcessorSeconds(board.DaemonPid());
+        double before = ProcessorSeconds(board.Daemon().Pid());
         rate.subject.push_back(size / Time(StartPush("/run/film"), "push"));
         serverTime.subject.push_back(ProcessorSeconds(server) - serverBefore);
-        boardTime.subject.push_back(ProcessorSeconds(board.DaemonPid()) - before);
-        before = ProcessorSeconds(board.DaemonPid());
+        boardTime.subject.push_back(ProcessorSeconds(board.Daemon().Pid()) - before);
+        before = ProcessorSeconds(board.Daemon().Pid());
         const pid_t upload =
-            Start("ledboard", {"upload", "--all", "--yes", "--quiet", board.BoardAddress(), "/run/film"},
+            Start("ledboard",
+                  {"upload", "--all", "--yes", "--quiet", board.Network().BoardAddress(), "/run/film"},
                   "/dev/null");
         rate.baseline.push_back(size / Time(upload, "upload"));
-        boardTime.baseline.push_back(ProcessorSeconds(board.DaemonPid()) - before);
+        boardTime.baseline.push_back(ProcessorSeconds(board.Daemon().Pid()) - before);
     }
     fs::remove_all("/run/film");
     std::printf("%zu MiB to one board\n", mebibytes);

@@ -98,7 +98,7 @@ UniqueFd Connect(const board::VirtualBoard &board)
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(wire::kSettingPort);
-    inet_pton(AF_INET, board.BoardAddress().c_str(), &to.sin_addr);
+    inet_pton(AF_INET, board.Network().BoardAddress().c_str(), &to.sin_addr);
     const int on = 1;
     setsockopt(fd.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     if (connect(fd.Get(), reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0)
@@ -138,9 +138,9 @@ double UntilLastFrame(board::VirtualBoard &board, const std::function<void()> &w
     board.Forget();
     const Clock::time_point begin = Clock::now();
     work();
-    if (!board.WaitForFrames(kFrames))
+    if (!board.Fpga().WaitForFrames(kFrames))
         throw std::runtime_error("frames are missing");
-    return std::chrono::duration<double, std::milli>(board.Frames()[kFrames - 1].at - begin).count();
+    return std::chrono::duration<double, std::milli>(board.Fpga().Frames()[kFrames - 1].at - begin).count();
 }
 
 // The median of several, since a single one is over before the processor has warmed up.
@@ -164,7 +164,7 @@ void WriteFrames(int line, const std::string &frames)
 // The commands that saving lays down, as a bare program would run them.
 void RunCommands(board::VirtualBoard &board)
 {
-    board.WriteFile("/home/root/bare.bak", File());
+    board.Root().Write("/home/root/bare.bak", File());
     board.Run("sh -c 'mv /home/root/bare.bak /home/root/plexa_data/bare.ss'; sh -c sync; sh -c sync");
 }
 
@@ -220,12 +220,13 @@ int main(int count, char **arguments)
     options.prefix = {"busybox", "sh", "-c", "exec \"$0\" >/tmp/ledboardd.log 2>&1"};
     board::VirtualBoard board(options);
     board.Boot();
-    const UniqueFd line(open((board.RootFolder() + "/dev/ttyO0").c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC));
+    const UniqueFd line(
+        open((board.Root().Folder() + "/dev/ttyO0").c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC));
     if (line.Get() < 0)
         throw std::runtime_error("there is no serial line");
     const UniqueFd client = Connect(board);
     const std::string frames = Frames();
-    bench::Settle(board.DaemonPid(), true);
+    bench::Settle(board.Daemon().Pid(), true);
 
     bench::Row sent{"259 frames sent, ms", {}, {}, bench::Limit::kAtMostRatio, 3};
     bench::Row saved{"saved and sent, ms", {}, {}, bench::Limit::kAtMostRatio, 2};

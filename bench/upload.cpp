@@ -67,7 +67,7 @@ sockaddr_in Loopback(std::uint16_t port)
 
 UniqueFd ConnectInside(const board::VirtualBoard &board, std::uint16_t port)
 {
-    UniqueFd fd(board.SocketInBoard(AF_INET, SOCK_STREAM | SOCK_CLOEXEC));
+    UniqueFd fd(board.Network().Socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC));
     const sockaddr_in address = Loopback(port);
     if (connect(fd.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         Fail("cannot connect inside the board");
@@ -176,13 +176,13 @@ private:
 
 void RemoveFile(const board::VirtualBoard &board)
 {
-    std::filesystem::remove(board.RootFolder() + kFolder + "/big");
+    std::filesystem::remove(board.Root().Folder() + kFolder + "/big");
 }
 
 DaemonSample RunDaemon(const board::VirtualBoard &board, std::uint64_t packets)
 {
     RemoveFile(board);
-    const pid_t pid = board.DaemonPid();
+    const pid_t pid = board.Daemon().Pid();
     const Session session(board);
     DaemonSample sample;
     const long resident = ProcNumber(pid, "status", "VmRSS:");
@@ -223,8 +223,8 @@ DaemonSample RunDaemon(const board::VirtualBoard &board, std::uint64_t packets)
 Sample RunBare(const board::VirtualBoard &board, std::uint64_t packets)
 {
     RemoveFile(board);
-    const std::string path = board.RootFolder() + kFolder + "/big";
-    UniqueFd listener(board.SocketInBoard(AF_INET, SOCK_STREAM | SOCK_CLOEXEC));
+    const std::string path = board.Root().Folder() + kFolder + "/big";
+    UniqueFd listener(board.Network().Socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC));
     const int on = 1;
     setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     const sockaddr_in address = Loopback(kBarePort);
@@ -258,7 +258,7 @@ public:
     {
         board_.sin_family = AF_INET;
         board_.sin_port = htons(wire::kDiscoveryPort);
-        inet_pton(AF_INET, board.BoardAddress().c_str(), &board_.sin_addr);
+        inet_pton(AF_INET, board.Network().BoardAddress().c_str(), &board_.sin_addr);
         thread_ = std::jthread([this](const std::stop_token &stop) { Run(stop); });
     }
     bench::Samples Stop() // microseconds
@@ -312,10 +312,10 @@ double CountAllocations()
     options.number = 1;
     options.environment.emplace_back("LD_PRELOAD=/usr/lib/malloc_counter.so");
     board::VirtualBoard board(options);
-    board.CopyIn(MALLOC_COUNTER, "/usr/lib/malloc_counter.so");
+    board.Root().CopyIn(MALLOC_COUNTER, "/usr/lib/malloc_counter.so");
     board.Boot();
     const auto count = [&] {
-        const std::string bytes = board.ReadFile("/home/root/malloc_count");
+        const std::string bytes = board.Root().Read("/home/root/malloc_count");
         return static_cast<std::uint64_t>(
             wire::Read<wire::I64>(wire::BytesAt(bytes.data(), bytes.size())).value());
     };
@@ -331,11 +331,11 @@ std::optional<double> RunNginx(board::VirtualBoard &board, unsigned mebibytes)
 {
     const std::string data = "/home/root/plexa_data/";
     RemoveFile(board);
-    board.WriteFile("/home/root/nginx.conf",
-                    "user root; events {} http { access_log off; server { listen 127.0.0.1:7002; root " +
-                        data +
-                        "; location / { dav_methods PUT; client_max_body_size 0; client_body_temp_path " +
-                        data + "body; } } }");
+    board.Root().Write("/home/root/nginx.conf",
+                       "user root; events {} http { access_log off; server { listen 127.0.0.1:7002; root " +
+                           data +
+                           "; location / { dav_methods PUT; client_max_body_size 0; client_body_temp_path " +
+                           data + "body; } } }");
     if (board.Run("command -v nginx && nginx -c /home/root/nginx.conf").status != 0)
         return std::nullopt;
     const std::string source = data + "source"; // a hole takes no room
@@ -363,7 +363,7 @@ int Measure(const Settings &settings)
 
     board::VirtualBoard board(BoardOptions(settings.mebibytes));
     board.Boot();
-    bench::Settle(board.DaemonPid(), true);
+    bench::Settle(board.Daemon().Pid(), true);
     bench::Settle(getpid(), false);
     const std::uint64_t packets = settings.Packets();
     const double mebibytes = static_cast<double>(packets * wire::kUploadDataRoom) / (1 << 20);

@@ -69,7 +69,7 @@ protected:
         sockaddr_ll everybody{};
         everybody.sll_family = AF_PACKET;
         everybody.sll_protocol = htons(ETH_P_ARP);
-        everybody.sll_ifindex = static_cast<int>(if_nametoindex(board->PcInterface().c_str()));
+        everybody.sll_ifindex = static_cast<int>(if_nametoindex(board->Network().PcInterface().c_str()));
         everybody.sll_halen = 6;
         std::memset(everybody.sll_addr, 0xff, 6);
         ASSERT_EQ(sendto(arp_.Get(), packet.data(), packet.size(), 0,
@@ -100,7 +100,7 @@ protected:
 
 TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
 {
-    options.addressing = board::Addressing::DhcpSilent;
+    options.addressing = board::Addressing::kDhcpSilent;
     OpenCapture();
     const auto before = Clock::now();
     Start();
@@ -109,7 +109,7 @@ TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
     ASSERT_TRUE(first.starts_with("169.254."));
     EXPECT_EQ(Found("169.254.", kTwoSeconds), first) << "the record has it";
     EXPECT_LT(Clock::now() - before, 15s);
-    EXPECT_EQ(board->Eth0Address(), first);
+    EXPECT_EQ(board->Network().Eth0Address(), first);
     EXPECT_EQ(Record().substr(kAddress + 4, 4), Backwards(Quad("255.255.0.0")));
     // A tick may come up to a quarter of a second early; late ticks shift what follows.
     for (const std::size_t pause : {0U, 1U})
@@ -122,12 +122,12 @@ TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
     // A second host: once defended, then the board moves.
     Claim(first);
     EXPECT_EQ(Heard(5000ms).kind, "announcement");
-    EXPECT_EQ(board->Eth0Address(), first);
+    EXPECT_EQ(board->Network().Eth0Address(), first);
     Claim(first);
     const Arp probe = Heard(6000ms);
     EXPECT_EQ(probe.kind, "probe");
     EXPECT_NE(probe.address, first);
-    EXPECT_EQ(board->Eth0Address(), std::nullopt);
+    EXPECT_EQ(board->Network().Eth0Address(), std::nullopt);
     // And while it probes: the next candidate at once.
     Claim(probe.address);
     const std::string third = ClaimSeen();
@@ -140,11 +140,13 @@ TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
     EXPECT_EQ(Found("169.254.", kTwoSeconds), third);
 
     // A lease: the link-local address goes.
-    board->DhcpServer(true);
-    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->LeaseAddress(); }, kLeaseTime));
-    EXPECT_EQ(Found(board->LeaseAddress(), kTwoSeconds), board->LeaseAddress());
+    board->Network().DhcpServer(true);
+    ASSERT_TRUE(
+        board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().LeaseAddress(); },
+                       kLeaseTime));
+    EXPECT_EQ(Found(board->Network().LeaseAddress(), kTwoSeconds), board->Network().LeaseAddress());
     EXPECT_EQ(board->Run("ip -4 addr show dev eth0 | grep -c inet").output, "1\n");
-    EXPECT_EQ(Record().substr(kAddress + 8, 4), Backwards(Quad(board->PcAddress())));
+    EXPECT_EQ(Record().substr(kAddress + 8, 4), Backwards(Quad(board->Network().PcAddress())));
     Claim(third); // the probe is over and hears it no more
     EXPECT_EQ(Heard(500ms).kind, "");
 }
@@ -156,7 +158,7 @@ protected:
     int Ip(const char *command)
     {
         int status = -1;
-        board->InsideNetwork([&] { status = std::system(command); });
+        board->Network().Inside([&] { status = std::system(command); });
         return status;
     }
 
@@ -165,42 +167,43 @@ protected:
     {
         const std::string line = in ? "netlink event up." : "netlink event down.";
         const std::size_t seen = Lines(line);
-        board->Cable(in);
-        ASSERT_TRUE(board->WaitForLog(line, seen + 1, 20s));
+        board->Network().Cable(in);
+        ASSERT_TRUE(board->Record().WaitForLog(line, seen + 1, 20s));
     }
 
     std::size_t Lines(const std::string &text)
     {
-        return static_cast<std::size_t>(std::ranges::count_if(board->Log(), [&](const std::string &line) {
-            return line.find(text) != std::string::npos;
-        }));
+        return static_cast<std::size_t>(
+            std::ranges::count_if(board->Record().Log(), [&](const std::string &line) {
+                return line.find(text) != std::string::npos;
+            }));
     }
 };
 
 TEST_F(Cable, PulledAndNoServerAnyMore)
 {
-    options.addressing = board::Addressing::Dhcp;
+    options.addressing = board::Addressing::kDhcp;
     OpenCapture();
     Start();
-    ASSERT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
-    board->DhcpServer(false);
-    board->Cable(false);
-    EXPECT_TRUE(board->WaitForMessage(9));
-    EXPECT_TRUE(board->WaitForCommand(kRestart));
+    ASSERT_EQ(Found(board->Network().LeaseAddress(), kLeaseTime), board->Network().LeaseAddress());
+    board->Network().DhcpServer(false);
+    board->Network().Cable(false);
+    EXPECT_TRUE(board->Player().WaitForMessage(9));
+    EXPECT_TRUE(board->Record().WaitForCommand(kRestart));
     OpenCapture(); // what was probed for before the lease came does not count
     EXPECT_EQ(Heard(2000ms).kind, "") << "nothing is probed for without a link";
     const auto plugged = Clock::now();
-    board->Cable(true);
+    board->Network().Cable(true);
     EXPECT_TRUE(ClaimSeen().starts_with("169.254."));
     EXPECT_GT(Clock::now() - plugged, 14s) << "a lease had its chance first";
     EXPECT_NE(Found("169.254.", kTwoSeconds), "");
 
     // The server comes back with the cable.
-    board->Cable(false);
-    EXPECT_TRUE(board->WaitForMessage(9, 2));
-    board->DhcpServer(true);
-    board->Cable(true);
-    EXPECT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
+    board->Network().Cable(false);
+    EXPECT_TRUE(board->Player().WaitForMessage(9, 2));
+    board->Network().DhcpServer(true);
+    board->Network().Cable(true);
+    EXPECT_EQ(Found(board->Network().LeaseAddress(), kLeaseTime), board->Network().LeaseAddress());
 }
 
 class FlappingCable : public Cable
@@ -220,7 +223,7 @@ protected:
     {
         if (getenv("ASAN_OPTIONS") != nullptr || getenv("TSAN_OPTIONS") != nullptr)
             return 0;
-        std::ifstream file("/proc/" + std::to_string(board->DaemonPid()) + "/status");
+        std::ifstream file("/proc/" + std::to_string(board->Daemon().Pid()) + "/status");
         for (std::string word; file >> word;) {
             long number = 0;
             if (word == "RssAnon:" && file >> number)
@@ -232,7 +235,7 @@ protected:
 
     void ExpectAsBefore(std::size_t descriptors, long memory)
     {
-        EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() <= descriptors; }, 20s));
+        EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() <= descriptors; }, 20s));
         EXPECT_LE(Memory(), memory + 48);
     }
 };
@@ -244,26 +247,26 @@ TEST_F(FlappingCable, LeavesAFixedAddressAndNothingElseBehind)
     const std::size_t descriptors = SettledDescriptors(*board);
     const long memory = Memory();
     Flap(100);
-    EXPECT_EQ(Found(board->BoardAddress(), 10s), board->BoardAddress());
+    EXPECT_EQ(Found(board->Network().BoardAddress(), 10s), board->Network().BoardAddress());
     ExpectAsBefore(descriptors, memory);
 }
 
 TEST_F(FlappingCable, LeavesTickSlotsForTheOthers)
 {
-    options.addressing = board::Addressing::Dhcp;
+    options.addressing = board::Addressing::kDhcp;
     options.files["/home/root/plexa_data/remote_server"] = "ip=127.0.0.1\nport=7001\nusername=user\n";
     options.startDaemon = false;
     Start();
-    const ledboard::UniqueFd listener(board->SocketInBoard(AF_INET, SOCK_STREAM));
+    const ledboard::UniqueFd listener(board->Network().Socket(AF_INET, SOCK_STREAM));
     sockaddr_in here{};
     here.sin_family = AF_INET;
     here.sin_port = htons(7001);
     ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr *>(&here), sizeof here), 0);
     ASSERT_EQ(listen(listener.Get(), 1), 0);
-    board->StartDaemon();
+    board->Daemon().Start();
     const Peer server(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
     ASSERT_EQ(server.Take(43).size(), 43U);
-    ASSERT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
+    ASSERT_EQ(Found(board->Network().LeaseAddress(), kLeaseTime), board->Network().LeaseAddress());
     Flap(10);
     const std::size_t descriptors = SettledDescriptors(*board);
     const long memory = Memory();
@@ -275,19 +278,19 @@ TEST_F(FlappingCable, LeavesTickSlotsForTheOthers)
     ASSERT_TRUE(server.Send(Le32(12) + Le32(10) + Le32(0)));
     EXPECT_EQ(server.Take(522).size(), 522U);
     Flap(100);
-    EXPECT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
+    EXPECT_EQ(Found(board->Network().LeaseAddress(), kLeaseTime), board->Network().LeaseAddress());
     std::string packet = server.Take(12, 10000);
     for (; packet.starts_with(Le32(522)); packet = server.Take(12, 10000))
         EXPECT_EQ(server.Take(510).size(), 510U); // the record has changed: it goes ahead of the heartbeat
     EXPECT_EQ(packet, Le32(12) + Le32(11) + Le32(0)) << "the heartbeat has its slot";
-    const std::vector<std::string> commands = board->Commands();
+    const std::vector<std::string> commands = board->Record().Commands();
     EXPECT_LE(std::count(commands.begin(), commands.end(), kRestart), 60) << "one waits, not a hundred";
     ExpectAsBefore(descriptors, memory);
     // The surplus entries of the delay are gone: the next pull finds a slot.
     board->Forget();
     Flap(1);
     EXPECT_EQ(Lines("no tick slot is empty"), 0U);
-    EXPECT_FALSE(board->ThePlayer().Messages().empty());
+    EXPECT_FALSE(board->Player().Messages().empty());
 }
 
 TEST_F(Cable, TheModemTakesTheDefaultRoute)
@@ -298,29 +301,30 @@ TEST_F(Cable, TheModemTakesTheDefaultRoute)
                  "&& ip link set ppp1 up && ip link set ppp0 up"),
               0);
     ASSERT_TRUE(board->WaitFor([&] { return Ip("ip link show ppp0 | grep -q LOWER_UP") == 0; }));
-    board->StartDaemon();
+    board->Daemon().Start();
     const std::string move = "route delete default;route add  default gw 10.64.0.9;"
                              "cp /etc/ppp/resolv.conf /var/run/resolv.conf";
     for (const std::size_t pulls : {1U, 2U, 3U}) {
         MoveCable(false);
-        EXPECT_TRUE(board->WaitForCommand(move, pulls));
+        EXPECT_TRUE(board->Record().WaitForCommand(move, pulls));
         if (pulls < 3)
             MoveCable(true);
     }
     int moves = 0;
-    for (const std::string &command : board->Commands()) {
+    for (const std::string &command : board->Record().Commands()) {
         if (command.starts_with(move)) {
             EXPECT_EQ(command, move + (moves++ % 2 == 0 ? ";killall pppd" : ""));
         }
     }
-    EXPECT_EQ(board->Eth0Address(), board->BoardAddress()) << "a fixed address is left alone";
+    EXPECT_EQ(board->Network().Eth0Address(), board->Network().BoardAddress())
+        << "a fixed address is left alone";
 
     // Another interface's link comes up while eth0 has no cable: up it is.
     board->Forget();
     EXPECT_EQ(Ip("ip link set ppp1 down; ip link set ppp1 up"), 0);
-    EXPECT_TRUE(board->WaitForLog("netlink event up."));
-    EXPECT_TRUE(board->WaitForLog("Enter SetPppGatway"));
-    EXPECT_EQ(board->LogText().find("Enter ProcEth0Up"), std::string::npos);
+    EXPECT_TRUE(board->Record().WaitForLog("netlink event up."));
+    EXPECT_TRUE(board->Record().WaitForLog("Enter SetPppGatway"));
+    EXPECT_EQ(board->Record().LogText().find("Enter ProcEth0Up"), std::string::npos);
 }
 
 } // namespace

@@ -11,10 +11,10 @@
 // How many descriptors the daemon has open when its start is through, all its threads included.
 inline std::size_t SettledDescriptors(const board::VirtualBoard &board)
 {
-    EXPECT_TRUE(board.WaitForLog("serial thread socket: wait accept one client."));
-    EXPECT_TRUE(board.WaitForLog("/dev/ttyUSB3: "));
-    EXPECT_TRUE(board.WaitFor([&] { return !board.Heartbeats().empty(); }));
-    return board.OpenDescriptors();
+    EXPECT_TRUE(board.Record().WaitForLog("serial thread socket: wait accept one client."));
+    EXPECT_TRUE(board.Record().WaitForLog("/dev/ttyUSB3: "));
+    EXPECT_TRUE(board.WaitFor([&] { return !board.Supervisor().Heartbeats().empty(); }));
+    return board.Daemon().OpenDescriptors();
 }
 
 // Fixture with one board. Change `options`, then Boot(). When a test fails, the daemon's log is shown; a
@@ -33,9 +33,9 @@ protected:
     {
         if (!board)
             return;
-        EXPECT_EQ(board->SanitizerReport(), "");
+        EXPECT_EQ(board->Record().SanitizerReport(), "");
         if (HasFailure())
-            std::fprintf(stderr, "--- log of the daemon:\n%s\n---\n", board->LogText().c_str());
+            std::fprintf(stderr, "--- log of the daemon:\n%s\n---\n", board->Record().LogText().c_str());
     }
 
     board::Options options;

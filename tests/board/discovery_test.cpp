@@ -55,8 +55,8 @@ protected:
     void ExpectSilence(const std::string &request, std::uint16_t port = 8878)
     {
         // The search behind it is answered first only when the request is not answered at all.
-        EXPECT_TRUE(pc.Send(request, board->BoardAddress(), port));
-        const auto next = pc.Ask(kHeader + Zeros(15), board->BoardAddress(), port);
+        EXPECT_TRUE(pc.Send(request, board->Network().BoardAddress(), port));
+        const auto next = pc.Ask(kHeader + Zeros(15), board->Network().BoardAddress(), port);
         ASSERT_TRUE(next);
         EXPECT_EQ(next->bytes.size(), 409U) << request.size() << " bytes were answered";
     }
@@ -83,9 +83,9 @@ TEST_F(BoardDiscovery, SearchReplyByteForByte)
                                  Le32(1) + Le32(0) + Le32(1) + // device type, model type, boot picture
                                  Le32(0) +                     // no USB disk
                                  Padded("North gate", 250) + Zeros(52);
-    ASSERT_EQ(board->BoardMac(), "02:4c:45:44:00:00");
+    ASSERT_EQ(board->Network().BoardMac(), "02:4c:45:44:00:00");
     for (const std::string &to :
-         {board->BoardAddress(), std::string("255.255.255.255"), std::string("10.20.30.255")}) {
+         {board->Network().BoardAddress(), std::string("255.255.255.255"), std::string("10.20.30.255")}) {
         const auto reply = pc.Ask(kHeader + "any content....", to);
         ASSERT_TRUE(reply) << to;
         EXPECT_EQ(reply->bytes, expected);
@@ -118,7 +118,7 @@ TEST_F(BoardDiscovery, StatusCommands)
             ExpectSilence(Status(row.command));
             continue;
         }
-        const auto reply = pc.Ask(Status(row.command), board->BoardAddress());
+        const auto reply = pc.Ask(Status(row.command), board->Network().BoardAddress());
         ASSERT_TRUE(reply) << row.command;
         EXPECT_EQ(reply->bytes, row.reply) << row.command;
         for (std::size_t byte = 0; byte < kId.size(); ++byte) {
@@ -129,18 +129,18 @@ TEST_F(BoardDiscovery, StatusCommands)
     }
     for (const char *const name :
          {"DEVICE_STATUS_CONNECT_SERVER", "DISCONNECT_FROM_REMOTE_SERVER", "GET_REMOTE_ADDR"})
-        EXPECT_TRUE(board->WaitForLog(name)) << name;
+        EXPECT_TRUE(board->Record().WaitForLog(name)) << name;
 }
 
 TEST_F(BoardDiscovery, RemoteServerIsSetByARequestForAnotherBoard)
 {
     Boot();
-    const std::string address = RemoteAddress(board->PcAddress(), 4000);
-    const auto set = pc.Ask(kHeader + Le32(0) + "another board." + address, board->BoardAddress());
+    const std::string address = RemoteAddress(board->Network().PcAddress(), 4000);
+    const auto set = pc.Ask(kHeader + Le32(0) + "another board." + address, board->Network().BoardAddress());
     ASSERT_TRUE(set);
     EXPECT_EQ(set->bytes, Answered(34) + Le32(4) + kId + std::string(1, '\1'));
-    EXPECT_TRUE(board->WaitForLog("SET_REMOTE_ADDR"));
-    const auto shown = pc.Ask(Status(6), board->BoardAddress());
+    EXPECT_TRUE(board->Record().WaitForLog("SET_REMOTE_ADDR"));
+    const auto shown = pc.Ask(Status(6), board->Network().BoardAddress());
     ASSERT_TRUE(shown);
     EXPECT_EQ(shown->bytes, Answered(315) + Le32(6) + kId + address);
 }
@@ -160,7 +160,7 @@ TEST_F(BoardDiscovery, RandomDatagramsLeaveEverythingAsItWas)
             std::string bytes(length, '\0');
             for (char &byte : bytes)
                 byte = static_cast<char>(random());
-            ASSERT_TRUE(pc.Send(bytes, board->BoardAddress(), port));
+            ASSERT_TRUE(pc.Send(bytes, board->Network().BoardAddress(), port));
             if (length % 100 == 0) // never more under way than the board's socket holds
                 ExpectSilence(bytes, port);
         }
@@ -168,55 +168,57 @@ TEST_F(BoardDiscovery, RandomDatagramsLeaveEverythingAsItWas)
     ExpectSilence(std::string(65507, 'x'));
     EXPECT_FALSE(pc.Receive(100)) << "something was answered";
     unharmed.Check("random datagrams");
-    const auto status = pc.Ask(Status(1), board->BoardAddress());
+    const auto status = pc.Ask(Status(1), board->Network().BoardAddress());
     ASSERT_TRUE(status);
     EXPECT_EQ(status->bytes, Answered(41) + Le32(1) + Le32(0) + Le32(23456) + kId);
-    EXPECT_TRUE(board->Commands().empty());
+    EXPECT_TRUE(board->Record().Commands().empty());
 }
 
 TEST_F(BoardDiscovery, CustomPortAnswersTheSender)
 {
     options.files["/home/root/plexa_data/server_config"] = "port=12345\n";
     Boot();
-    ASSERT_TRUE(board->WaitForLog("[---init udp 12345 port success.---]"));
-    const auto reply = pc.Ask(kHeader + Zeros(15), board->BoardAddress(), 12345);
+    ASSERT_TRUE(board->Record().WaitForLog("[---init udp 12345 port success.---]"));
+    const auto reply = pc.Ask(kHeader + Zeros(15), board->Network().BoardAddress(), 12345);
     ASSERT_TRUE(reply);
     EXPECT_EQ(reply->bytes.size(), 409U);
-    EXPECT_EQ(reply->destination, board->PcAddress());
+    EXPECT_EQ(reply->destination, board->Network().PcAddress());
     EXPECT_EQ(reply->port, 12345);
-    const auto status = pc.Ask(Status(1), board->BoardAddress(), 12345);
+    const auto status = pc.Ask(Status(1), board->Network().BoardAddress(), 12345);
     ASSERT_TRUE(status);
     EXPECT_EQ(status->bytes, Answered(41) + Le32(1) + Le32(0) + Le32(12345) + kId);
     ExpectSilence(Status(1, "C1-0123456788" + Zeros(1)), 12345);
     for (const std::uint32_t command : {2U, 5U, 6U})
         ExpectSilence(Status(command), 12345);
-    ExpectSilence(kHeader + Le32(0) + kId + RemoteAddress(board->PcAddress(), 4000), 12345);
-    EXPECT_FALSE(board->WaitForLog("SET_REMOTE_ADDR", 1, 0ms));
+    ExpectSilence(kHeader + Le32(0) + kId + RemoteAddress(board->Network().PcAddress(), 4000), 12345);
+    EXPECT_FALSE(board->Record().WaitForLog("SET_REMOTE_ADDR", 1, 0ms));
 
-    const Peer session = Peer::Connect(board->BoardAddress(), 12345);
+    const Peer session = Peer::Connect(board->Network().BoardAddress(), 12345);
     EXPECT_TRUE(session.Send(Le32(8) + Le32(4)));
     EXPECT_EQ(session.Take(8), Le32(8) + std::string("\4\0\0\0", 4));
 }
 
 TEST_F(BoardDiscovery, DynamicAddressingOpensNoCustomPort)
 {
-    options.addressing = board::Addressing::Dhcp;
+    options.addressing = board::Addressing::kDhcp;
     options.files["/home/root/plexa_data/server_config"] = "port=12345\n";
     Boot();
-    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->LeaseAddress(); }, 10s));
-    const auto status = pc.Ask(Status(1), board->LeaseAddress());
+    ASSERT_TRUE(
+        board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().LeaseAddress(); },
+                       10s));
+    const auto status = pc.Ask(Status(1), board->Network().LeaseAddress());
     ASSERT_TRUE(status);
     EXPECT_EQ(status->bytes, Answered(41) + Le32(1) + Le32(1) + Le32(12345) + kId);
-    EXPECT_TRUE(board->WaitForLog("[---src/network.c::GetSystemEnvInfo::"));
-    EXPECT_TRUE(board->WaitForLog("---] is dynamic ip address."));
-    EXPECT_FALSE(Peer::Connect(board->LeaseAddress(), 12345).Connected());
-    EXPECT_TRUE(Peer::Connect(board->LeaseAddress(), 8870).Connected());
+    EXPECT_TRUE(board->Record().WaitForLog("[---src/network.c::GetSystemEnvInfo::"));
+    EXPECT_TRUE(board->Record().WaitForLog("---] is dynamic ip address."));
+    EXPECT_FALSE(Peer::Connect(board->Network().LeaseAddress(), 12345).Connected());
+    EXPECT_TRUE(Peer::Connect(board->Network().LeaseAddress(), 8870).Connected());
 }
 
 TEST_F(BoardDiscovery, RepliesLeaveByTheInterfaceOfTheRequest)
 {
     Boot();
-    const std::string daemon = std::to_string(board->DaemonPid());
+    const std::string daemon = std::to_string(board->Daemon().Pid());
     ASSERT_EQ(std::system(("ip link add pc9 type veth peer name eth1 netns " + daemon +
                            " && ip address add 10.99.0.1/24 dev pc9 && ip link set pc9 up")
                               .c_str()),
@@ -245,9 +247,9 @@ TEST_F(BoardDiscovery, RepliesLeaveByTheInterfaceOfTheRequest)
         }
     };
     check("two interfaces, no default route");
-    board->Cable(false);
-    EXPECT_TRUE(board->WaitForLog("netlink event down."));
-    board->Cable(true);
+    board->Network().Cable(false);
+    EXPECT_TRUE(board->Record().WaitForLog("netlink event down."));
+    board->Network().Cable(true);
     check("after a cable pull");
     // A PC of another subnet, to which there is no route.
     ASSERT_EQ(std::system("ip address flush dev pc0 && ip address add 172.31.5.5/16 dev pc0"), 0);

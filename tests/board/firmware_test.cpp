@@ -69,7 +69,7 @@ protected:
 
     Peer LogIn(std::uint8_t status = 1)
     {
-        Peer peer = Peer::Connect(board->BoardAddress(), 8870);
+        Peer peer = Peer::Connect(board->Network().BoardAddress(), 8870);
         EXPECT_TRUE(peer.Send(Le32(8) + Le32(2)));
         EXPECT_EQ(peer.Take(8), Le32(8) + Le32(status));
         return peer;
@@ -78,10 +78,10 @@ protected:
     // A gzip-compressed tar with the script as "update.sh" at its top, and the daemon beside it.
     std::string MakeArchive(const std::string &script)
     {
-        board->WriteFile("/home/root/new/update.sh", script, 0644);
-        board->CopyIn(board->GetOptions().daemon, "/home/root/new/ledboardd");
+        board->Root().Write("/home/root/new/update.sh", script, 0644);
+        board->Root().CopyIn(options.daemon, "/home/root/new/ledboardd");
         EXPECT_EQ(board->Run("cd /home/root/new && tar -czf ../new.gz update.sh ledboardd").status, 0);
-        return board->ReadFile("/home/root/new.gz");
+        return board->Root().Read("/home/root/new.gz");
     }
 
     static void Upload(const Peer &peer, const std::string &archive)
@@ -131,13 +131,13 @@ TEST_F(Firmware, AnswersAndRefusals)
         EXPECT_TRUE(closes ? peer.Ended() : peer.Silent(50));
         EXPECT_EQ(LogIn(closes ? 1 : 2).Ended(50), !closes) << "the flag is clear once the session is gone";
     }
-    EXPECT_FALSE(board->Exists(kStateFile));
-    EXPECT_TRUE(board->WaitForLog("[---src/version_thread.cpp::LogIn::512---]"));
-    EXPECT_TRUE(
-        board->WaitForLog("[---src/version_thread.cpp::DisposePacket::503---] upgrade dispose packet error"));
-    EXPECT_TRUE(board->WaitForLog(
+    EXPECT_FALSE(board->Root().Exists(kStateFile));
+    EXPECT_TRUE(board->Record().WaitForLog("[---src/version_thread.cpp::LogIn::512---]"));
+    EXPECT_TRUE(board->Record().WaitForLog(
+        "[---src/version_thread.cpp::DisposePacket::503---] upgrade dispose packet error"));
+    EXPECT_TRUE(board->Record().WaitForLog(
         "[---src/version_thread.cpp::DisposePaket::245---] ------------------------------error---"));
-    EXPECT_TRUE(board->WaitForLog("fseek new_version.gz fail, filesize: 0. errno: 22"));
+    EXPECT_TRUE(board->Record().WaitForLog("fseek new_version.gz fail, filesize: 0. errno: 22"));
 }
 
 TEST_F(Firmware, ArchiveIsWrittenFromItsStartAndAFullDiskIsAnError)
@@ -148,18 +148,18 @@ TEST_F(Firmware, ArchiveIsWrittenFromItsStartAndAFullDiskIsAnError)
         const Peer peer = LogIn();
         ASSERT_TRUE(peer.Send(first + Packet(1, "abc") + Packet(1, "def") + kAskVersion));
         EXPECT_EQ(peer.Take(273 + 25), kOpened + VersionReply(0));
-        EXPECT_EQ(board->ReadFile(kArchive), "abcdef");
+        EXPECT_EQ(board->Root().Read(kArchive), "abcdef");
     }
-    ASSERT_TRUE(board->WaitForLog("firmware session closed."));
-    board->WriteFile("/home/root/temp/left", "over");
+    ASSERT_TRUE(board->Record().WaitForLog("firmware session closed."));
+    board->Root().Write("/home/root/temp/left", "over");
     board->Forget();
     const Peer peer = LogIn();
     ASSERT_TRUE(peer.Send(kAskFile + kAskVersion));
     EXPECT_EQ(peer.Take(273 + 25), kOpened + VersionReply(0));
     const std::vector<std::string> commands = {"rm -r /home/root/temp/*",
                                                "rm -rf /tmp/QV_Firmware/*;mkdir /tmp/QV_Firmware"};
-    EXPECT_EQ(board->Commands(), commands);
-    EXPECT_FALSE(board->Exists("/home/root/temp/left"));
+    EXPECT_EQ(board->Record().Commands(), commands);
+    EXPECT_FALSE(board->Root().Exists("/home/root/temp/left"));
     board->Run("mount -t tmpfs -o size=64k small /tmp/QV_Firmware");
     ASSERT_TRUE(peer.Send(kAskFile));
     EXPECT_EQ(peer.Take(273), kOpened);
@@ -174,10 +174,10 @@ TEST_F(Firmware, BrokenArchiveLeavesTheDaemonRunning)
     const std::string noScript = [this] {
         board->Run(
             "mkdir /home/root/empty && cd /home/root/empty && touch other && tar -czf ../empty.gz other");
-        return board->ReadFile("/home/root/empty.gz");
+        return board->Root().Read("/home/root/empty.gz");
     }();
     const std::string archive = MakeArchive("#!/bin/sh\nexit 0\n");
-    const pid_t daemon = board->DaemonPid();
+    const pid_t daemon = board->Daemon().Pid();
     for (const std::string &broken :
          {noScript, archive.substr(0, archive.size() / 2), std::string("no gzip")}) {
         {
@@ -190,8 +190,8 @@ TEST_F(Firmware, BrokenArchiveLeavesTheDaemonRunning)
             ASSERT_TRUE(peer.Send(kAskState + kAskState));
             EXPECT_EQ(peer.Take(50), VersionReply(0) + VersionReply(1));
         }
-        EXPECT_EQ(board->DaemonPid(), daemon);
-        EXPECT_TRUE(board->WaitForLog("firmware session closed."));
+        EXPECT_EQ(board->Daemon().Pid(), daemon);
+        EXPECT_TRUE(board->Record().WaitForLog("firmware session closed."));
         board->Forget();
     }
 }
@@ -209,14 +209,14 @@ TEST_F(Firmware, InstallScriptReplacesTheDaemon)
                                             "echo 4.3.2.1 > /home/root/plexa/version\n"
                                             "reboot\n");
     const Peer peer = LogIn();
-    const Peer other = Peer::Connect(board->BoardAddress(), 8870);
+    const Peer other = Peer::Connect(board->Network().BoardAddress(), 8870);
     board->Forget();
     Upload(peer, archive);
     ASSERT_TRUE(peer.Send(kAskComplete));
     EXPECT_EQ(peer.Take(17), kCompleted);
     EXPECT_TRUE(peer.Ended());
     EXPECT_TRUE(other.Ended());
-    ASSERT_TRUE(board->WaitFor([this] { return board->Boots() == 2 && board->DaemonListens(); }, 10s));
+    ASSERT_TRUE(board->WaitFor([this] { return board->Boots() == 2 && board->Daemon().Listens(); }, 10s));
 
     const std::vector<std::string> commands =
         {"rm -r /home/root/temp/*",
@@ -227,19 +227,19 @@ TEST_F(Firmware, InstallScriptReplacesTheDaemon)
          "chmod u+x /tmp/QV_Firmware/bin/update.sh",
          "/tmp/QV_Firmware/bin/update.sh",
          "reboot"};
-    std::vector<std::string> seen = board->Commands();
+    std::vector<std::string> seen = board->Record().Commands();
     seen.resize(std::min(seen.size(), commands.size() - 1));
     EXPECT_EQ(seen, std::vector<std::string>(commands.begin(), commands.end() - 1));
 
-    const std::string descriptors = board->ReadFile("/home/root/descriptors");
+    const std::string descriptors = board->Root().Read("/home/root/descriptors");
     EXPECT_EQ(std::count(descriptors.begin(), descriptors.end(), '>'), 3) << descriptors;
-    const std::string signals = board->ReadFile("/home/root/signals");
+    const std::string signals = board->Root().Read("/home/root/signals");
     EXPECT_NE(signals.find("SigBlk:\t0000000000000000"), std::string::npos) << signals;
     const std::size_t ignored = signals.find("SigIgn:\t"); // of which the shell itself adds SIGQUIT
     ASSERT_NE(ignored, std::string::npos);
     EXPECT_EQ(std::stoull(signals.substr(ignored + 8, 16), nullptr, 16) & ~4ULL, 0U) << signals;
-    EXPECT_NE(board->ReadFile("/home/root/folder"), "/tmp/QV_Firmware/bin\n") << "cd changed nothing";
-    EXPECT_EQ(board->ReadFile("/usr/bin/ledboardd"), ReadText(board->GetOptions().daemon));
+    EXPECT_NE(board->Root().Read("/home/root/folder"), "/tmp/QV_Firmware/bin\n") << "cd changed nothing";
+    EXPECT_EQ(board->Root().Read("/usr/bin/ledboardd"), ReadText(options.daemon));
 
     const Peer after = LogIn();
     ASSERT_TRUE(after.Send(kAskState));

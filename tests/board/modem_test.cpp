@@ -20,7 +20,7 @@ protected:
 
     Peer LogIn() const
     {
-        Peer peer = Peer::Connect(board->BoardAddress(), 8870);
+        Peer peer = Peer::Connect(board->Network().BoardAddress(), 8870);
         EXPECT_TRUE(peer.Send(Le32(8) + Le32(4)));
         EXPECT_EQ(peer.Take(8), Le32(8) + "\x04" + Zeros(3));
         return peer;
@@ -53,12 +53,12 @@ protected:
     }
     long Calls(const std::vector<std::string> &words) const
     {
-        return std::ranges::count(board->StandInCalls(), words);
+        return std::ranges::count(board->Record().StandInCalls(), words);
     }
     bool WaitForSms(const std::string &content)
     {
         return board->WaitFor(
-            [&] { return board->TryReadFile(kSms).value_or("").find(content) != std::string::npos; }, 20s);
+            [&] { return board->Root().TryRead(kSms).value_or("").find(content) != std::string::npos; }, 20s);
     }
 };
 
@@ -80,20 +80,19 @@ TEST_F(Modem, FromPowerUpToLinkAndMessage)
 {
     options.files["/etc/ppp/peers/3g"] = "/dev/ttyUSB0\n";
     Boot();
-    ASSERT_TRUE(board->WaitForLog("modem link is up.", 1, 60s));
-    const termios line = board->TheModem().Attributes();
+    ASSERT_TRUE(board->Record().WaitForLog("modem link is up.", 1, 60s));
+    const termios line = board->Modem().Attributes();
     EXPECT_EQ(cfgetispeed(&line), static_cast<speed_t>(B115200));
     EXPECT_EQ(line.c_cflag & (CSIZE | PARENB | CSTOPB), static_cast<tcflag_t>(CS8));
 
-    board->TheModem().Deliver("+4915112345678", "Öffne $(touch /home/root/x) \"das\" Tor\nOK\n€ 😀");
+    board->Modem().Deliver("+4915112345678", "Öffne $(touch /home/root/x) \"das\" Tor\nOK\n€ 😀");
     ASSERT_TRUE(WaitForSms("}\n"));
-    const std::string kept = board->ReadFile(kSms);
+    const std::string kept = board->Root().Read(kSms);
     EXPECT_TRUE(kept.starts_with(
         R"({"sender":"+4915112345678","text":"Öffne $(touch /home/root/x) \"das\" Tor\nOK\n€ 😀","time":"20)"))
         << kept;
-    EXPECT_TRUE(board->WaitFor([&] { return board->TheModem().View().sms == 0; }))
-        << "deleted when it is kept";
-    EXPECT_FALSE(board->Exists("/home/root/x"));
+    EXPECT_TRUE(board->WaitFor([&] { return board->Modem().View().sms == 0; })) << "deleted when it is kept";
+    EXPECT_FALSE(board->Root().Exists("/home/root/x"));
 
     ASSERT_TRUE(WaitForState(7));
     const std::string status = Status();
@@ -122,17 +121,17 @@ TEST_F(Modem, FromPowerUpToLinkAndMessage)
     const std::string lastError = TextAt(Status(), 164);
     const long before = Calls({"pppd", "call", "3g"});
     EXPECT_EQ(board->Run("killall pppd").status, 0);
-    EXPECT_TRUE(board->WaitForLog("modem link is down."));
-    ASSERT_TRUE(board->WaitForLog("modem link is up.", 2, 60s));
+    EXPECT_TRUE(board->Record().WaitForLog("modem link is down."));
+    ASSERT_TRUE(board->Record().WaitForLog("modem link is up.", 2, 60s));
     const long calls = Calls({"pppd", "call", "3g"});
     EXPECT_GT(calls, before);
-    if (!board->WaitForLog(";killall pppd]", 1, 0ms)) {
+    if (!board->Record().WaitForLog(";killall pppd]", 1, 0ms)) {
         EXPECT_EQ(calls, 2);
         EXPECT_EQ(TextAt(Status(), 164), lastError);
     }
 
     // What was received outlives the daemon, the link too; a new daemon finds both.
-    board->RestartDaemon();
+    board->Daemon().Restart();
     ASSERT_TRUE(WaitForState(7));
     EXPECT_EQ(Calls({"pppd", "call", "3g"}), calls);
     const Peer again = LogIn();
@@ -160,17 +159,17 @@ TEST_F(ModemTrouble, SimAndNetwork)
 {
     options.startDaemon = false;
     Boot();
-    board::Modem &modem = board->TheModem();
+    board::Modem &modem = board->Modem();
     modem.KnowUcs2(false);
-    modem.SetSim(board::ModemSim::None);
-    board->StartDaemon();
+    modem.SetSim(board::ModemSim::kNone);
+    board->Daemon().Start();
     ASSERT_TRUE(WaitForState(3));
     EXPECT_EQ(TextAt(Status(), 164), "AT+CPIN?: SIM not inserted");
     EXPECT_EQ(TextAt(Status(), 112), "Model 3");
-    modem.SetSim(board::ModemSim::Pin);
+    modem.SetSim(board::ModemSim::kPin);
     ASSERT_TRUE(WaitForState(4));
     EXPECT_EQ(TextAt(Status(), 164), "the SIM wants: SIM PIN");
-    modem.SetSim(board::ModemSim::Ready);
+    modem.SetSim(board::ModemSim::kReady);
     ASSERT_TRUE(WaitForState(6));
     EXPECT_EQ(Calls({"pppd", "call", "3g"}), 0) << "there is nothing to call";
 
@@ -181,12 +180,12 @@ TEST_F(ModemTrouble, SimAndNetwork)
     EXPECT_TRUE(WaitForSms("\"sender\":\"Gate\",\"text\":\"Ä€\""));
 
     modem.SetSignal(99);
-    modem.SetNetwork(board::ModemNetwork::Roaming);
-    ASSERT_TRUE(board->WaitForLog("registered, roaming.", 1, 20s));
+    modem.SetNetwork(board::ModemNetwork::kRoaming);
+    ASSERT_TRUE(board->Record().WaitForLog("registered, roaming.", 1, 20s));
     std::string status = Status();
     EXPECT_EQ(WordAt(status, 16), 5U);
     EXPECT_EQ(WordAt(status, 12), static_cast<std::uint32_t>(-79)) << "an unknown signal keeps the old";
-    modem.SetNetwork(board::ModemNetwork::Denied);
+    modem.SetNetwork(board::ModemNetwork::kDenied);
     ASSERT_TRUE(WaitForState(5));
     status = Status();
     EXPECT_EQ(WordAt(status, 16), 3U);
@@ -200,10 +199,10 @@ TEST_F(ModemTrouble, OneCommandWithoutAnAnswerHoldsUpNoOther)
     options.startDaemon = false;
     options.files["/etc/ppp/peers/3g"] = "/dev/ttyUSB0\n";
     Boot();
-    board->TheModem().Ignore("AT+COPS?");
-    board->StartDaemon();
-    EXPECT_TRUE(board->WaitForLog("modem link is up.", 1, 30s));
-    board->TheModem().Deliver("+49151", "all the same");
+    board->Modem().Ignore("AT+COPS?");
+    board->Daemon().Start();
+    EXPECT_TRUE(board->Record().WaitForLog("modem link is up.", 1, 30s));
+    board->Modem().Deliver("+49151", "all the same");
     EXPECT_TRUE(WaitForSms("all the same"));
     const std::string status = Status();
     EXPECT_EQ(WordAt(status, 8), 7U);
@@ -215,21 +214,21 @@ TEST_F(ModemHang, NobodyWaitsForItAndItIsOpenedAgain)
 {
     options.startDaemon = false;
     Boot();
-    board->TheModem().Hang(true);
-    board->StartDaemon();
+    board->Modem().Hang(true);
+    board->Daemon().Start();
     ASSERT_TRUE(WaitForState(2, 20s));
     const UdpPeer pc;
     const auto began = std::chrono::steady_clock::now();
     for (int i = 0; i < 20; ++i) {
-        EXPECT_TRUE(pc.Send(Zeros(30), board->BoardAddress()));
+        EXPECT_TRUE(pc.Send(Zeros(30), board->Network().BoardAddress()));
         EXPECT_TRUE(pc.Receive());
         EXPECT_EQ(WordAt(Status(), 8), 2U);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - began, 3s);
-    EXPECT_TRUE(board->WaitForLog("opened again.", 1, 40s));
+    EXPECT_TRUE(board->Record().WaitForLog("opened again.", 1, 40s));
     // Answers that come late belong to no later command.
-    board->TheModem().Say("\r\n+CREG: 0,3\r\n\r\nOK\r\n\r\nOK\r\n\r\nERROR\r\n");
-    board->TheModem().Hang(false);
+    board->Modem().Say("\r\n+CREG: 0,3\r\n\r\nOK\r\n\r\nOK\r\n\r\nERROR\r\n");
+    board->Modem().Hang(false);
     ASSERT_TRUE(WaitForState(6));
     EXPECT_EQ(WordAt(Status(), 16), 1U);
     EXPECT_EQ(TextAt(Status(), 112), "Model 3");
@@ -239,18 +238,20 @@ TEST_F(ModemPulled, IsTakenUpAgainAndAgain)
 {
     options.modem = false;
     Boot();
-    EXPECT_TRUE(board->WaitForLog("/dev/ttyUSB3: no device."));
+    EXPECT_TRUE(board->Record().WaitForLog("/dev/ttyUSB3: no device."));
     std::size_t descriptors = 0;
     for (std::size_t round = 1; round <= 3; ++round) {
-        board->ModemPlugged(true);
-        ASSERT_TRUE(board->WaitForLog("/dev/ttyUSB3: registered.", round, 30s));
-        board->ModemPlugged(false);
-        ASSERT_TRUE(board->WaitForLog("/dev/ttyUSB3: no device.", round + 1, 5s));
+        board->Modem().Plug(true);
+        ASSERT_TRUE(board->Record().WaitForLog("/dev/ttyUSB3: registered.", round, 30s));
+        board->Modem().Plug(false);
+        ASSERT_TRUE(board->Record().WaitForLog("/dev/ttyUSB3: no device.", round + 1, 5s));
         if (round == 1)
-            descriptors = board->OpenDescriptors();
+            descriptors = board->Daemon().OpenDescriptors();
         EXPECT_EQ(WordAt(Status(), 8), 0U);
         EXPECT_EQ(TextAt(Status(), 112), "") << "what was known of it";
-        EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; })) << round;
+        EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == descriptors; }))
+            << round;
     }
-    EXPECT_FALSE(board->WaitForLog("/dev/ttyUSB3: no device.", 5, 0ms)) << "one line when it changes";
+    EXPECT_FALSE(board->Record().WaitForLog("/dev/ttyUSB3: no device.", 5, 0ms))
+        << "one line when it changes";
 }

@@ -54,7 +54,7 @@ protected:
         udp_ = ledboard::UniqueFd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         const int on = 1;
         setsockopt(udp_.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
-        const std::string interface = board->PcInterface();
+        const std::string interface = board->Network().PcInterface();
         ASSERT_EQ(setsockopt(udp_.Get(), SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
                              static_cast<socklen_t>(interface.size() + 1)),
                   0);
@@ -133,7 +133,7 @@ protected:
     Bytes ToDhcp() { return Change("0.0.0.0", "0.0.0.0", 1, 0); }
     Bytes ToFixed(const std::string &address, std::uint32_t port = 0)
     {
-        return Change(address, board->PcAddress(), 0, port);
+        return Change(address, board->Network().PcAddress(), 0, port);
     }
 
     // {mode, custom port} by status command 1.
@@ -154,7 +154,7 @@ protected:
         sockaddr_in peer{};
         peer.sin_family = AF_INET;
         peer.sin_port = htons(static_cast<std::uint16_t>(port));
-        inet_pton(AF_INET, board->Eth0Address().value_or("").c_str(), &peer.sin_addr);
+        inet_pton(AF_INET, board->Network().Eth0Address().value_or("").c_str(), &peer.sin_addr);
         return connect(tcp.Get(), reinterpret_cast<const sockaddr *>(&peer), sizeof peer) == 0;
     }
 
@@ -162,7 +162,7 @@ protected:
     {
         return board->WaitFor([&] { return board->Run("pidof udhcpc").output.empty(); });
     }
-    std::string Interfaces() { return board->ReadFile("/etc/network/interfaces"); }
+    std::string Interfaces() { return board->Root().Read("/etc/network/interfaces"); }
 
     ledboard::UniqueFd udp_;
     std::uint32_t number_ = 0;

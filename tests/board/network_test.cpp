@@ -23,31 +23,34 @@ constexpr char kHead[] = "auto lo\niface lo inet loopback\n\nauto eth0\n";
 TEST_F(AddressChange, FixedToDhcpAndBack)
 {
     Start();
-    board->DhcpServer(true);
+    board->Network().DhcpServer(true);
     board->Forget();
     const Bytes dhcp = ToDhcp();
     EXPECT_TRUE(SendsUnanswered(dhcp)) << "the first request is applied";
-    ASSERT_TRUE(board->WaitForCommand(kCopyPort));
+    ASSERT_TRUE(board->Record().WaitForCommand(kCopyPort));
     EXPECT_EQ(Interfaces(), std::string(kHead) + "iface eth0 inet dhcp\n" + kPreUp);
-    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->LeaseAddress(); }, kLeaseTime));
-    EXPECT_EQ(Found(board->LeaseAddress(), kTwoSeconds), board->LeaseAddress()) << "in network byte order";
+    ASSERT_TRUE(
+        board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().LeaseAddress(); },
+                       kLeaseTime));
+    EXPECT_EQ(Found(board->Network().LeaseAddress(), kTwoSeconds), board->Network().LeaseAddress())
+        << "in network byte order";
     EXPECT_EQ(Mode(), std::make_pair('d', 0U));
-    const std::vector<std::string> switched = board->Commands();
+    const std::vector<std::string> switched = board->Record().Commands();
     EXPECT_EQ(switched.size(), 3U);
     for (const std::string command : {kCopyBack, kRestart, kCopyPort})
         EXPECT_EQ(std::count(switched.begin(), switched.end(), command), 1) << command;
     Send(dhcp);
     EXPECT_EQ(Receive().substr(15), dhcp) << "the second is acknowledged";
-    EXPECT_EQ(board->Commands().size(), 3U) << "and changes nothing";
+    EXPECT_EQ(board->Record().Commands().size(), 3U) << "and changes nothing";
     EXPECT_TRUE(SendsUnanswered(dhcp)) << "the third is applied again";
-    EXPECT_TRUE(board->WaitForCommand(kRestart, 2));
+    EXPECT_TRUE(board->Record().WaitForCommand(kRestart, 2));
 
     board->Forget();
-    const std::string address = board->PcAddress() + "23"; // 10.20.30.123
+    const std::string address = board->Network().PcAddress() + "23"; // 10.20.30.123
     Send(ToFixed(address, 12000));
-    ASSERT_TRUE(board->WaitForCommand(kCopyPort, 2));
-    const std::string gateway = board->PcAddress();
-    EXPECT_EQ(board->Commands(),
+    ASSERT_TRUE(board->Record().WaitForCommand(kCopyPort, 2));
+    const std::string gateway = board->Network().PcAddress();
+    EXPECT_EQ(board->Record().Commands(),
               (std::vector<
                   std::string>{"killall -9 udhcpc", "ifconfig eth0 " + address + " netmask 255.255.255.0",
                                "route add default gw " + gateway, kTakeNewInterfaces,
@@ -57,8 +60,8 @@ TEST_F(AddressChange, FixedToDhcpAndBack)
                                 "\n        netmask 255.255.255.0\n        network 10.20.30.0\n"
                                 "        gateway " +
                                 gateway + "\n");
-    EXPECT_EQ(board->ReadFile("/etc/resolv.conf"), "nameserver 8.8.8.8\n");
-    EXPECT_EQ(board->Eth0Address(), address);
+    EXPECT_EQ(board->Root().Read("/etc/resolv.conf"), "nameserver 8.8.8.8\n");
+    EXPECT_EQ(board->Network().Eth0Address(), address);
     EXPECT_TRUE(DhcpClientIsGone()) << "no late lease can come";
     EXPECT_EQ(Record().substr(kAddress, 12),
               Backwards(Quad(address)) + Backwards(Quad("255.255.255.0")) + Backwards(Quad(gateway)))
@@ -70,33 +73,34 @@ TEST_F(AddressChange, CustomPortFollowsTheRequest)
     options.files["/usr/share/id/config"] = "C123456789012";
     options.files["/home/root/plexa_data/server_config"] = "name=a\nport=0\n";
     Start();
-    const std::string address = board->BoardAddress();
+    const std::string address = board->Network().BoardAddress();
     Send(ToFixed(address, 12000));
-    ASSERT_TRUE(board->WaitForCommand(kCopyPort, 2));
+    ASSERT_TRUE(board->Record().WaitForCommand(kCopyPort, 2));
     ASSERT_TRUE(board->WaitFor([&] { return AcceptsTcp(12000); }));
     EXPECT_EQ(Mode(address, 12000), std::make_pair('f', 12000U)); // answered when all of the request is done
-    EXPECT_EQ(board->ReadFile("/home/root/plexa_data/server_config"), "name=a\nport=12000\n");
+    EXPECT_EQ(board->Root().Read("/home/root/plexa_data/server_config"), "name=a\nport=12000\n");
 
     // The same port: the endpoints stay, also for the request that comes by one of them.
     const std::size_t descriptors = SettledDescriptors(*board);
-    const Bytes again = ToFixed(board->PcAddress() + "24", 12000);
+    const Bytes again = ToFixed(board->Network().PcAddress() + "24", 12000);
     Send(again, address, 12000);
-    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->PcAddress() + "24"; }));
-    Send(again, board->PcAddress() + "24", 12000);
+    ASSERT_TRUE(board->WaitFor(
+        [&] { return board->Network().Eth0Address() == board->Network().PcAddress() + "24"; }));
+    Send(again, board->Network().PcAddress() + "24", 12000);
     EXPECT_EQ(Receive().substr(15), again);
     EXPECT_TRUE(AcceptsTcp(12000));
 
     // Another port, asked for through the endpoint that closes.
-    Send(ToFixed(board->PcAddress() + "24", 65535), board->PcAddress() + "24", 12000);
+    Send(ToFixed(board->Network().PcAddress() + "24", 65535), board->Network().PcAddress() + "24", 12000);
     ASSERT_TRUE(board->WaitFor([&] { return AcceptsTcp(65535); }));
     EXPECT_FALSE(AcceptsTcp(12000));
-    EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() <= descriptors; }, 15s));
+    EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() <= descriptors; }, 15s));
 
     for (const std::uint32_t port : {9999U, 65536U, 0U}) {
-        Send(ToFixed(board->PcAddress() + "24", 20000));
-        Send(ToFixed(board->PcAddress() + "24", port));
+        Send(ToFixed(board->Network().PcAddress() + "24", 20000));
+        Send(ToFixed(board->Network().PcAddress() + "24", port));
         EXPECT_EQ(Mode(), std::make_pair('f', 0U)) << port;
-        EXPECT_EQ(board->ReadFile("/home/root/plexa_data/server_config"), "name=a\nport=0\n");
+        EXPECT_EQ(board->Root().Read("/home/root/plexa_data/server_config"), "name=a\nport=0\n");
         EXPECT_FALSE(AcceptsTcp(20000));
     }
 
@@ -106,40 +110,41 @@ TEST_F(AddressChange, CustomPortFollowsTheRequest)
 
 TEST_F(AddressChange, WhatIsNotThereIsNotRewritten)
 {
-    options.addressing = board::Addressing::Dhcp;
+    options.addressing = board::Addressing::kDhcp;
     Start();
-    ASSERT_EQ(Found(board->LeaseAddress(), kLeaseTime), board->LeaseAddress());
-    board->DhcpServer(false);
+    ASSERT_EQ(Found(board->Network().LeaseAddress(), kLeaseTime), board->Network().LeaseAddress());
+    board->Network().DhcpServer(false);
     Send(Bytes(34, '\0'));
     EXPECT_EQ(Receive().substr(15), Bytes(34, '\0')) << "a request of zeros is acknowledged at once";
 
     // The DHCP client looks for a server; a fixed address ends it and answers go on meanwhile.
-    board->WriteFile("/etc/network/interfaces", "iface eth0 inet dhcp");
+    board->Root().Write("/etc/network/interfaces", "iface eth0 inet dhcp");
     board->Forget();
     Send(ToDhcp());
-    ASSERT_TRUE(board->WaitForCommand(kRestart));
+    ASSERT_TRUE(board->Record().WaitForCommand(kRestart));
     EXPECT_NE(Record(), Bytes(409, '\0')) << "discovery answers while the DHCP client looks for a server";
     const auto before = Clock::now();
-    Send(ToFixed(board->BoardAddress(), 0));
-    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->BoardAddress(); }));
+    Send(ToFixed(board->Network().BoardAddress(), 0));
+    ASSERT_TRUE(
+        board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().BoardAddress(); }));
     EXPECT_LT(Clock::now() - before, 5s);
-    EXPECT_TRUE(board->WaitForCommand("nameserver"));
+    EXPECT_TRUE(board->Record().WaitForCommand("nameserver"));
     EXPECT_TRUE(DhcpClientIsGone());
 
     // Without an eth0 line, and without a file, nothing is applied at once.
     for (const bool exists : {true, false}) {
         if (exists)
-            board->WriteFile("/etc/network/interfaces", "auto lo\n");
+            board->Root().Write("/etc/network/interfaces", "auto lo\n");
         else
             board->Run("rm /etc/network/interfaces");
         board->Forget();
-        Send(ToFixed(board->PcAddress() + (exists ? "25" : "26")));
-        ASSERT_TRUE(board->WaitForCommand("nameserver"));
-        EXPECT_EQ(board->Commands().size(), 2U);
-        EXPECT_EQ(board->TryReadFile("/etc/network/interfaces"),
+        Send(ToFixed(board->Network().PcAddress() + (exists ? "25" : "26")));
+        ASSERT_TRUE(board->Record().WaitForCommand("nameserver"));
+        EXPECT_EQ(board->Record().Commands().size(), 2U);
+        EXPECT_EQ(board->Root().TryRead("/etc/network/interfaces"),
                   exists ? std::optional<std::string>("auto lo\n") : std::nullopt);
-        EXPECT_FALSE(board->Exists("/etc/network/interfaces_static"));
-        EXPECT_EQ(board->Eth0Address(), board->BoardAddress());
+        EXPECT_FALSE(board->Root().Exists("/etc/network/interfaces_static"));
+        EXPECT_EQ(board->Network().Eth0Address(), board->Network().BoardAddress());
     }
 }
 
@@ -147,28 +152,31 @@ TEST_F(AddressChange, APortInUseIsNotKept)
 {
     options.files["/home/root/plexa_data/server_config"] = "port=0\n";
     Start();
-    const ledboard::UniqueFd taken(board->SocketInBoard(AF_INET, SOCK_DGRAM));
+    const ledboard::UniqueFd taken(board->Network().Socket(AF_INET, SOCK_DGRAM));
     sockaddr_in any{};
     any.sin_family = AF_INET;
     any.sin_port = htons(12000);
     ASSERT_EQ(bind(taken.Get(), reinterpret_cast<const sockaddr *>(&any), sizeof any), 0);
     const std::size_t descriptors = SettledDescriptors(*board);
-    Send(ToFixed(board->BoardAddress(), 12000));
-    ASSERT_TRUE(board->WaitForLog("udp port 12000 bind fail:  Address already in use"));
+    Send(ToFixed(board->Network().BoardAddress(), 12000));
+    ASSERT_TRUE(board->Record().WaitForLog("udp port 12000 bind fail:  Address already in use"));
     EXPECT_EQ(Mode(), std::make_pair('f', 0U));
     EXPECT_FALSE(AcceptsTcp(12000));
-    EXPECT_EQ(board->ReadFile("/home/root/plexa_data/server_config"), "port=0\n");
-    EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; }, 15s));
+    EXPECT_EQ(board->Root().Read("/home/root/plexa_data/server_config"), "port=0\n");
+    EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == descriptors; }, 15s));
 }
 
 TEST_F(AddressChange, APortKnownFromStartStaysClosed)
 {
-    options.addressing = board::Addressing::Dhcp;
+    options.addressing = board::Addressing::kDhcp;
     options.files["/home/root/plexa_data/server_config"] = "port=12000\n";
     Start();
-    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->LeaseAddress(); }, kLeaseTime));
-    Send(ToFixed(board->BoardAddress(), 12000));
-    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->BoardAddress(); }));
+    ASSERT_TRUE(
+        board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().LeaseAddress(); },
+                       kLeaseTime));
+    Send(ToFixed(board->Network().BoardAddress(), 12000));
+    ASSERT_TRUE(
+        board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().BoardAddress(); }));
     EXPECT_EQ(Mode(), std::make_pair('f', 12000U));
     EXPECT_FALSE(AcceptsTcp(12000));
     EXPECT_TRUE(AcceptsTcp(8870));

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The slant lines on the panel, as somebody sees them who stands before it.
+#include "devices/framebuffer.h"
 #include "settings_peer.h"
 
 #include <csignal>
@@ -47,7 +48,7 @@ class PanelTest : public SettingsTest
 protected:
     bool Shows(const Rule rule, int phase) const
     {
-        const auto picture = board->Picture();
+        const auto picture = board::ReadFramebuffer(board->Root());
         for (unsigned y = 0; picture && y < picture->height; ++y) {
             for (unsigned x = 0; x < picture->width; ++x) {
                 if (picture->Pixel(x, y) != rule(static_cast<int>(x), static_cast<int>(y), phase))
@@ -63,17 +64,18 @@ protected:
     // Also the bytes behind the pixels of a row.
     bool IsDark(unsigned device = 0) const
     {
-        return board->Picture(device)->bytes.find_first_not_of('\0') == std::string::npos;
+        return board::ReadFramebuffer(board->Root(), device)->bytes.find_first_not_of('\0') ==
+               std::string::npos;
     }
     void Litter(unsigned device = 0) const
     {
-        std::fstream file(board->RootFolder() + "/dev/fb" + std::to_string(device));
-        file << std::string(board->Picture(device)->bytes.size(), '\x5A');
+        std::fstream file(board->Root().Folder() + "/dev/fb" + std::to_string(device));
+        file << std::string(board::ReadFramebuffer(board->Root(), device)->bytes.size(), '\x5A');
     }
-    void Toggle() const { EXPECT_TRUE(board->SignalDaemon(SIGUSR2)); }
+    void Toggle() const { EXPECT_TRUE(board->Daemon().Signal(SIGUSR2)); }
     std::size_t MappingsOfThePanel() const
     {
-        std::ifstream maps("/proc/" + std::to_string(board->DaemonPid()) + "/maps");
+        std::ifstream maps("/proc/" + std::to_string(board->Daemon().Pid()) + "/maps");
         std::size_t count = 0;
         for (std::string line; std::getline(maps, line);)
             count += line.find("/dev/fb") != std::string::npos ? 1 : 0;
@@ -83,7 +85,7 @@ protected:
     std::string FormatLines() const
     {
         std::string lines;
-        for (const std::string &line : board->Log()) {
+        for (const std::string &line : board->Record().Log()) {
             if (line.ends_with("frame buffer") || line.ends_with("frame buffers") ||
                 line.ends_with("format..."))
                 lines += line + "\n";
@@ -93,10 +95,10 @@ protected:
     // Two seconds in which the daemon is alive.
     bool WaitForTwoHeartbeats(const std::function<void()> &meanwhile) const
     {
-        const std::size_t beats = board->Heartbeats().size();
+        const std::size_t beats = board->Supervisor().Heartbeats().size();
         return board->WaitFor([&] {
             meanwhile();
-            return board->Heartbeats().size() >= beats + 2;
+            return board->Supervisor().Heartbeats().size() >= beats + 2;
         });
     }
 };
@@ -119,13 +121,13 @@ TEST_F(PanelTest, NinePhasesWhileAClientIsSilent)
     const int phases[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 1, 2};
     std::size_t waits = 0;
     for (const int phase : phases) {
-        EXPECT_TRUE(board->WaitForLog("select continue.", ++waits));
+        EXPECT_TRUE(board->Record().WaitForLog("select continue.", ++waits));
         EXPECT_TRUE(WaitForPhase(DoubleLines, phase, 700ms)) << "wait " << waits << ", phase " << phase;
     }
     const std::string begun = Command(15);
     EXPECT_TRUE(port.Send(begun.substr(0, 3)));
     board->Forget();
-    EXPECT_TRUE(board->WaitForLog("select continue."));
+    EXPECT_TRUE(board->Record().WaitForLog("select continue."));
     EXPECT_TRUE(WaitForPhase(DoubleLines, 3, 700ms)) << "a client in the middle of a packet";
     EXPECT_TRUE(port.Send(begun.substr(3)));
     EXPECT_EQ(port.Take(14).size(), 14U);
@@ -148,22 +150,22 @@ TEST_F(PanelTest, SignalTurnsItOnAndOff)
         EXPECT_TRUE(WaitForPhase(ThinLines, phase)) << phase;
     EXPECT_GT(std::chrono::steady_clock::now() - begin, 8s) << "once a second";
     EXPECT_EQ(MappingsOfThePanel(), 1U);
-    EXPECT_EQ(board->OpenDescriptors(), descriptors + 1);
+    EXPECT_EQ(board->Daemon().OpenDescriptors(), descriptors + 1);
 
     Toggle();
     EXPECT_TRUE(board->WaitFor([&] { return IsDark(); }));
     EXPECT_TRUE(WaitForTwoHeartbeats([&] { EXPECT_TRUE(IsDark()); }));
     for (std::size_t count = 3; count <= 22; ++count) {
         Toggle();
-        ASSERT_TRUE(board->WaitForLog("sig_handle be call", count)); // two that wait would be one
+        ASSERT_TRUE(board->Record().WaitForLog("sig_handle be call", count)); // two that wait would be one
     }
-    EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; }));
+    EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == descriptors; }));
     EXPECT_EQ(MappingsOfThePanel(), 0U);
 
     Toggle();
     EXPECT_TRUE(WaitForPhase(ThinLines, 0)) << "from the beginning";
-    EXPECT_TRUE(board->SignalDaemon(SIGUSR1));
-    EXPECT_TRUE(board->WaitForLog("sig_handle be call", 24));
+    EXPECT_TRUE(board->Daemon().Signal(SIGUSR1));
+    EXPECT_TRUE(board->Record().WaitForLog("sig_handle be call", 24));
     EXPECT_TRUE(WaitForPhase(ThinLines, 1));
 }
 
@@ -198,7 +200,7 @@ TEST_F(PanelTest, EveryDepth)
         board->Forget();
         Litter();
         Toggle();
-        EXPECT_TRUE(board->WaitForLog("sig_handle be call"));
+        EXPECT_TRUE(board->Record().WaitForLog("sig_handle be call"));
         EXPECT_TRUE(board->WaitFor([&] { return FormatLines() == row.log; })) << FormatLines();
         if (row.rule == nullptr) {
             EXPECT_EQ(MappingsOfThePanel(), 0U);
@@ -216,25 +218,25 @@ TEST_F(PanelTest, WithoutAPanel)
 {
     options.startDaemon = false;
     Boot();
-    board->StartDaemon();
+    board->Daemon().Start();
     const std::size_t descriptors = SettledDescriptors(*board);
     for (std::size_t count = 1; count <= 3; ++count) {
         Toggle();
-        EXPECT_TRUE(board->WaitForLog("Error opening /dev/fb0: No such file or directory", count));
+        EXPECT_TRUE(board->Record().WaitForLog("Error opening /dev/fb0: No such file or directory", count));
     }
-    EXPECT_TRUE(board->SignalDaemon(SIGUSR1));
-    EXPECT_TRUE(board->WaitForLog("sig_handle be call", 4));
+    EXPECT_TRUE(board->Daemon().Signal(SIGUSR1));
+    EXPECT_TRUE(board->Record().WaitForLog("sig_handle be call", 4));
     EXPECT_EQ(Count("Error"), 3U) << "one line each time, none for the other screens";
-    EXPECT_EQ(board->OpenDescriptors(), descriptors);
+    EXPECT_EQ(board->Daemon().OpenDescriptors(), descriptors);
 }
 
 TEST_F(PanelTest, AnotherScreenThatDoesNotOpenIsPassedOver)
 {
     options.screens = {{.width = 16, .height = 16}};
     Boot();
-    board->MakeFolder("/dev/fb1");
+    board->Root().MakeFolder("/dev/fb1");
     Toggle();
-    EXPECT_TRUE(board->WaitForLog("Error opening /dev/fb0: Is a directory"));
+    EXPECT_TRUE(board->Record().WaitForLog("Error opening /dev/fb0: Is a directory"));
     EXPECT_TRUE(WaitForPhase(ThinLines, 0));
     EXPECT_EQ(Count("Error"), 1U);
 }

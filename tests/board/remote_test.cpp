@@ -160,7 +160,7 @@ protected:
         sockaddr_in to{};
         to.sin_family = AF_INET;
         to.sin_port = htons(8878);
-        inet_pton(AF_INET, board->BoardAddress().c_str(), &to.sin_addr);
+        inet_pton(AF_INET, board->Network().BoardAddress().c_str(), &to.sin_addr);
         sendto(fd.Get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&to),
                sizeof to);
         pollfd waiting{.fd = fd.Get(), .events = POLLIN, .revents = 0};
@@ -218,7 +218,7 @@ TEST_F(RemoteServer, PacketsInAnyPieces)
     for (const char byte : requests)
         ASSERT_TRUE(peer.Send(std::string(1, byte)));
     EXPECT_EQ(TakeReplies(peer, replies.size()), LockReply(2) + Reply(23, 37, Zeros(1)));
-    EXPECT_TRUE(board->WaitForLog("type: 37", 2));
+    EXPECT_TRUE(board->Record().WaitForLog("type: 37", 2));
 }
 
 TEST_F(RemoteServer, RubbishIsAnsweredWithPatience)
@@ -226,7 +226,7 @@ TEST_F(RemoteServer, RubbishIsAnsweredWithPatience)
     Boot();
     const auto inode = [this] {
         struct stat status = {};
-        stat((board->RootFolder() + kConfigFile).c_str(), &status);
+        stat((board->Root().Folder() + kConfigFile).c_str(), &status);
         return status.st_ino;
     };
     const ino_t before = inode();
@@ -242,7 +242,7 @@ TEST_F(RemoteServer, RubbishIsAnsweredWithPatience)
         ASSERT_TRUE(peer.Send(bytes));
         EXPECT_TRUE(peer.Ended());
     }
-    EXPECT_TRUE(board->WaitForLog("the remote server sent a broken packet"));
+    EXPECT_TRUE(board->Record().WaitForLog("the remote server sent a broken packet"));
     AcceptAndWelcome(8000);
     last = Clock::now();
     AcceptAndWelcome();
@@ -258,9 +258,9 @@ TEST_F(RemoteServer, SetByTheToolAndForgotten)
     EXPECT_EQ(AskByUdp(status), Le32(2) + kId + Zeros(1));
     user_ = Field("someone", 20);
     EXPECT_EQ(SetServer("10.20.30.1", 7002, "nobody"), Le32(4) + kId + "\1"); // refused there, so it waits
-    ASSERT_TRUE(board->WaitForLog("create ConnectThread Success."));
+    ASSERT_TRUE(board->Record().WaitForLog("create ConnectThread Success."));
     EXPECT_EQ(SetServer("10.20.30.1", 65536 + 7001, "someone"), Le32(4) + kId + "\1");
-    EXPECT_EQ(board->ReadFile(kConfigFile), "ip=10.20.30.1\nport=7001\nusername=someone\n");
+    EXPECT_EQ(board->Root().Read(kConfigFile), "ip=10.20.30.1\nport=7001\nusername=someone\n");
     const Peer peer = AcceptAndWelcome();
     EXPECT_EQ(AskByUdp(status), Le32(2) + kId + "\1");
     EXPECT_EQ(AskByUdp("ft" + Zeros(13) + Le32(6) + kId),
@@ -270,7 +270,7 @@ TEST_F(RemoteServer, SetByTheToolAndForgotten)
     board->Forget();
     EXPECT_EQ(AskByUdp("ft" + Zeros(13) + Le32(5) + kId), Le32(5) + kId + Zeros(1));
     EXPECT_TRUE(peer.Ended());
-    EXPECT_EQ(board->Commands(), std::vector<std::string>{"rm /home/root/plexa_data/remote_server"});
+    EXPECT_EQ(board->Record().Commands(), std::vector<std::string>{"rm /home/root/plexa_data/remote_server"});
     EXPECT_FALSE(Accept(1500).Connected());
 
     SetServer("10.20.30.1", 7001, "someone");
@@ -288,8 +288,8 @@ TEST_F(RemoteServer, SessionLocksListsAndTellsThePlayer)
     const Peer peer = AcceptAndWelcome();
     Expect(peer, Request(20), Reply(23, 21, Zeros(1))); // before the session there is no list
     Expect(peer, Request(14), LockReply(1));
-    EXPECT_TRUE(board->WaitForMessage(1));
-    EXPECT_TRUE(board->WaitForLog("unfinished file: sub/half.mp4"));
+    EXPECT_TRUE(board->Player().WaitForMessage(1));
+    EXPECT_TRUE(board->Record().WaitForLog("unfinished file: sub/half.mp4"));
     const std::string all = "a.txt" + Zeros(1) + "b.mp4" + Zeros(1) + "sub/c.mp4" + Zeros(1);
     const std::string listed = Ask(peer, Request(20), 44 + all.size() + 1).substr(44);
     EXPECT_EQ(listed.size(), all.size() + 1);
@@ -300,31 +300,32 @@ TEST_F(RemoteServer, SessionLocksListsAndTellsThePlayer)
     EXPECT_EQ(videos.find("a.txt"), std::string::npos);
 
     // A refused user has the lists made anew all the same.
-    board->WriteFile(std::string(kFolder) + "new.txt", "n");
+    board->Root().Write(std::string(kFolder) + "new.txt", "n");
     Expect(peer, Request(14), LockReply(2));
     EXPECT_NE(Ask(peer, Request(20), 44 + all.size() + 9).find("new.txt"), std::string::npos);
 
     ASSERT_TRUE(peer.Send(Request(31)));
-    EXPECT_TRUE(board->WaitForMessage(12)) << "not finished";
+    EXPECT_TRUE(board->Player().WaitForMessage(12)) << "not finished";
     Expect(peer, Request(14), LockReply(1));
     const std::string finish = Request(34, "what was brought");
     std::string echo = Field(finish, 299);
     echo.replace(0, 4, Le32(299));
     Expect(peer, finish, echo);
-    EXPECT_TRUE(board->WaitForMessage(2));
-    EXPECT_TRUE(board->WaitForLog("::LogOut::"));
+    EXPECT_TRUE(board->Player().WaitForMessage(2));
+    EXPECT_TRUE(board->Record().WaitForLog("::LogOut::"));
     ASSERT_TRUE(peer.Send(Request(31)));
     Expect(peer, Request(14), LockReply(1));
-    EXPECT_TRUE(board->WaitForMessage(1, 4));
-    EXPECT_FALSE(board->WaitForMessage(12, 2, 100ms)) << "it was finished";
+    EXPECT_TRUE(board->Player().WaitForMessage(1, 4));
+    EXPECT_FALSE(board->Player().WaitForMessage(12, 2, 100ms)) << "it was finished";
 
     board->Forget();
-    board->MakeFolder(std::string(kFolder) + "empty/deep");
+    board->Root().MakeFolder(std::string(kFolder) + "empty/deep");
     Expect(peer, Request(38), Reply(22, 39, ""));
-    EXPECT_EQ(board->Commands(), (std::vector<std::string>{"rm /home/root/plexa_data/factory/new.txt",
-                                                           "rm /home/root/plexa_data/factory/a.txt"}));
-    EXPECT_FALSE(board->Exists(std::string(kFolder) + "empty"));
-    EXPECT_TRUE(board->Exists(std::string(kFolder) + "sub/c.mp4"));
+    EXPECT_EQ(board->Record().Commands(),
+              (std::vector<std::string>{"rm /home/root/plexa_data/factory/new.txt",
+                                        "rm /home/root/plexa_data/factory/a.txt"}));
+    EXPECT_FALSE(board->Root().Exists(std::string(kFolder) + "empty"));
+    EXPECT_TRUE(board->Root().Exists(std::string(kFolder) + "sub/c.mp4"));
 }
 
 TEST_F(RemoteServer, ListsOfManyNamesComeInPieces)
@@ -349,16 +350,16 @@ TEST_F(RemoteServer, FilesAreReceivedResumedAndVerified)
     const std::string table = path + ".tarvo.bak";
     Expect(peer, Named(24, "sub/a.mp4"), NameReply(30, "sub/a.mp4", 1));
     Expect(peer, Chunk("12345") + Chunk("6789") + Chunk(""), ChunkReply(1) + ChunkReply(1) + ChunkReply(1));
-    EXPECT_EQ(board->ReadFile(path), "123456789");
-    EXPECT_EQ(board->ReadFile(table), "111");
+    EXPECT_EQ(board->Root().Read(path), "123456789");
+    EXPECT_EQ(board->Root().Read(table), "111");
     Expect(peer, Named(22, "sub/a.mp4"), Reply(281, 23, Field("sub/a.mp4", 255) + "111" + Zeros(1)));
     Expect(peer, Named(22, "sub/a.mp4"), Reply(278, 23, Field("sub/a.mp4", 255) + Zeros(1)));
     Expect(peer, Named(22, "sub/a.mp4"), Reply(281, 23, Field("sub/a.mp4", 255) + "111" + Zeros(1)));
     Expect(peer, Named(16, "sub/a.mp4"), Md5Reply("sub/a.mp4", "25f9e794323b4538"));
     board->Forget();
     Expect(peer, Named(25, "sub/a.mp4"), NameReply(29, "sub/a.mp4", 0x0376E6E7));
-    EXPECT_EQ(board->Commands(), std::vector<std::string>{"rm " + table});
-    EXPECT_FALSE(board->Exists(table));
+    EXPECT_EQ(board->Record().Commands(), std::vector<std::string>{"rm " + table});
+    EXPECT_FALSE(board->Root().Exists(table));
     Expect(peer, Chunk("more"), ChunkReply(2));
     Expect(peer, Named(25, "sub/a.mp4"), NameReply(29, "sub/a.mp4", 0x0376E6E7)); // nothing is open
 
@@ -370,13 +371,13 @@ TEST_F(RemoteServer, FilesAreReceivedResumedAndVerified)
     Expect(again, Request(14), LockReply(1));
     Expect(again, Named(35, "b"), NameReply(30, "b", 1));
     Expect(again, Chunk("123456789"), ChunkReply(1));
-    EXPECT_EQ(board->ReadFile(std::string(kFolder) + "b"), "begin 123456789");
-    EXPECT_EQ(board->ReadFile(std::string(kFolder) + "b.tarvo.bak"), "11");
+    EXPECT_EQ(board->Root().Read(std::string(kFolder) + "b"), "begin 123456789");
+    EXPECT_EQ(board->Root().Read(std::string(kFolder) + "b.tarvo.bak"), "11");
     Expect(again, Named(25, "b"), NameReply(29, "b", 0x0376E6E7));
 
     // A transfer that began without a USB disk ends when there is one.
     Expect(again, Named(24, "c"), NameReply(30, "c", 1));
-    ASSERT_TRUE(board->SendAsPlayer(7, 1));
+    ASSERT_TRUE(board->Player().Send(7, 1));
     EXPECT_TRUE(board->WaitFor([&] { return Ask(again, Chunk("x"), 52) == ChunkReply(2); }));
 }
 
@@ -386,9 +387,9 @@ TEST_F(RemoteServer, NamesAreBytes)
     for (const std::string name : {"caf\xE9/na\xEFve/f\xFFlm", ".hidden/.file", "\xE6\x96\x87\\b"}) {
         Expect(peer, Named(24, name), NameReply(30, name, 1));
         Expect(peer, Chunk(name), ChunkReply(1));
-        EXPECT_EQ(board->ReadFile(kFolder + name), name);
+        EXPECT_EQ(board->Root().Read(kFolder + name), name);
     }
-    EXPECT_TRUE(board->Exists(std::string(kFolder) + "\xE6\x96\x87")) << "cut at the backslash, too";
+    EXPECT_TRUE(board->Root().Exists(std::string(kFolder) + "\xE6\x96\x87")) << "cut at the backslash, too";
     Expect(peer, Request(14), LockReply(2));
     // Neither hidden names nor what is no UTF-8 is listed.
     Expect(peer, Request(20), Reply(29, 21, "\xE6\x96\x87\\b" + Zeros(2)));
@@ -410,7 +411,7 @@ TEST_F(RemoteServer, RefusalsAndMissingThings)
     Expect(peer, Request(28, "n" + Zeros(1)), ResultReply(27, 1));
     Expect(peer, Request(38), Reply(22, 39, ""));
     Expect(peer, Named(22, "n") + Named(16, "n"), Md5Reply("n", ""));
-    EXPECT_TRUE(board->Commands().empty());
+    EXPECT_TRUE(board->Record().Commands().empty());
 
     Expect(peer, Request(14), LockReply(1));
     board->Forget();
@@ -421,7 +422,7 @@ TEST_F(RemoteServer, RefusalsAndMissingThings)
         Expect(peer, Named(22, name) + Named(16, name), Md5Reply(name, ""));
         Expect(peer, Request(28, name + Zeros(1)), ResultReply(27, 1));
     }
-    EXPECT_TRUE(board->Commands().empty());
+    EXPECT_TRUE(board->Record().Commands().empty());
     Expect(peer, Named(16, "missing"), Md5Reply("missing", ""));
     Expect(peer, Named(22, "missing") + Named(16, "a.txt"), Md5Reply("a.txt", "0cc175b9c0f1b6a8"));
     Expect(peer, Request(28, "a.txt" + Zeros(1) + "b/c.mp4" + Zeros(1) + "it's here"), ResultReply(27, 1));
@@ -431,8 +432,8 @@ TEST_F(RemoteServer, RefusalsAndMissingThings)
                                                "rm /home/root/plexa_data/factory/b/c.mp4",
                                                "rm '/home/root/plexa_data/factory/it'\\''s here'",
                                                "rm -r /home/root/plexa_data/factory/*"};
-    EXPECT_EQ(board->Commands(), commands);
-    EXPECT_FALSE(board->Exists(std::string(kFolder) + "it's here"));
+    EXPECT_EQ(board->Record().Commands(), commands);
+    EXPECT_FALSE(board->Root().Exists(std::string(kFolder) + "it's here"));
     Expect(peer, Request(32, Le32(2) + "unus" + "x"), ChunkReply(2)); // fewer bytes than it says
 }
 
@@ -462,8 +463,8 @@ TEST_F(RemoteServer, FullDiskFailsTheChunk)
     while (Ask(peer, Chunk(data), 52) == ChunkReply(1))
         ++stored;
     EXPECT_GT(stored, 100U);
-    EXPECT_EQ(board->ReadFile(std::string(kFolder) + "v.mp4").size(), stored * data.size());
-    EXPECT_EQ(board->ReadFile(std::string(kFolder) + "v.mp4.tarvo.bak").size(), stored);
+    EXPECT_EQ(board->Root().Read(std::string(kFolder) + "v.mp4").size(), stored * data.size());
+    EXPECT_EQ(board->Root().Read(std::string(kFolder) + "v.mp4.tarvo.bak").size(), stored);
 }
 
 TEST_F(RemoteServer, LargeDigestsKeepTheOrderAndTheLoopFree)
@@ -495,7 +496,7 @@ TEST_F(RemoteServer, ServerThatDoesNotReadIsLeft)
         while (peer.Send(Named(22, "v"))) {
         }
     });
-    EXPECT_TRUE(board->WaitForLog("send device param fail: ", 1, 30s));
+    EXPECT_TRUE(board->Record().WaitForLog("send device param fail: ", 1, 30s));
     EXPECT_EQ(AskByUdp("ft" + Zeros(28)).size(), 394U);
     sender.join();
     EXPECT_EQ(Ask(AcceptAndWelcome(), Request(14), 48), LockReply(1)) << "the lock went with the connection";

@@ -105,7 +105,7 @@ protected:
     static struct stat Status(const board::VirtualBoard &board, const std::string &path)
     {
         struct stat status = {};
-        stat((board.RootFolder() + path).c_str(), &status);
+        stat((board.Root().Folder() + path).c_str(), &status);
         return status;
     }
 
@@ -166,12 +166,12 @@ TEST_F(Server, PushesOnlyWhatDiffersAndRemovesWhatIsGone)
     EXPECT_EQ(report["removed"], 2);
     EXPECT_EQ(report["resumed"], 0);
     for (const auto &[name, content] : program)
-        EXPECT_TRUE(board.ReadFile(kFolder + name) == content) << name;
-    EXPECT_FALSE(board.Exists(std::string(kFolder) + "gone.mp4"));
-    EXPECT_FALSE(board.Exists(std::string(kFolder) + "deep/gone, too"));
+        EXPECT_TRUE(board.Root().Read(kFolder + name) == content) << name;
+    EXPECT_FALSE(board.Root().Exists(std::string(kFolder) + "gone.mp4"));
+    EXPECT_FALSE(board.Root().Exists(std::string(kFolder) + "deep/gone, too"));
     EXPECT_EQ(board.Run("find /home/root/plexa_data/factory -name '*.bak'").output, "");
-    EXPECT_TRUE(board.WaitForMessage(2));
-    EXPECT_EQ(board.PlayerMessages().size(), 2U) << "begun and ended, not left unfinished";
+    EXPECT_TRUE(board.Player().WaitForMessage(2));
+    EXPECT_EQ(board.Player().Messages().size(), 2U) << "begun and ended, not left unfinished";
 
     result = Push("all");
     report = LastLine(result.out)["results"][0];
@@ -212,7 +212,7 @@ TEST_F(Server, FoldersThatBecomeFilesAndFilesThatBecomeFolders)
         const LedboardResult result = Push(hasHiddenContent ? "K3-0000000001" : "K3-0000000000");
         EXPECT_EQ(result.status, 0) << result.out << result.err;
         for (const auto &[file, content] : program)
-            EXPECT_EQ(board.TryReadFile(name + file), content) << file;
+            EXPECT_EQ(board.Root().TryRead(name + file), content) << file;
         EXPECT_EQ(Status(board, name + "film.mp4").st_ino == before.st_ino, !hasHiddenContent)
             << "videos are sent again only when there is no other way";
     }
@@ -228,13 +228,13 @@ TEST_F(Server, BoardLostHalfWayIsResumed)
     const LedboardRun push({"push", source_, "--to", "all", "--control", kControl, "--json", "--quiet"}, "",
                            "ledboard-server");
     const std::string table = std::string(kFolder) + "film.mp4.tarvo.bak";
-    ASSERT_TRUE(second.WaitFor([&] { return second.TryReadFile(table).value_or("").size() > 500; }, 20s));
-    second.KillDaemon();
-    const std::size_t had = second.ReadFile(table).size() * 4556;
+    ASSERT_TRUE(second.WaitFor([&] { return second.Root().TryRead(table).value_or("").size() > 500; }, 20s));
+    second.Daemon().Kill();
+    const std::size_t had = second.Root().Read(table).size() * 4556;
     // Killed between a chunk and its mark, a board has more than its table says and gets the film from its
     // start.
     second.Run("truncate -s " + std::to_string(had) + " " + kFolder + "film.mp4");
-    second.StartDaemon();
+    second.Daemon().Start();
     const LedboardResult result = push.Wait();
     ASSERT_EQ(result.status, 0) << result.out << result.err;
     const nlohmann::json results = LastLine(result.out)["results"];
@@ -245,11 +245,11 @@ TEST_F(Server, BoardLostHalfWayIsResumed)
     EXPECT_LT(results[1]["bytes"], film.size() + 500 * 4556) << "the part that was there is not sent again";
     EXPECT_GE(results[1]["bytes"], film.size() - had);
     for (board::VirtualBoard *const board : {&first, &second})
-        EXPECT_TRUE(board->ReadFile(std::string(kFolder) + "film.mp4") == film);
+        EXPECT_TRUE(board->Root().Read(std::string(kFolder) + "film.mp4") == film);
 
     // What is there of another film is begun again.
-    second.WriteFile(std::string(kFolder) + "film.mp4", film.substr(0, 4556) + "x");
-    second.WriteFile(table, "1");
+    second.Root().Write(std::string(kFolder) + "film.mp4", film.substr(0, 4556) + "x");
+    second.Root().Write(table, "1");
     const nlohmann::json again = LastLine(Push("K3-0000000001").out)["results"][0];
     EXPECT_EQ(again["result"], "done");
     EXPECT_EQ(again["bytes"], film.size());
@@ -261,8 +261,8 @@ TEST_F(Server, FullDiskIsToldAndNothingIsLost)
     options.dataMebibytes = 4;
     board::VirtualBoard &board = AddBoard(0, options);
     const std::string folder = kFolder;
-    board.WriteFile(folder + "a.txt", "old");
-    board.WriteFile("/home/root/plexa_data/fill", std::string(2'000'000, 'x'));
+    board.Root().Write(folder + "a.txt", "old");
+    board.Root().Write("/home/root/plexa_data/fill", std::string(2'000'000, 'x'));
     const std::string film = Film(3'000'000, 5);
     Source("a.txt", "new");
     Source("film.mp4", film);
@@ -271,12 +271,12 @@ TEST_F(Server, FullDiskIsToldAndNothingIsLost)
     EXPECT_EQ(result.status, 1);
     nlohmann::json report = LastLine(result.out)["results"][0];
     EXPECT_EQ(report["message"], "the board cannot store film.mp4");
-    EXPECT_TRUE(board.WaitForMessage(12)) << "the player hears that it was not finished";
-    EXPECT_EQ(board.ReadFile(folder + "a.txt"), "new");
-    const std::string stored = board.ReadFile(folder + "film.mp4");
+    EXPECT_TRUE(board.Player().WaitForMessage(12)) << "the player hears that it was not finished";
+    EXPECT_EQ(board.Root().Read(folder + "a.txt"), "new");
+    const std::string stored = board.Root().Read(folder + "film.mp4");
     EXPECT_GT(stored.size(), 1'000'000U);
     EXPECT_TRUE(stored == film.substr(0, stored.size()));
-    EXPECT_EQ(board.ReadFile(folder + "film.mp4.tarvo.bak").size() * 4556, stored.size());
+    EXPECT_EQ(board.Root().Read(folder + "film.mp4.tarvo.bak").size() * 4556, stored.size());
 
     board.Run("rm /home/root/plexa_data/fill");
     result = Push("all");
@@ -284,8 +284,8 @@ TEST_F(Server, FullDiskIsToldAndNothingIsLost)
     EXPECT_EQ(result.status, 0) << result.out;
     EXPECT_EQ(report["resumed"], 1);
     EXPECT_EQ(report["bytes"], film.size() - stored.size());
-    EXPECT_TRUE(board.ReadFile(folder + "film.mp4") == film);
-    EXPECT_FALSE(board.Exists(folder + "film.mp4.tarvo.bak"));
+    EXPECT_TRUE(board.Root().Read(folder + "film.mp4") == film);
+    EXPECT_FALSE(board.Root().Exists(folder + "film.mp4.tarvo.bak"));
 }
 
 TEST_F(Server, CablePulledHalfWayIsResumed)
@@ -295,22 +295,22 @@ TEST_F(Server, CablePulledHalfWayIsResumed)
     board::VirtualBoard &board = AddBoard(0);
     ASSERT_TRUE(board.WaitFor([] { return Connected() == 1; }));
     const std::string table = std::string(kFolder) + "film.mp4.tarvo.bak";
-    const auto chunks = [&] { return board.TryReadFile(table).value_or("").size(); };
+    const auto chunks = [&] { return board.Root().TryRead(table).value_or("").size(); };
     const LedboardRun push({"push", source_, "--to", "all", "--control", kControl, "--json", "--quiet"}, "",
                            "ledboard-server");
     ASSERT_TRUE(board.WaitFor([&] { return chunks() > 500; }, 20s));
-    board.Cable(false);
+    board.Network().Cable(false);
     // Out for so long that the board has begun anew; the server has heard nothing of that.
-    board.KillDaemon();
+    board.Daemon().Kill();
     const std::size_t had = chunks();
-    board.StartDaemon();
-    board.Cable(true);
+    board.Daemon().Start();
+    board.Network().Cable(true);
     const LedboardResult result = push.Wait();
     ASSERT_EQ(result.status, 0) << result.out << result.err;
     const nlohmann::json report = LastLine(result.out)["results"][0];
     EXPECT_EQ(report["resumed"], 1);
     EXPECT_LE(report["bytes"], film.size() + 2 * 4556) << "what was there, " << had << " chunks, stays";
-    EXPECT_TRUE(board.ReadFile(std::string(kFolder) + "film.mp4") == film);
+    EXPECT_TRUE(board.Root().Read(std::string(kFolder) + "film.mp4") == film);
 }
 
 TEST_F(Server, BoardsThatAreOdd)

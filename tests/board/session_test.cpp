@@ -31,7 +31,7 @@ class Sessions : public BoardTest
 {
 protected:
     void SetUp() override { options.player = false; }
-    Peer Connect() const { return Peer::Connect(board->BoardAddress(), 8870); }
+    Peer Connect() const { return Peer::Connect(board->Network().BoardAddress(), 8870); }
     Peer LogIn(std::uint32_t subType) const
     {
         Peer peer = Connect();
@@ -41,8 +41,8 @@ protected:
     }
     void ExpectCount(const std::string &line, std::size_t count)
     {
-        EXPECT_TRUE(board->WaitForLog(line, count));
-        EXPECT_FALSE(board->WaitForLog(line, count + 1, 0ms));
+        EXPECT_TRUE(board->Record().WaitForLog(line, count));
+        EXPECT_FALSE(board->Record().WaitForLog(line, count + 1, 0ms));
     }
 };
 
@@ -130,7 +130,7 @@ TEST_F(Sessions, WhatIsNoLoginIsClosedWithoutAnAnswer)
     EXPECT_TRUE(waiting.Silent(50));
     EXPECT_TRUE(waiting.Send(std::string(9215, 'x'))); // and the buffer is full
     EXPECT_TRUE(waiting.Ended());
-    EXPECT_EQ(board->ReadFile("/boot/disp.bin"), "picture");
+    EXPECT_EQ(board->Root().Read("/boot/disp.bin"), "picture");
     unharmed.Check("no login");
 }
 
@@ -180,7 +180,7 @@ TEST_F(Sessions, TheLogTellsWhatHappens)
         EXPECT_EQ(peer.Take(308).size(), 308U);
     }
     ExpectCount("connecting error, one client quit!", 1);
-    const std::string log = board->LogText();
+    const std::string log = board->Record().LogText();
     const char *const lines[] =
         {"[---src/tcp_services.cpp::AcceptClient::", "---] accept one client connecting.\n",
          "ManagerConnecting buff =[\x08]\n", // the reply up to its first zero
@@ -275,7 +275,7 @@ TEST_F(Sessions, ShortLengthWordsAreTakenAsGiven)
         const Peer peer = LogIn(kFirmware); // this service refuses what is too short
         EXPECT_TRUE(peer.Send(Zeros(4)));
         EXPECT_TRUE(peer.Ended());
-        EXPECT_TRUE(board->WaitForLog("dispose packet error!!!!!!!!!"));
+        EXPECT_TRUE(board->Record().WaitForLog("dispose packet error!!!!!!!!!"));
     }
     unharmed.Check("length 0 refused");
 }
@@ -293,11 +293,12 @@ TEST_F(Sessions, ResetInTheMiddleOfAnything)
             EXPECT_TRUE(peer.Send(bytes));
             const linger reset{.l_onoff = 1, .l_linger = 0};
             setsockopt(peer.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
-            EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->BoardAddress())); // it was accepted meanwhile
+            EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->Network().BoardAddress())); // it was accepted
+                                                                                        // meanwhile
         }
     }
     unharmed.Check("resets");
-    EXPECT_TRUE(board->WaitForLog("connecting error, one client quit!", 25));
+    EXPECT_TRUE(board->Record().WaitForLog("connecting error, one client quit!", 25));
 }
 
 TEST_F(SessionLink, LossOfTheLinkClosesAllButThePlayer)
@@ -310,7 +311,7 @@ TEST_F(SessionLink, LossOfTheLinkClosesAllButThePlayer)
         here.sin_family = AF_INET;
         here.sin_port = htons(8870);
         here.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        Peer peer(board->SocketInBoard(AF_INET, SOCK_STREAM));
+        Peer peer(board->Network().Socket(AF_INET, SOCK_STREAM).Release());
         EXPECT_EQ(connect(peer.Get(), reinterpret_cast<const sockaddr *>(&here), sizeof here), 0);
         return peer;
     };
@@ -319,22 +320,22 @@ TEST_F(SessionLink, LossOfTheLinkClosesAllButThePlayer)
     EXPECT_EQ(settings.Take(8), LoginReply(1));
     const Peer silent = connectInside();
     const Peer far = LogIn(kModem);
-    ASSERT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == before + 3; }));
+    ASSERT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == before + 3; }));
 
-    board->Cable(false);
-    EXPECT_TRUE(board->WaitForMessage(9)); // network error
+    board->Network().Cable(false);
+    EXPECT_TRUE(board->Player().WaitForMessage(9)); // network error
     EXPECT_TRUE(settings.Ended());
     EXPECT_TRUE(silent.Ended());
-    EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == before; }));
-    EXPECT_TRUE(board->WaitForLog("netlinck flag 0, fixed status 1"));
-    EXPECT_TRUE(board->ThePlayer().LoggedIn());
-    EXPECT_TRUE(board->SendAsPlayer(4, 0x00400080)); // and it is still served
-    EXPECT_TRUE(board->WaitForLog("change screen size"));
-    for (const auto &command : board->Commands())
+    EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == before; }));
+    EXPECT_TRUE(board->Record().WaitForLog("netlinck flag 0, fixed status 1"));
+    EXPECT_TRUE(board->Player().LoggedIn());
+    EXPECT_TRUE(board->Player().Send(4, 0x00400080)); // and it is still served
+    EXPECT_TRUE(board->Record().WaitForLog("change screen size"));
+    for (const auto &command : board->Record().Commands())
         EXPECT_EQ(command.find("udhcpc"), std::string::npos) << "the address is fixed";
 
-    board->Cable(true);
-    EXPECT_TRUE(board->WaitForLog("netlinck flag 1, fixed status 1"));
+    board->Network().Cable(true);
+    EXPECT_TRUE(board->Record().WaitForLog("netlinck flag 1, fixed status 1"));
     const Peer again = LogIn(kSettings);
     EXPECT_TRUE(again.Connected());
 }
@@ -345,15 +346,15 @@ TEST_F(SessionLink, AnEventThatSaysNothingCountsAsDown)
     options.startDaemon = false;
     Boot();
     ASSERT_EQ(board->Run("ip link add test0 type veth peer name test1").status, 0);
-    board->StartDaemon();
+    board->Daemon().Start();
     const Peer session = LogIn(kSettings);
     ASSERT_EQ(board->Run("ip link delete test0").status, 0);
-    EXPECT_TRUE(board->WaitForLog("---] netlink event error."));
-    EXPECT_TRUE(board->WaitForLog("netlinck flag 0, fixed status 1"));
-    board->Cable(false);
-    EXPECT_TRUE(board->WaitForLog("---] netlink event down."));
+    EXPECT_TRUE(board->Record().WaitForLog("---] netlink event error."));
+    EXPECT_TRUE(board->Record().WaitForLog("netlinck flag 0, fixed status 1"));
+    board->Network().Cable(false);
+    EXPECT_TRUE(board->Record().WaitForLog("---] netlink event down."));
     EXPECT_TRUE(session.Silent(50));
-    for (const auto &message : board->PlayerMessages())
+    for (const auto &message : board->Player().Messages())
         EXPECT_NE(message.code, 9U) << "the player is told of a network error";
 }
 
@@ -376,7 +377,7 @@ TEST_F(SessionTimeout, SessionsEndAfter42TicksUnlessTheirPeerSearches)
             const auto now = std::chrono::steady_clock::now();
             if (now - lastSearch > 10s) {
                 lastSearch = now;
-                EXPECT_TRUE(pc.Ask(SearchBytes(), board->BoardAddress()));
+                EXPECT_TRUE(pc.Ask(SearchBytes(), board->Network().BoardAddress()));
             }
             if (now - lastSent > 1s) {
                 lastSent = now;
@@ -389,7 +390,7 @@ TEST_F(SessionTimeout, SessionsEndAfter42TicksUnlessTheirPeerSearches)
     const auto age = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(age, 40s);
     EXPECT_LE(age, 60s);
-    EXPECT_TRUE(board->WaitForLog("find one bad fd, remove from list and close!"));
+    EXPECT_TRUE(board->Record().WaitForLog("find one bad fd, remove from list and close!"));
     EXPECT_FALSE(ended(first));
-    EXPECT_TRUE(board->ThePlayer().LoggedIn());
+    EXPECT_TRUE(board->Player().LoggedIn());
 }

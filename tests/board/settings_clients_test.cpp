@@ -34,43 +34,45 @@ TEST_F(SettingClients, VanishAndTheServiceListensAgain)
         {Command(14, std::string(1, '\0') + "unfinished"), false, "readeds: 0. 0, 946", 1},
     };
     const std::size_t descriptors = SettledDescriptors(*board);
-    EXPECT_TRUE(board->WaitForFrames(Transfer(Panel()).size()));
+    EXPECT_TRUE(board->Fpga().WaitForFrames(Transfer(Panel()).size()));
     for (const Row &row : rows) {
         board->Forget();
         {
             const Peer port = Port();
             EXPECT_TRUE(row.bytes.empty() || port.Send(row.bytes));
-            EXPECT_TRUE(board->WaitForLog("one thread be recv"));
-            EXPECT_TRUE(row.bytes.find('\1') == std::string::npos || board->WaitForLog("cmd: start."));
+            EXPECT_TRUE(board->Record().WaitForLog("one thread be recv"));
+            EXPECT_TRUE(row.bytes.find('\1') == std::string::npos ||
+                        board->Record().WaitForLog("cmd: start."));
             const linger value{.l_onoff = row.reset ? 1 : 0, .l_linger = 0};
             setsockopt(port.Get(), SOL_SOCKET, SO_LINGER, &value, sizeof value);
         }
-        EXPECT_TRUE(board->WaitForLog("wait accept one client.")) << row.line;
-        EXPECT_TRUE(row.line == "pidof" ? board->WaitForCommand("pidof plexa") : board->WaitForLog(row.line));
+        EXPECT_TRUE(board->Record().WaitForLog("wait accept one client.")) << row.line;
+        EXPECT_TRUE(row.line == "pidof" ? board->Record().WaitForCommand("pidof plexa")
+                                        : board->Record().WaitForLog(row.line));
         ExpectFrames(Pairs(row.frames, {1, 0}));
     }
-    EXPECT_EQ(board->ReadFile(kWorking), SettingFile(Panel()));
+    EXPECT_EQ(board->Root().Read(kWorking), SettingFile(Panel()));
     const Peer port = Port();
     EXPECT_TRUE(port.Send(Command(14, "\1")));
     EXPECT_EQ(port.Take(10).substr(6), Le32(0)) << "the unfinished file went with its client";
     EXPECT_TRUE(port.Send(Command(7)));
     End(port);
-    EXPECT_TRUE(board->WaitFor([&] { return board->OpenDescriptors() == descriptors; }));
+    EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == descriptors; }));
 }
 
 TEST_F(SettingClients, OneAtATimeHoweverSlow)
 {
     Boot();
     const Peer first = Port();
-    EXPECT_TRUE(board->WaitForLog("close listenning socket"));
-    EXPECT_FALSE(Peer::Connect(board->BoardAddress(), 8879).Connected());
+    EXPECT_TRUE(board->Record().WaitForLog("close listenning socket"));
+    EXPECT_FALSE(Peer::Connect(board->Network().BoardAddress(), 8879).Connected());
     const std::string bytes = Command(15);
-    EXPECT_TRUE(board->WaitForLog("select continue."));
+    EXPECT_TRUE(board->Record().WaitForLog("select continue."));
     EXPECT_TRUE(first.Send(bytes.substr(0, 1)));
-    EXPECT_TRUE(board->WaitForLog("select continue.", 2));
+    EXPECT_TRUE(board->Record().WaitForLog("select continue.", 2));
     EXPECT_TRUE(first.Send(bytes.substr(1, 3)));
-    EXPECT_TRUE(board->WaitForLog("select continue.", 3));
-    EXPECT_FALSE(Peer::Connect(board->BoardAddress(), 8879).Connected());
+    EXPECT_TRUE(board->Record().WaitForLog("select continue.", 3));
+    EXPECT_FALSE(Peer::Connect(board->Network().BoardAddress(), 8879).Connected());
     EXPECT_TRUE(first.Send(bytes.substr(4)));
     EXPECT_EQ(first.Take(14).size(), 14U);
     End(first);
@@ -81,14 +83,14 @@ TEST_F(SettingClients, PortThatIsTakenIsTriedAgain)
 {
     options.startDaemon = false;
     Boot();
-    ledboard::UniqueFd squatter(board->SocketInBoard(AF_INET, SOCK_STREAM));
+    ledboard::UniqueFd squatter(board->Network().Socket(AF_INET, SOCK_STREAM));
     sockaddr_in local{};
     local.sin_family = AF_INET;
     local.sin_port = htons(8879);
     ASSERT_EQ(bind(squatter.Get(), reinterpret_cast<const sockaddr *>(&local), sizeof local), 0);
     ASSERT_EQ(listen(squatter.Get(), 1), 0);
-    board->StartDaemon();
-    EXPECT_TRUE(board->WaitForLog("tcp socket bind in 8879 fail. errno: 98.", 2));
+    board->Daemon().Start();
+    EXPECT_TRUE(board->Record().WaitForLog("tcp socket bind in 8879 fail. errno: 98.", 2));
     squatter.Reset();
     End(Port());
 }
@@ -113,9 +115,9 @@ TEST_F(SettingClients, StreamsReachSlowReadersWhole)
     EXPECT_TRUE(dead.Send(Command(24)));
     const Peer session = Session();
     EXPECT_TRUE(session.Send(Framed(Command(24)) + Framed(Command(24)) + Framed(Command(24))));
-    EXPECT_TRUE(board->WaitForLog("session does not take its answer, closed.", 1, 8s));
-    EXPECT_TRUE(board->WaitForLog("[---src/serial_thread::LogOut::2072---] "));
-    EXPECT_TRUE(board->WaitForLog("wait accept one client.", 3, 15s));
+    EXPECT_TRUE(board->Record().WaitForLog("session does not take its answer, closed.", 1, 8s));
+    EXPECT_TRUE(board->Record().WaitForLog("[---src/serial_thread::LogOut::2072---] "));
+    EXPECT_TRUE(board->Record().WaitForLog("wait accept one client.", 3, 15s));
     EXPECT_EQ(Count("session does not take its answer, closed."), 1U) << "each waits for its own two seconds";
     End(Port());
 }
@@ -124,22 +126,22 @@ TEST_F(SettingClients, SerialLineGoesAndComesBack)
 {
     Boot();
     const Peer port = Port();
-    board->SerialLine(false);
+    board->Fpga().Connect(false);
     for (int count = 0; count < 5; ++count)
         EXPECT_TRUE(port.Send(FpgaPacket(14, 1)));
     Settle(port);
-    EXPECT_TRUE(board->WaitForLog("serial writed: ", 5));
+    EXPECT_TRUE(board->Record().WaitForLog("serial writed: ", 5));
     EXPECT_EQ(Count("serial line lost."), 1U);
     EXPECT_EQ(Count("serial write -1"), 0U);
-    board->SerialLine(true);
+    board->Fpga().Connect(true);
     board->Forget();
     EXPECT_TRUE(board->WaitFor([&] {
         EXPECT_TRUE(port.Send(FpgaPacket(14, 2)));
         Settle(port);
-        return !board->Frames().empty();
+        return !board->Fpga().Frames().empty();
     }));
-    EXPECT_TRUE(board->WaitForFrame(14, 2));
-    EXPECT_TRUE(board->WaitForLog("serial line is back."));
+    EXPECT_TRUE(board->Fpga().WaitForFrame(14, 2));
+    EXPECT_TRUE(board->Record().WaitForLog("serial line is back."));
     EXPECT_EQ(Count("serial line is back."), 1U);
     const termios line = board->Fpga().Attributes();
     EXPECT_EQ(cfgetospeed(&line), static_cast<speed_t>(B115200));
@@ -157,7 +159,7 @@ TEST_F(SettingClients, FullDiskIsToldToTheSender)
         chunks += chunk;
     port.Send(chunks);
     char byte;
-    EXPECT_TRUE(board->WaitForLog("write of command 14:  No space left on device"));
+    EXPECT_TRUE(board->Record().WaitForLog("write of command 14:  No space left on device"));
     EXPECT_LE(recv(port.Get(), &byte, 1, 0), 0);
     const Peer other = Port();
     EXPECT_TRUE(other.Send(Command(14, "\1")));
@@ -176,7 +178,7 @@ TEST_F(SettingClients, FullDiskIsToldToTheSender)
     EXPECT_TRUE(session.Send(Framed(Command(14))));
     EXPECT_TRUE(session.Send(Framed(Command(14, "\1"))));
     EXPECT_EQ(session.Take(10).substr(6), Le32(0));
-    EXPECT_EQ(board->ReadFile("/home/root/plexa_data/luminance_file").size(), 249U);
+    EXPECT_EQ(board->Root().Read("/home/root/plexa_data/luminance_file").size(), 249U);
 }
 
 TEST_F(SettingClients, AllEntrancesAtOnce)
@@ -189,7 +191,7 @@ TEST_F(SettingClients, AllEntrancesAtOnce)
     std::atomic<bool> done = false;
     std::jthread reader([&] { // the boot copy is replaced, never half written
         while (!done) {
-            std::ifstream boot(board->RootFolder() + kBoot, std::ios::binary);
+            std::ifstream boot(board->Root().Folder() + kBoot, std::ios::binary);
             const std::string bytes{std::istreambuf_iterator<char>(boot), {}};
             EXPECT_EQ(bytes.size(), 8 + 8 * Panel().size());
         }
@@ -217,15 +219,15 @@ TEST_F(SettingClients, AllEntrancesAtOnce)
             }
         });
         for (int round = 0; round < kRounds; ++round) {
-            EXPECT_TRUE(board->SignalDaemon(SIGUSR1));
-            EXPECT_TRUE(board->SendAsPlayer(5, 60) && board->SendAsPlayer(4, 64 + 64 * 65536));
-            EXPECT_TRUE(
-                board->WaitForLog("g_serial change screen size", static_cast<std::size_t>(round) + 1, 20s));
+            EXPECT_TRUE(board->Daemon().Signal(SIGUSR1));
+            EXPECT_TRUE(board->Player().Send(5, 60) && board->Player().Send(4, 64 + 64 * 65536));
+            EXPECT_TRUE(board->Record().WaitForLog("g_serial change screen size",
+                                                   static_cast<std::size_t>(round) + 1, 20s));
         }
     }
     done = true;
-    EXPECT_TRUE(board->WaitForLog("g_serial_thread write serial, kLuminance=40.", 1, 20s));
-    EXPECT_TRUE(board->DaemonRunning());
+    EXPECT_TRUE(board->Record().WaitForLog("g_serial_thread write serial, kLuminance=40.", 1, 20s));
+    EXPECT_TRUE(board->Daemon().Running());
     EXPECT_EQ(board->Fpga().StrayBytes(), 0U);
-    EXPECT_EQ(board->ReadFile(kWorking).size(), 8 + 8 * Panel().size());
+    EXPECT_EQ(board->Root().Read(kWorking).size(), 8 + 8 * Panel().size());
 }

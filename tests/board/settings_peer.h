@@ -72,14 +72,14 @@ protected:
     {
         Peer peer;
         EXPECT_TRUE(board->WaitFor([&] {
-            peer = Peer::Connect(board->BoardAddress(), 8879);
+            peer = Peer::Connect(board->Network().BoardAddress(), 8879);
             return peer.Connected();
         }));
         return peer;
     }
     Peer Session()
     {
-        Peer peer = Peer::Connect(board->BoardAddress(), 8870);
+        Peer peer = Peer::Connect(board->Network().BoardAddress(), 8870);
         EXPECT_TRUE(peer.Send(Le32(8) + Le32(1)));
         EXPECT_EQ(peer.Take(8), Le32(8) + Le32(1));
         return peer;
@@ -99,22 +99,22 @@ protected:
     Pairs Frames() const
     {
         Pairs frames;
-        for (const board::Frame &frame : board->Frames())
+        for (const board::Frame &frame : board->Fpga().Frames())
             frames.emplace_back(frame.command, frame.value);
         return frames;
     }
     // What has gone out on the serial line reaches the FPGA a moment later.
     void ExpectFrames(const Pairs &expected) const
     {
-        EXPECT_TRUE(board->WaitForFrames(expected.size()));
+        EXPECT_TRUE(board->Fpga().WaitForFrames(expected.size()));
         EXPECT_EQ(Frames(), expected);
     }
     // The boot copy is written by the schedule's first look, some time after the board listens.
     bool WaitForBootCopy() const
     {
         return board->WaitFor([&] {
-            const auto copy = board->TryReadFile(kBoot);
-            return copy && copy->size() == board->ReadFile(kWorking).size();
+            const auto copy = board->Root().TryRead(kBoot);
+            return copy && copy->size() == board->Root().Read(kWorking).size();
         });
     }
     // A board with the settings of Panel(), when all of its start has been seen and forgotten.
@@ -122,9 +122,9 @@ protected:
     {
         options.files[kWorking] = SettingFile(Panel());
         Boot();
-        EXPECT_TRUE(board->WaitForFrames(Transfer(Panel()).size()));
+        EXPECT_TRUE(board->Fpga().WaitForFrames(Transfer(Panel()).size()));
         EXPECT_TRUE(WaitForBootCopy());
-        EXPECT_TRUE(board->WaitForCommand("sync"));
+        EXPECT_TRUE(board->Record().WaitForCommand("sync"));
         board->Forget();
     }
     // The frames that sending a settings file takes.
@@ -138,7 +138,7 @@ protected:
     std::size_t Count(const std::string &line) const
     {
         std::size_t count = 0;
-        for (const std::string &one : board->Log())
+        for (const std::string &one : board->Record().Log())
             count += one.find(line) != std::string::npos ? 1 : 0;
         return count;
     }

@@ -17,7 +17,7 @@ protected:
     // The log holds these pieces in this order.
     void ExpectInOrder(const std::vector<std::string> &pieces)
     {
-        const std::string log = board->LogText();
+        const std::string log = board->Record().LogText();
         std::size_t from = 0;
         for (const std::string &piece : pieces) {
             const std::size_t found = log.find(piece, from);
@@ -27,7 +27,7 @@ protected:
     }
     ledboard::UniqueFd Occupy(int type, std::uint16_t port)
     {
-        ledboard::UniqueFd fd(board->SocketInBoard(AF_INET, type));
+        ledboard::UniqueFd fd(board->Network().Socket(AF_INET, type));
         sockaddr_in any{};
         any.sin_family = AF_INET;
         any.sin_port = htons(port);
@@ -53,9 +53,9 @@ TEST_F(Startup, WithoutSerialLineEndsAfterTwoLines)
 {
     options.serial = false;
     Boot();
-    EXPECT_EQ(board->DaemonExit(), 0);
+    EXPECT_EQ(board->Daemon().Exit(), 0);
     // The first one comes on standard error.
-    EXPECT_EQ(board->Log(),
+    EXPECT_EQ(board->Record().Log(),
               (std::vector<std::string>{"open serial fail.",
                                         "[---src/main.cpp::main::35---] serial init fail.",
                                         "[---src/main.cpp::main::49---] init basic object fail."}));
@@ -65,7 +65,7 @@ TEST_F(Startup, SaysWhatItFindsAndOpens)
 {
     options.files["/home/root/plexa_data/server_config"] = "port=65536\nport=10000\nport=9999\n";
     Boot();
-    EXPECT_TRUE(board->WaitForLog("Wait for Accept Client."));
+    EXPECT_TRUE(board->Record().WaitForLog("Wait for Accept Client."));
     ExpectInOrder({"get screen size: (128, 128)\n", "is fixed ip address.\n",
                    "[---init udp 8878 port success.---]\n", "[---init tcp 8870 port success.---]\n",
                    "tick source: timer of one second", "[---init tcp 10000 port success.---]\n",
@@ -92,9 +92,9 @@ TEST_F(Startup, PortsInUseEndIt)
     for (const Row &row : rows) {
         const ledboard::UniqueFd taken = Occupy(row.type, row.port);
         board->Forget();
-        board->StartDaemon();
-        EXPECT_TRUE(board->WaitForExit());
-        EXPECT_EQ(board->DaemonExit(), 0);
+        board->Daemon().Start();
+        EXPECT_TRUE(board->Daemon().WaitForExit());
+        EXPECT_EQ(board->Daemon().Exit(), 0);
         ExpectInOrder({row.line, "Init Listener Failed In Work Loop and Work Loop be Quit!\n"});
     }
 }
@@ -118,27 +118,27 @@ TEST_F(Startup, GoesOnWithoutItsDataFolder)
     for (const Row &row : rows) {
         board->Run(row.command);
         board->Forget();
-        board->StartDaemon();
-        EXPECT_TRUE(board->WaitForLog("Wait for Accept Client."));
+        board->Daemon().Start();
+        EXPECT_TRUE(board->Record().WaitForLog("Wait for Accept Client."));
         ExpectInOrder(row.lines);
-        EXPECT_EQ(board->LogText().find(failed) == std::string::npos, row.lines.size() == 1);
-        EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->BoardAddress()));
-        EXPECT_TRUE(board->KillDaemon());
+        EXPECT_EQ(board->Record().LogText().find(failed) == std::string::npos, row.lines.size() == 1);
+        EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->Network().BoardAddress()));
+        EXPECT_TRUE(board->Daemon().Kill());
     }
-    EXPECT_EQ(board->ReadFile("/home/root/plexa_data/server_config"), "port=0\n");
+    EXPECT_EQ(board->Root().Read("/home/root/plexa_data/server_config"), "port=0\n");
 }
 
 TEST_F(Startup, CommandsInheritNoDescriptor)
 {
     Boot();
     board->Run("rm /usr/sbin/ethtool /sbin/ethtool");
-    board->WriteFile("/usr/sbin/ethtool",
-                     "#!/bin/sh\nls -l /proc/$$/fd > /tmp/fds.new; mv /tmp/fds.new /tmp/fds\n", 0755);
-    const Peer peer = Peer::Connect(board->BoardAddress(), 8870);
-    board->Cable(false);
-    board->Cable(true);
-    ASSERT_TRUE(board->WaitFor([&] { return board->Exists("/tmp/fds"); }));
-    const std::string descriptors = board->ReadFile("/tmp/fds");
+    board->Root().Write("/usr/sbin/ethtool",
+                        "#!/bin/sh\nls -l /proc/$$/fd > /tmp/fds.new; mv /tmp/fds.new /tmp/fds\n", 0755);
+    const Peer peer = Peer::Connect(board->Network().BoardAddress(), 8870);
+    board->Network().Cable(false);
+    board->Network().Cable(true);
+    ASSERT_TRUE(board->WaitFor([&] { return board->Root().Exists("/tmp/fds"); }));
+    const std::string descriptors = board->Root().Read("/tmp/fds");
     for (const char *const what : {"socket:", "ttyO0", "anon_inode"})
         EXPECT_EQ(descriptors.find(what), std::string::npos) << descriptors;
 }
@@ -146,8 +146,8 @@ TEST_F(Startup, CommandsInheritNoDescriptor)
 TEST_F(BoardHeartbeat, BeatsOnceASecondAndComesBackToTheSupervisor)
 {
     Boot();
-    ASSERT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 3; }));
-    const auto beats = board->Heartbeats();
+    ASSERT_TRUE(board->WaitFor([&] { return board->Supervisor().Heartbeats().size() >= 3; }));
+    const auto beats = board->Supervisor().Heartbeats();
     for (std::size_t index = 0; index < 3; ++index) {
         EXPECT_EQ(beats[index].bytes, "server");
         EXPECT_EQ(beats[index].connection, 1U);
@@ -156,17 +156,17 @@ TEST_F(BoardHeartbeat, BeatsOnceASecondAndComesBackToTheSupervisor)
     const std::chrono::duration<double> twoPauses = beats[2].at - beats[0].at;
     EXPECT_GT(twoPauses.count(), 1.2);
     EXPECT_LT(twoPauses.count(), 6.0);
-    board->SupervisorListens(false);
-    EXPECT_TRUE(board->WaitForLog("catch signal: 13"));
-    EXPECT_TRUE(board->WaitForLog("send heartbeat fail. errno: 32."));
+    board->Supervisor().Listen(false);
+    EXPECT_TRUE(board->Record().WaitForLog("catch signal: 13"));
+    EXPECT_TRUE(board->Record().WaitForLog("send heartbeat fail. errno: 32."));
     board->Forget();
-    EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->BoardAddress()));
+    EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->Network().BoardAddress()));
     // It finds nobody there at least twice.
     const int refused = RefusedConnects();
     EXPECT_TRUE(board->WaitFor([&] { return RefusedConnects() >= refused + 2; }, 15s));
-    EXPECT_TRUE(board->Heartbeats().empty());
-    board->SupervisorListens(true);
-    ASSERT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 2; }));
-    EXPECT_EQ(board->Heartbeats()[0].connection, 2U);
-    EXPECT_EQ(board->Heartbeats()[1].connection, 2U);
+    EXPECT_TRUE(board->Supervisor().Heartbeats().empty());
+    board->Supervisor().Listen(true);
+    ASSERT_TRUE(board->WaitFor([&] { return board->Supervisor().Heartbeats().size() >= 2; }));
+    EXPECT_EQ(board->Supervisor().Heartbeats()[0].connection, 2U);
+    EXPECT_EQ(board->Supervisor().Heartbeats()[1].connection, 2U);
 }

@@ -29,10 +29,10 @@ const std::string kAskFile = FirmwareCommand(1, Le32(100) + Le32(0) + Zeros(252)
 class Survival : public BoardTest
 {
 protected:
-    Peer Connect() const { return Peer::Connect(board->BoardAddress(), 8870); }
+    Peer Connect() const { return Peer::Connect(board->Network().BoardAddress(), 8870); }
     bool Answers() const
     {
-        const auto reply = pc.Ask(SearchBytes(), board->BoardAddress());
+        const auto reply = pc.Ask(SearchBytes(), board->Network().BoardAddress());
         return reply && reply->bytes.size() == 409;
     }
     // Processor time that the process has used, in hundredths of a second.
@@ -49,8 +49,8 @@ protected:
     long UsedWhileIdle(pid_t pid) const
     {
         const long before = Used(pid);
-        const std::size_t beats = board->Heartbeats().size();
-        EXPECT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= beats + 2; }));
+        const std::size_t beats = board->Supervisor().Heartbeats().size();
+        EXPECT_TRUE(board->WaitFor([&] { return board->Supervisor().Heartbeats().size() >= beats + 2; }));
         return Used(pid) - before;
     }
     void KnockTwoThousandTimes();
@@ -65,7 +65,7 @@ void Survival::KnockTwoThousandTimes()
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
     Boot();
     const Unharmed unharmed(*board);
-    const std::size_t before = board->OpenDescriptors();
+    const std::size_t before = board->Daemon().OpenDescriptors();
     {
         const Peer early = Connect();
         EXPECT_TRUE(early.Send(kFirmwareLogin));
@@ -75,26 +75,26 @@ void Survival::KnockTwoThousandTimes()
             crowd.push_back(Connect());
             ASSERT_TRUE(Answers()) << count; // also keeps the backlog of one from overflowing
         }
-        ASSERT_TRUE(
-            board->WaitForLog("too many clients, the connection is closed.", 2000 - (kKept - before)));
-        const std::size_t open = board->OpenDescriptors();
+        ASSERT_TRUE(board->Record().WaitForLog("too many clients, the connection is closed.",
+                                               2000 - (kKept - before)));
+        const std::size_t open = board->Daemon().OpenDescriptors();
         EXPECT_LE(open, kKept);
         EXPECT_GE(open, kKept - 1); // a thread that waits in accept holds a number
         std::size_t kept = 0;
         for (const Peer &peer : crowd)
             kept += peer.Silent(0) ? 1 : 0;
         EXPECT_NEAR(static_cast<double>(kept), static_cast<double>(open - before - 1), 1);
-        EXPECT_LT(UsedWhileIdle(board->DaemonPid()), 30) << "the loop spins";
+        EXPECT_LT(UsedWhileIdle(board->Daemon().Pid()), 30) << "the loop spins";
 
         EXPECT_TRUE(early.Send(kAskVersion));
         EXPECT_EQ(early.Take(25).size(), 25U);
         EXPECT_TRUE(early.Send(kAskFile)); // a file can be opened, a command started
-        EXPECT_TRUE(board->WaitFor([&] { return board->Exists("/tmp/QV_Firmware/new_version.gz"); }));
-        board->Cable(false);
-        EXPECT_TRUE(board->WaitForLog("netlinck flag 0"));
-        board->Cable(true);
-        EXPECT_TRUE(board->WaitForCommand("ethtool eth0"));
-        EXPECT_TRUE(board->WaitForLog("netlinck flag 1"));
+        EXPECT_TRUE(board->WaitFor([&] { return board->Root().Exists("/tmp/QV_Firmware/new_version.gz"); }));
+        board->Network().Cable(false);
+        EXPECT_TRUE(board->Record().WaitForLog("netlinck flag 0"));
+        board->Network().Cable(true);
+        EXPECT_TRUE(board->Record().WaitForCommand("ethtool eth0"));
+        EXPECT_TRUE(board->Record().WaitForLog("netlinck flag 1"));
     }
     unharmed.Check("2,000 connections");
 }
@@ -134,7 +134,7 @@ TEST_F(Survival, PeerThatNeverReads)
         ASSERT_TRUE(Answers()) << "the loop stands still for longer than three seconds";
     }
     EXPECT_TRUE(ended);
-    EXPECT_TRUE(board->WaitForLog("connecting error, one client quit!"));
+    EXPECT_TRUE(board->Record().WaitForLog("connecting error, one client quit!"));
     unharmed.Check("a peer that never reads");
 }
 
@@ -143,14 +143,15 @@ TEST_F(Survival, SignalsInterruptTheWaitOnly)
     Boot();
     const Unharmed unharmed(*board);
     for (int count = 0; count < 300; ++count) {
-        EXPECT_TRUE(board->SignalDaemon(SIGUSR1));
+        EXPECT_TRUE(board->Daemon().Signal(SIGUSR1));
         ASSERT_TRUE(Answers()) << count;
     }
     // Those may all have come before the wait was entered again.
     EXPECT_TRUE(board->WaitFor([&] {
-        return board->SignalDaemon(SIGUSR1) && board->WaitForLog("select was interrupted.", 1, 50ms);
+        return board->Daemon().Signal(SIGUSR1) &&
+               board->Record().WaitForLog("select was interrupted.", 1, 50ms);
     }));
-    EXPECT_TRUE(board->DaemonRunning());
+    EXPECT_TRUE(board->Daemon().Running());
     unharmed.Check("signals");
 }
 
@@ -158,13 +159,13 @@ TEST_F(Survival, SignalsInterruptTheWaitOnly)
 TEST_F(Survival, BrokenStandardOutput)
 {
     Boot();
-    EXPECT_TRUE(board->KillDaemon());
+    EXPECT_TRUE(board->Daemon().Kill());
     board->Forget();
     std::string command; // with the emulator before it, where the daemon needs one
     for (const std::string &word : options.prefix)
         command += word + " ";
     board->Run("cd /home/root; (" + command + "/usr/bin/ledboardd 2>&1 | head -n 1) > /dev/null 2>&1 &");
-    ASSERT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 2; }));
+    ASSERT_TRUE(board->WaitFor([&] { return board->Supervisor().Heartbeats().size() >= 2; }));
     ASSERT_TRUE(Answers());
     for (int count = 0; count < 20; ++count) { // each of them prints
         const Peer peer = Connect();
@@ -172,10 +173,10 @@ TEST_F(Survival, BrokenStandardOutput)
         EXPECT_EQ(peer.Take(8).size(), 8U) << count;
     }
     // The heartbeat's own broken pipe is caught, and told to nobody.
-    board->SupervisorListens(false);
-    const std::size_t beats = board->Heartbeats().size();
-    board->SupervisorListens(true);
-    EXPECT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() > beats; }, 10s));
+    board->Supervisor().Listen(false);
+    const std::size_t beats = board->Supervisor().Heartbeats().size();
+    board->Supervisor().Listen(true);
+    EXPECT_TRUE(board->WaitFor([&] { return board->Supervisor().Heartbeats().size() > beats; }, 10s));
     const std::string program = options.prefix.empty() ? "ledboardd" : options.prefix.front();
     EXPECT_EQ(board->Run("pidof " + program + " | wc -w").output, "1\n");
     std::istringstream line(

@@ -32,15 +32,16 @@ protected:
 
 TEST_F(ToolDiscover, ShowsAllOfABoardThatIsDynamic)
 {
-    options.addressing = board::Addressing::Dhcp;
+    options.addressing = board::Addressing::kDhcp;
     Boot();
-    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->LeaseAddress(); }));
+    ASSERT_TRUE(
+        board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().LeaseAddress(); }));
     const LedboardResult table = Ledboard({"discover", "-t", "1"});
     EXPECT_EQ(table.status, 0);
     EXPECT_EQ(table.out, "ID             NAME       ADDRESS      MAC                MODE     PLAYER    FPGA  "
                          " SCREEN   USB ROOM\n"
                          "C1-0000000001  Main gate  10.20.30.50  " +
-                             board->BoardMac() + "  dynamic  1.20.3.4  7.8.9  128x128  -\n");
+                             board->Network().BoardMac() + "  dynamic  1.20.3.4  7.8.9  128x128  -\n");
     EXPECT_EQ(table.err, "1 board\n");
 
     const LedboardResult list = Ledboard({"discover", "--json", "-t", "1"});
@@ -50,7 +51,7 @@ TEST_F(ToolDiscover, ShowsAllOfABoardThatIsDynamic)
     found.erase("answeredAt");
     const json expected = {{"id", "C1-0000000001"},
                            {"name", "Main gate"},
-                           {"mac", board->BoardMac()},
+                           {"mac", board->Network().BoardMac()},
                            {"address", "10.20.30.50"},
                            {"netmask", "255.255.255.0"},
                            {"gateway", found["gateway"]}, // what the lease says
@@ -72,9 +73,9 @@ TEST_F(ToolDiscover, ShowsAllOfABoardThatIsDynamic)
     for (const char *name : {"10.20.30.50", "C1-0000000001", "main gate"}) {
         const LedboardResult info = Ledboard({"info", name, "--json", "-t", "1"});
         EXPECT_EQ(info.status, 0) << name;
-        EXPECT_EQ(json::parse(info.out)["mac"], board->BoardMac()) << name;
+        EXPECT_EQ(json::parse(info.out)["mac"], board->Network().BoardMac()) << name;
     }
-    const LedboardResult text = Ledboard({"info", board->BoardMac(), "-q"});
+    const LedboardResult text = Ledboard({"info", board->Network().BoardMac(), "-q"});
     EXPECT_NE(text.out.find("\nmode            dynamic\n"), std::string::npos) << text.out;
     EXPECT_NE(text.out.find("\nboot screen     yes\n"), std::string::npos) << text.out;
     EXPECT_EQ(text.err, "");
@@ -106,8 +107,8 @@ TEST_F(ToolDiscover, KnowsABoardWhoseRecordHoldsTheAddressReversed)
     EXPECT_EQ(before["recordAddressOrder"], "network");
 
     MoveBoard("10.20.30.2");
-    ASSERT_TRUE(board->WaitFor([&] { return board->Eth0Address() == "10.20.30.77"; }));
-    ASSERT_TRUE(board->WaitForCommand("server_config_tmp"));
+    ASSERT_TRUE(board->WaitFor([&] { return board->Network().Eth0Address() == "10.20.30.77"; }));
+    ASSERT_TRUE(board->Record().WaitForCommand("server_config_tmp"));
     for (const char *name : {"C1-0000000001", "10.20.30.77", "10.20.30.77:12000"}) {
         const json info = json::parse(Ledboard({"info", name, "--json", "-t", "1"}).out);
         EXPECT_EQ(info["address"], "10.20.30.77") << name;
@@ -131,7 +132,7 @@ TEST_F(ToolDiscover, FindsBoardsOnEveryInterfaceAndTellsTwinsApart)
     const LedboardResult both = Ledboard({"discover", "--json", "-t", "1"});
     json boards = json::parse(both.out)["boards"];
     ASSERT_EQ(boards.size(), 2U);
-    EXPECT_EQ(boards[0]["mac"], other.BoardMac()); // equal identifiers: by MAC
+    EXPECT_EQ(boards[0]["mac"], other.Network().BoardMac()); // equal identifiers: by MAC
     EXPECT_EQ(boards[0]["name"], "\x1b[2J� gate");
     EXPECT_EQ(boards[0]["mode"], "fixed");
     EXPECT_EQ(boards[1]["interface"], "pc1");
@@ -140,11 +141,12 @@ TEST_F(ToolDiscover, FindsBoardsOnEveryInterfaceAndTellsTwinsApart)
 
     const LedboardResult ambiguous = Ledboard({"info", "C1-0000000001", "-t", "1"});
     EXPECT_EQ(ambiguous.status, 2);
-    EXPECT_NE(ambiguous.err.find(other.BoardMac()), std::string::npos) << ambiguous.err;
-    EXPECT_EQ(json::parse(Ledboard({"info", other.BoardMac(), "--json"}).out)["address"], "10.20.30.2");
+    EXPECT_NE(ambiguous.err.find(other.Network().BoardMac()), std::string::npos) << ambiguous.err;
+    EXPECT_EQ(json::parse(Ledboard({"info", other.Network().BoardMac(), "--json"}).out)["address"],
+              "10.20.30.2");
 
-    const LedboardResult some =
-        Ledboard({"info", "10.20.31.2", "nobody", "10.20.30.2", board->BoardMac(), "--json", "-t", "1"});
+    const LedboardResult some = Ledboard(
+        {"info", "10.20.31.2", "nobody", "10.20.30.2", board->Network().BoardMac(), "--json", "-t", "1"});
     EXPECT_EQ(some.status, 7);
     boards = json::parse(some.out)["boards"];
     ASSERT_EQ(boards.size(), 3U) << "a board named twice is one board";
@@ -181,7 +183,7 @@ TEST_F(ToolDiscover, SaysWhatABoardDoesNotKnow)
 TEST_F(ToolDiscover, EndsWithTheStatusThatFits)
 {
     Boot();
-    board->KillDaemon();
+    board->Daemon().Kill();
     struct Row {
         std::vector<std::string> words;
         int status;
@@ -213,7 +215,7 @@ TEST_F(ToolDiscover, EndsWithTheStatusThatFits)
     EXPECT_EQ(Ledboard({"discover", "-t", "0.3"}).err, "no board answered\n");
     EXPECT_EQ(Ledboard({"discover", "-t", "0.3", "--json"}).out, "{\"boards\":[]}\n");
     EXPECT_EQ(Ledboard({"discover", "-t", "0.3", "--json"}, "/dev/full").status, 1);
-    board->Cable(false); // takes the PC's only interface down
+    board->Network().Cable(false); // takes the PC's only interface down
     EXPECT_EQ(Ledboard({"discover", "-t", "1"}).status, 1);
 }
 

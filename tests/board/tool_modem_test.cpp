@@ -38,9 +38,9 @@ TEST_F(ToolModem, ShowsStatusAndMessages)
     EXPECT_EQ(RunJson("sms")["sms"], json::array());
 
     for (int i = 1; i <= 12; ++i)
-        board->TheModem().Deliver("+49" + std::to_string(i), i == 12 ? "Tor\n\x1b[31m auf ü" : "text");
-    board->ModemPlugged(true);
-    ASSERT_TRUE(board->WaitFor([&] { return board->TheModem().View().sms == 0; }, 40s));
+        board->Modem().Deliver("+49" + std::to_string(i), i == 12 ? "Tor\n\x1b[31m auf ü" : "text");
+    board->Modem().Plug(true);
+    ASSERT_TRUE(board->WaitFor([&] { return board->Modem().View().sms == 0; }, 40s));
     status = RunJson("status");
     EXPECT_EQ(status["board"], "C1-0000000001");
     EXPECT_EQ(status["state"], "registered");

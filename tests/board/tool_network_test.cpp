@@ -24,7 +24,7 @@ protected:
     long Count(const std::string &text)
     {
         long count = 0;
-        for (const std::string &command : board->Commands())
+        for (const std::string &command : board->Record().Commands())
             count += command.find(text) == std::string::npos ? 0 : 1;
         return count;
     }
@@ -33,18 +33,18 @@ protected:
 TEST_F(ToolNetwork, MovesABoardToDhcpAndBack)
 {
     Boot();
-    board->DhcpServer(true);
+    board->Network().DhcpServer(true);
     board->Forget();
     const LedboardResult dry = Ledboard({"network", "dhcp", "--dry-run", "C1-0000000001"});
     EXPECT_EQ(dry.out, "C1-0000000001: would become dynamic\n");
-    EXPECT_EQ(board->Commands().size(), 0U);
+    EXPECT_EQ(board->Record().Commands().size(), 0U);
 
-    const LedboardResult dhcp = Ledboard({"network", "dhcp", "--json", board->BoardAddress()});
+    const LedboardResult dhcp = Ledboard({"network", "dhcp", "--json", board->Network().BoardAddress()});
     EXPECT_EQ(dhcp.status, 0) << dhcp.out << dhcp.err;
     const json moved = json::parse(dhcp.out);
     EXPECT_EQ(moved["changed"], true);
-    EXPECT_EQ(moved["before"]["address"], board->BoardAddress());
-    EXPECT_EQ(moved["after"]["address"], board->LeaseAddress());
+    EXPECT_EQ(moved["before"]["address"], board->Network().BoardAddress());
+    EXPECT_EQ(moved["after"]["address"], board->Network().LeaseAddress());
     EXPECT_EQ(moved["after"]["mode"], "dynamic");
     EXPECT_EQ(Count("udhcpc -R"), 1) << "no third request";
 
@@ -55,13 +55,13 @@ TEST_F(ToolNetwork, MovesABoardToDhcpAndBack)
     EXPECT_EQ(fixed.out,
               "C1-0000000001: fixed 10.99.0.7, netmask 255.255.0.0, gateway 10.99.0.1, port 12000; "
               "found at 10.99.0.7\n");
-    EXPECT_EQ(board->Eth0Address(), "10.99.0.7");
+    EXPECT_EQ(board->Network().Eth0Address(), "10.99.0.7");
     EXPECT_EQ(Count("ifconfig eth0 10.99.0.7 netmask 255.255.0.0"), 1);
     const LedboardResult show = Ledboard({"network", "show", "C1-0000000001"});
-    EXPECT_EQ(show.out, "board     C1-0000000001\nMAC       " + board->BoardMac() +
+    EXPECT_EQ(show.out, "board     C1-0000000001\nMAC       " + board->Network().BoardMac() +
                             "\nmode      fixed, port 12000\naddress   10.99.0.7\nnetmask   255.255.0.0\n"
                             "gateway   10.99.0.1\nheard on  " +
-                            board->PcInterface() + "\n");
+                            board->Network().PcInterface() + "\n");
     const LedboardResult again =
         Ledboard({"network", "static", "C1-0000000001", "10.99.0.7/16", "--gateway", "10.99.0.1"});
     EXPECT_EQ(again.out, "C1-0000000001: is already fixed 10.99.0.7, netmask 255.255.0.0, gateway 10.99.0.1, "
@@ -69,11 +69,12 @@ TEST_F(ToolNetwork, MovesABoardToDhcpAndBack)
     EXPECT_EQ(Count("ifconfig eth0"), 1);
 
     // Back home, the port given up.
-    const LedboardResult back = Ledboard({"network", "static", "10.99.0.7", board->BoardAddress() + "/24",
-                                          "--gateway", board->PcAddress(), "--port", "0", "--json"});
+    const LedboardResult back =
+        Ledboard({"network", "static", "10.99.0.7", board->Network().BoardAddress() + "/24", "--gateway",
+                  board->Network().PcAddress(), "--port", "0", "--json"});
     EXPECT_EQ(back.status, 0) << back.out;
     EXPECT_EQ(json::parse(back.out)["after"]["customPort"], nullptr);
-    EXPECT_EQ(board->Eth0Address(), board->BoardAddress());
+    EXPECT_EQ(board->Network().Eth0Address(), board->Network().BoardAddress());
 
     for (const std::vector<std::string> &words :
          std::vector<std::vector<std::string>>{{"10.1.1.1", "--gateway", "10.1.1.2"},

@@ -59,7 +59,7 @@ TEST_F(ToolRemote, InstallsFirmwareAndWaitsForItsResult)
     EXPECT_EQ(RunJson({"firmware", "version"})["playerVersion"], "1.2.3.4");
     MakeArchive("other update.sh", "echo 4.3.2.1 > /home/root/plexa/version\nreboot\n");
     EXPECT_EQ(RunJson({"firmware", "install", kArchive, "--dry-run"})["dryRun"], true);
-    EXPECT_FALSE(board->Exists("/tmp/QV_Firmware"));
+    EXPECT_FALSE(board->Root().Exists("/tmp/QV_Firmware"));
     const json installed = RunJson({"firmware", "install", kArchive});
     EXPECT_EQ(installed["before"]["playerVersion"], "1.2.3.4");
     EXPECT_EQ(installed["playerVersion"], "4.3.2.1");
@@ -113,21 +113,21 @@ TEST_F(ToolRemote, ShowsSetsAndForgetsTheServer)
     RunJson({"server", "set", "10.20.30.1:0", "--user", "u"}, 2);
     RunJson({"server", "set", "10.20.30.1:7001", "--user", std::string(21, 'u')}, 2);
     EXPECT_EQ(RunJson({"server", "set", "10.20.30.1:7001", "--user", "u", "--dry-run"})["dryRun"], true);
-    EXPECT_FALSE(board->Exists("/home/root/plexa_data/remote_server"));
+    EXPECT_FALSE(board->Root().Exists("/home/root/plexa_data/remote_server"));
     const LedboardRun server({"run", "--listen", "10.20.30.1:40000", "--control", "/run/tool-server.sock"},
                              "", "ledboard-server");
     const json set = RunJson({"server", "set", "10.20.30.1:40000", "--user", std::string(20, 'u')});
     EXPECT_EQ(set["server"], json({{"host", "10.20.30.1"}, {"port", 40000}, {"user", std::string(20, 'u')}}));
     EXPECT_EQ(set["connected"], true);
     // After a restart the board knows the port as a negative number.
-    board->RestartDaemon();
-    EXPECT_TRUE(board->WaitForLog("login server success!"));
+    board->Daemon().Restart();
+    EXPECT_TRUE(board->Record().WaitForLog("login server success!"));
     EXPECT_EQ(RunJson({"server", "show"})["server"]["port"], 40000);
     EXPECT_EQ(Ledboard({"server", "forget", "C1-0000000001"}).status, 2) << "it asks first";
     const json forgotten = RunJson({"server", "forget"});
     EXPECT_EQ(forgotten["server"], nullptr);
     EXPECT_EQ(forgotten["connected"], false);
-    EXPECT_FALSE(board->Exists("/home/root/plexa_data/remote_server"));
+    EXPECT_FALSE(board->Root().Exists("/home/root/plexa_data/remote_server"));
     EXPECT_EQ(RunJson({"server", "set", "some.host:1", "--user", "", "--timeout", "0.3"})["connected"],
               false);
     kill(server.Pid(), SIGTERM);

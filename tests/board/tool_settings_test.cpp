@@ -37,7 +37,7 @@ protected:
 
     LedboardResult Run(std::vector<std::string> words)
     {
-        words.push_back(board->BoardAddress());
+        words.push_back(board->Network().BoardAddress());
         if (!way_.empty())
             words.push_back(way_);
         board->Forget();
@@ -69,7 +69,7 @@ protected:
         EXPECT_NE(result.err.find(message), std::string::npos) << words[0] << ": " << result.err;
         EXPECT_EQ(result.out, "");
         constexpr int kUsage = 2; // no session has been there
-        EXPECT_TRUE(way_.empty() || status == kUsage || board->WaitForFrame(2, 1));
+        EXPECT_TRUE(way_.empty() || status == kUsage || board->Fpga().WaitForFrame(2, 1));
     }
     static std::string Local(const std::string &content)
     {
@@ -126,18 +126,18 @@ TEST_F(ToolSettings, ShowsSavesAndLoads)
         Local(SettingFile(other));
         const LedboardResult plan = Run({"settings", "load", kLocal, "--dry-run"});
         EXPECT_EQ(plan.out, "C1-0000000001: would load 95 parameters, screen 192x96\n");
-        EXPECT_EQ(board->ReadFile(kWorking), SettingFile(Panel()));
+        EXPECT_EQ(board->Root().Read(kWorking), SettingFile(Panel()));
         held = other;
         EXPECT_EQ(Done({"settings", "load", kLocal}, Transfer(other)),
                   " 95 parameters stored and sent to the FPGA, screen 192x96\n");
-        EXPECT_EQ(board->ReadFile(kWorking), SettingFile(other));
-        EXPECT_FALSE(board->Exists(kStaged));
+        EXPECT_EQ(board->Root().Read(kWorking), SettingFile(other));
+        EXPECT_FALSE(board->Root().Exists(kStaged));
 
         held = {{3, 64 + 32 * 65536}, {5, 1}};
         Local(SettingFile(held));
         EXPECT_EQ(DoneJson({"settings", "load", kLocal, "--keep-tail"}, Transfer(held)),
                   json({{"board", "C1-0000000001"}, {"records", 2}, {"screen", "64x32"}}));
-        EXPECT_EQ(board->ReadFile(kWorking), SettingFile(held) + SettingFile(other).substr(24));
+        EXPECT_EQ(board->Root().Read(kWorking), SettingFile(held) + SettingFile(other).substr(24));
         EXPECT_TRUE(
             Done({"settings", "show"}).ends_with("\nbrightness 100 %, 744 bytes behind the records\n"));
     });
@@ -149,14 +149,14 @@ TEST_F(ToolSettings, SetsSingleParameters)
         const std::uint32_t large = 1024 + 512 * 65536;
         EXPECT_EQ(Run({"settings", "set", "77=1", "--dry-run"}).out,
                   "C1-0000000001: would set 1 parameter\n");
-        EXPECT_TRUE(board->Frames().empty());
+        EXPECT_TRUE(board->Fpga().Frames().empty());
         held[7].second = 6;
         held[3].second = large;
         held[5].second = held[8].second = 17; // a larger panel bears less
         EXPECT_EQ(Done({"settings", "set", "scan-rows=6", "screen-size=1024x512", "77=0x1"},
                        {{14, 6}, {3, large}, {9, 17}, {77, 1}}),
                   " scan-rows = 6, screen-size = 1024x512, 77 = 1 (FPGA only: not in the board's file)\n");
-        EXPECT_EQ(board->ReadFile(kWorking), SettingFile(held));
+        EXPECT_EQ(board->Root().Read(kWorking), SettingFile(held));
         held[14].second = 0xFFFFFFFF;
         EXPECT_EQ(DoneJson({"settings", "set", "255=4294967295"}, {{255, 0xFFFFFFFF}})["set"],
                   json::parse(R"([{"id": 255, "value": 4294967295, "stored": true}])"));
@@ -171,14 +171,14 @@ TEST_F(ToolSettings, BrightnessFramesAndTestModes)
         EXPECT_EQ(DoneJson({"brightness", "show"})["brightness"], 100);
         EXPECT_EQ(Run({"brightness", "50", "--dry-run"}).out,
                   "C1-0000000001: would set the brightness to 50 %\n");
-        EXPECT_TRUE(board->Frames().empty());
+        EXPECT_TRUE(board->Fpga().Frames().empty());
         EXPECT_EQ(Done({"brightness", "50"}, {{28, 127}, {29, 127}, {30, 127}}), " brightness 50 %\n");
         EXPECT_EQ(DoneJson({"brightness", "0x1"}, {{28, 2}, {29, 2}, {30, 2}})["brightness"], 1);
         EXPECT_EQ(DoneJson({"brightness", "show"})["brightness"], 1);
         EXPECT_EQ(Done({"fpga-frame", "14", "0xA5A5A5A5"}, {{14, 0xA5A5A5A5}}),
                   " frame 14 with value 2779096485 sent\n");
         EXPECT_EQ(DoneJson({"fpga-frame", "screen-size", "64x32"}, {{3, 64 + 32 * 65536}})["command"], 3);
-        EXPECT_EQ(board->ReadFile(kWorking), SettingFile(Panel())) << "nothing is stored";
+        EXPECT_EQ(board->Root().Read(kWorking), SettingFile(Panel())) << "nothing is stored";
 
         const struct {
             const char *verb, *state, *said;
@@ -191,8 +191,8 @@ TEST_F(ToolSettings, BrightnessFramesAndTestModes)
         };
         for (const auto &row : rows) {
             EXPECT_EQ(Done({row.verb, row.state}), row.said);
-            EXPECT_TRUE(board->WaitForMessage(static_cast<std::uint8_t>(row.told[0])));
-            EXPECT_EQ(board->PlayerMessages().back().bytes, Le32(16) + Le32(3) + row.told);
+            EXPECT_TRUE(board->Player().WaitForMessage(static_cast<std::uint8_t>(row.told[0])));
+            EXPECT_EQ(board->Player().Messages().back().bytes, Le32(16) + Le32(3) + row.told);
         }
     });
 }
@@ -204,13 +204,13 @@ TEST_F(ToolSettings, ClockNameAndIdentity)
         EXPECT_LT(std::abs(clock["aheadMilliseconds"].get<int>()), 2000);
         EXPECT_TRUE(Done({"clock", "get"}).ends_with("Z, +0.0 s against this PC\n"));
         Done({"clock", "sync"});
-        std::vector<std::vector<std::string>> calls = board->StandInCalls();
+        std::vector<std::vector<std::string>> calls = board->Record().StandInCalls();
         ASSERT_EQ(calls.size(), 2U);
         EXPECT_EQ(calls[1], (std::vector<std::string>{"hwclock", "-w"}));
 
         // This board's clock cannot be set, and the verb finds that out.
         ExpectFailure({"clock", "set", "2026-05-17T08:30:00Z"}, 6, "the board has stayed at 20");
-        calls = board->StandInCalls();
+        calls = board->Record().StandInCalls();
         ASSERT_EQ(calls.size(), 2U);
         const std::time_t time = 1'779'006'600;
         char local[32];
@@ -218,15 +218,15 @@ TEST_F(ToolSettings, ClockNameAndIdentity)
         EXPECT_EQ(calls[0], (std::vector<std::string>{"date", "-s", local}));
         EXPECT_EQ(Run({"clock", "set", "2026-05-17T08:30:00Z", "--dry-run"}).out,
                   "C1-0000000001: would set the clock to 2026-05-17T08:30:00.000Z\n");
-        EXPECT_TRUE(board->StandInCalls().empty());
+        EXPECT_TRUE(board->Record().StandInCalls().empty());
 
         const std::string longest = std::string(246, 'n') + "\xE2\x82\xAC";
         EXPECT_EQ(DoneJson({"name", longest})["name"], longest);
-        EXPECT_EQ(board->ReadFile("/usr/share/id/name"), longest);
+        EXPECT_EQ(board->Root().Read("/usr/share/id/name"), longest);
         EXPECT_EQ(Done({"name", "North gate"}), " name 'North gate' stored\n");
         EXPECT_EQ(Ledboard({"info", "North gate", "-t", "0.5"}).status, 0);
         EXPECT_EQ(Done({"identity", "K3-7654321098"}), " identifier 'K3-7654321098' stored\n");
-        EXPECT_EQ(board->ReadFile("/usr/share/id/config"), "K3-7654321098");
+        EXPECT_EQ(board->Root().Read("/usr/share/id/config"), "K3-7654321098");
         EXPECT_EQ(Ledboard({"info", "K3-7654321098", "-t", "0.5"}).status, 0);
     });
 }
@@ -238,20 +238,22 @@ TEST_F(ToolSettings, LuminanceAndBootScreenFiles)
         for (const std::size_t size : {1U, 249U, 250U, 99'999U}) {
             Local(Noise(size));
             EXPECT_EQ(DoneJson({"luminance", "put", kLocal})["bytes"], size);
-            EXPECT_EQ(board->ReadFile("/home/root/plexa_data/luminance_file"), Noise(size));
-            EXPECT_TRUE(board->WaitForMessage(3));
+            EXPECT_EQ(board->Root().Read("/home/root/plexa_data/luminance_file"), Noise(size));
+            EXPECT_TRUE(board->Player().WaitForMessage(3));
             Local("");
             EXPECT_EQ(Done({"luminance", "get", kLocal}),
                       " " + std::to_string(size) + " bytes saved as " + kLocal + "\n");
             EXPECT_EQ(ReadLocal(), Noise(size));
         }
         EXPECT_EQ(Done({"boot-screen", "set", kLocal}), " boot picture stored, 99999 bytes\n");
-        EXPECT_EQ(board->ReadFile("/boot/disp.bin"), Noise(99'999));
-        EXPECT_EQ(json::parse(Ledboard({"info", board->BoardAddress(), "--json"}).out)["bootScreen"], true);
+        EXPECT_EQ(board->Root().Read("/boot/disp.bin"), Noise(99'999));
+        EXPECT_EQ(json::parse(
+                      Ledboard({"info", board->Network().BoardAddress(), "--json"}).out)["bootScreen"],
+                  true);
         ExpectFailure({"boot-screen", "clear"}, 2, "say --yes to agree");
-        EXPECT_TRUE(board->Exists("/boot/disp.bin"));
+        EXPECT_TRUE(board->Root().Exists("/boot/disp.bin"));
         EXPECT_EQ(Done({"boot-screen", "clear", "--yes"}), " boot picture removed\n");
-        EXPECT_FALSE(board->Exists("/boot/disp.bin"));
+        EXPECT_FALSE(board->Root().Exists("/boot/disp.bin"));
     });
 }
 
@@ -262,11 +264,11 @@ TEST_F(ToolSettings, RebootSchedule)
         EXPECT_EQ(Done({"reboot-schedule", "show"}), " no scheduled reboot\n");
         EXPECT_EQ(Done({"reboot-schedule", "every", "3", "days", "at", "04:30"}),
                   " reboots every 3 days at 04:30:00\n");
-        EXPECT_EQ(board->ReadFile(kFile),
+        EXPECT_EQ(board->Root().Read(kFile),
                   std::string("\1\0\0\0\0\4\36\0\0", 9) + Le32(0) + Le32(3) + Le32(0));
-        EXPECT_TRUE(board->WaitForLog("start reboot timer"));
+        EXPECT_TRUE(board->Record().WaitForLog("start reboot timer"));
         Done({"reboot-schedule", "on", "mon,thu", "at", "23:05:09", "--offset", "-90"});
-        EXPECT_EQ(board->ReadFile(kFile),
+        EXPECT_EQ(board->Root().Read(kFile),
                   std::string("\1\0\0\xA6\xFF\x17\5\11\0", 9) + Le32(1) + Le32(1) + Le32(0x12));
         EXPECT_EQ(DoneJson({"reboot-schedule", "show"}), json({{"board", "C1-0000000001"},
                                                                {"enabled", true},
@@ -275,11 +277,11 @@ TEST_F(ToolSettings, RebootSchedule)
                                                                {"on", {"mon", "thu"}}}));
         EXPECT_EQ(Run({"reboot-schedule", "off", "--dry-run"}).out,
                   "C1-0000000001: would stop the scheduled reboot\n");
-        EXPECT_EQ(board->ReadFile(kFile)[0], '\1');
+        EXPECT_EQ(board->Root().Read(kFile)[0], '\1');
         EXPECT_EQ(Done({"reboot-schedule", "off"}), " no scheduled reboot\n");
-        EXPECT_EQ(board->ReadFile(kFile),
+        EXPECT_EQ(board->Root().Read(kFile),
                   std::string("\0\0\0\xA6\xFF\x17\5\11\0", 9) + Le32(1) + Le32(1) + Le32(0x12));
-        EXPECT_TRUE(board->WaitForLog("reboot flag is false, stop reboot timer"));
+        EXPECT_TRUE(board->Record().WaitForLog("reboot flag is false, stop reboot timer"));
         board->Run(std::string("rm ") + kFile + "; mkdir -p " + kFile + "/x");
         ExpectFailure({"reboot-schedule", "every", "1", "day", "at", "04:30"}, 6,
                       "the board did not store the schedule");
@@ -325,12 +327,12 @@ TEST_F(ToolSettings, WhatMakesNoSenseIsRefusedBeforeAnythingIsSent)
     for (const auto &row : rows) {
         Local(row.file);
         ExpectFailure(row.words, row.status, row.message);
-        EXPECT_TRUE(board->Frames().empty()) << row.words[0];
-        EXPECT_TRUE(board->StandInCalls().empty()) << row.words[0];
+        EXPECT_TRUE(board->Fpga().Frames().empty()) << row.words[0];
+        EXPECT_TRUE(board->Record().StandInCalls().empty()) << row.words[0];
     }
     EXPECT_EQ(Ledboard({"settings", "show", "10.20.30.99", "-t", "0.3"}).status, 3);
     const LedboardResult both =
-        Ledboard({"clock", "get", board->BoardAddress(), "10.20.30.99", "--json", "-t", "0.3"});
+        Ledboard({"clock", "get", board->Network().BoardAddress(), "10.20.30.99", "--json", "-t", "0.3"});
     EXPECT_EQ(both.status, 7);
     EXPECT_EQ(json::parse(both.out)["boards"][1]["error"]["kind"], "no-such-board");
 }
@@ -345,7 +347,7 @@ TEST_F(ToolSettings, BoardsWithoutSettings)
     EXPECT_EQ(Run({"brightness", "40"}).out, "C1-0000000001: brightness 40 %\n");
     EXPECT_EQ(Run({"settings", "set", "gap=4"}).out,
               "C1-0000000001: gap = 4 (FPGA only: not in the board's file)\n");
-    board->WriteFile(kWorking, "hello");
+    board->Root().Write(kWorking, "hello");
     ExpectFailure({"settings", "show"}, 1, "what the board has stored is no settings file");
     EXPECT_EQ(Run({"settings", "save", kLocal}).status, 0);
     EXPECT_EQ(ReadLocal(), "hello") << "a damaged file can be looked at";
@@ -359,15 +361,15 @@ TEST_F(ToolSettings, BusyBoardsAreWaitedForAndThenRefuse)
     ExpectFailure({"clock", "get", "--timeout", "0.3"}, 5,
                   "Connection refused; the board serves one setting program at a time");
     EXPECT_EQ(Run({"clock", "get", "--via-session"}).status, 0) << "the other way in";
-    const LedboardRun waiting({"clock", "get", board->BoardAddress()});
-    EXPECT_TRUE(board->WaitForLog("get time start."));
+    const LedboardRun waiting({"clock", "get", board->Network().BoardAddress()});
+    EXPECT_TRUE(board->Record().WaitForLog("get time start."));
     End(holder);
     EXPECT_EQ(waiting.Wait().status, 0);
     {
         std::vector<LedboardRun> crowd;
         crowd.reserve(5);
         for (int count = 0; count < 5; ++count)
-            crowd.emplace_back(std::vector<std::string>{"settings", "show", board->BoardAddress()});
+            crowd.emplace_back(std::vector<std::string>{"settings", "show", board->Network().BoardAddress()});
         for (const LedboardRun &run : crowd)
             EXPECT_EQ(run.Wait().status, 0);
     }

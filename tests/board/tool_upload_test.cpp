@@ -52,7 +52,7 @@ protected:
     }
     std::string OnBoard(const std::string &name)
     {
-        return board->TryReadFile(kFolder + name).value_or("(missing)");
+        return board->Root().TryRead(kFolder + name).value_or("(missing)");
     }
 };
 
@@ -71,8 +71,8 @@ TEST_F(ToolUpload, SendsWhatTheBoardDoesNotHave)
     const json plan = RunJson({"--dry-run"});
     EXPECT_EQ(plan["ask"], json({"a.mp4", "b c'$(x).mp4"}));
     EXPECT_EQ(plan["send"]["files"].size(), 5U);
-    EXPECT_TRUE(board->Exists("/boot/disp.bin"));
-    EXPECT_TRUE(board->PlayerMessages().empty());
+    EXPECT_TRUE(board->Root().Exists("/boot/disp.bin"));
+    EXPECT_TRUE(board->Player().Messages().empty());
 
     const json first = RunJson();
     EXPECT_EQ(first["sent"]["files"].size(), 5U);
@@ -82,7 +82,7 @@ TEST_F(ToolUpload, SendsWhatTheBoardDoesNotHave)
     EXPECT_EQ(OnBoard("b c'$(x).mp4"), "bbb");
     EXPECT_EQ(OnBoard("plan/list.txt"), "list");
     EXPECT_EQ(OnBoard("empty"), "");
-    EXPECT_TRUE(board->WaitForMessage(2));
+    EXPECT_TRUE(board->Player().WaitForMessage(2));
 
     Put("a.mp4", "same name, other content");
     fs::remove(fs::path(kProgram) / "b c'$(x).mp4");
@@ -104,10 +104,10 @@ TEST_F(ToolUpload, SparesNothingThatANewUsbDiskDoesNotHave)
     Boot();
     RunJson();
     EXPECT_EQ(RunJson()["sparedByName"]["files"], json({"a.mp4"}));
-    board->UsbDisk(true);
+    board->UsbDisk().Plug(true);
     EXPECT_EQ(RunJson()["sent"]["files"], json({"a.mp4"}));
     EXPECT_EQ(board->Run("ls -A /home/root/usb_dev/tarvo").output, "a.mp4\n");
-    EXPECT_EQ(board->ReadFile("/home/root/usb_dev/tarvo/a.mp4"), "film");
+    EXPECT_EQ(board->Root().Read("/home/root/usb_dev/tarvo/a.mp4"), "film");
     EXPECT_EQ(RunJson()["sparedByName"]["files"], json({"a.mp4"}));
 }
 
@@ -122,13 +122,13 @@ TEST_F(ToolUpload, RefusesBeforeAnythingIsSent)
         Put(name, "bad");
         EXPECT_EQ(Run().status, 2) << name;
     }
-    EXPECT_TRUE(board->PlayerMessages().empty());
+    EXPECT_TRUE(board->Player().Messages().empty());
     fs::remove_all(kProgram);
     Put(folder + std::string(100, 'n'), "fits");
     EXPECT_EQ(Run().status, 0);
 
-    const Peer other = Peer::Connect(board->BoardAddress(), 8870);
-    ASSERT_TRUE(board->WaitForLog("accept one client connecting.", 3));
+    const Peer other = Peer::Connect(board->Network().BoardAddress(), 8870);
+    ASSERT_TRUE(board->Record().WaitForLog("accept one client connecting.", 3));
     const LedboardResult refused = Run();
     EXPECT_EQ(refused.status, 5);
     EXPECT_NE(refused.err.find("as many sessions open as it allows; nothing on the board has changed"),
@@ -147,29 +147,29 @@ TEST_F(ToolUpload, SaysWhatABrokenUploadLeaves)
         const char *message;
     } rows[] = {
         {"Ctrl-C", [](pid_t tool) { kill(tool, SIGINT); }, 130, "interrupted, while 'big.mp4' was sent; "},
-        {"cable", [&](pid_t) { board->Cable(false); }, 4,
+        {"cable", [&](pid_t) { board->Network().Cable(false); }, 4,
          "the board takes no more data, while 'big.mp4' was sent; "},
-        {"daemon", [&](pid_t) { board->KillDaemon(); }, 1, "(its disk may be full or gone); "},
-        {"disk", [&](pid_t) { board->SignalDaemon(SIGCONT); }, 1, "(its disk may be full or gone); "},
+        {"daemon", [&](pid_t) { board->Daemon().Kill(); }, 1, "(its disk may be full or gone); "},
+        {"disk", [&](pid_t) { board->Daemon().Signal(SIGCONT); }, 1, "(its disk may be full or gone); "},
     };
     Put("big.mp4", "");
     fs::resize_file(fs::path(kProgram) / "big.mp4", 200U << 20U); // more than the board's disk
     for (const auto &row : rows) {
         board->Forget();
         const LedboardRun run({"upload", "10.20.30.2", kProgram, "-t", "2", "--all"});
-        ASSERT_TRUE(board->WaitForLog("work_thread.cpp, type: 21", 2)) << row.name;
-        board->SignalDaemon(SIGSTOP); // so that the tool cannot get to its end
+        ASSERT_TRUE(board->Record().WaitForLog("work_thread.cpp, type: 21", 2)) << row.name;
+        board->Daemon().Signal(SIGSTOP); // so that the tool cannot get to its end
         row.breakIt(run.Pid());
         const LedboardResult result = run.Wait();
         EXPECT_EQ(result.status, row.status) << row.name << result.err;
         EXPECT_NE(result.err.find(row.message + "the board has no complete program now"s), std::string::npos)
             << row.name << result.err;
-        board->SignalDaemon(SIGCONT);
-        if (board->DaemonRunning())
-            EXPECT_TRUE(board->WaitForLog("SS_CMD_RECV_END")) << row.name;
+        board->Daemon().Signal(SIGCONT);
+        if (board->Daemon().Running())
+            EXPECT_TRUE(board->Record().WaitForLog("SS_CMD_RECV_END")) << row.name;
         else
-            board->RestartDaemon();
-        board->Cable(true);
+            board->Daemon().Restart();
+        board->Network().Cable(true);
         ASSERT_TRUE(board->WaitFor([&] {
             return Ledboard({"info", "10.20.30.2", "-t", "0.3"}).status == 0;
         }));

@@ -117,21 +117,22 @@ public:
         EXPECT_EQ(reply_.size(), 409U);
         SettledDescriptors(board);
         // The first client of all leaves a descriptor that the daemon keeps for bad times.
-        const Peer first = Peer::Connect(board.BoardAddress(), 8870);
+        const Peer first = Peer::Connect(board.Network().BoardAddress(), 8870);
         EXPECT_TRUE(first.Send(Zeros(8)) && first.Ended());
-        descriptors_ = board.OpenDescriptors();
+        descriptors_ = board.Daemon().OpenDescriptors();
     }
     void Check(const std::string &what) const
     {
         EXPECT_EQ(Search(), reply_) << what;
-        EXPECT_TRUE(board_.WaitFor([this] { return board_.OpenDescriptors() == descriptors_; }))
-            << what << ": " << board_.OpenDescriptors() << " descriptors instead of " << descriptors_;
+        EXPECT_TRUE(board_.WaitFor([this] { return board_.Daemon().OpenDescriptors() == descriptors_; }))
+            << what << ": " << board_.Daemon().OpenDescriptors() << " descriptors instead of "
+            << descriptors_;
     }
 
 private:
     std::string Search() const
     {
-        const auto reply = UdpPeer().Ask(SearchBytes(), board_.BoardAddress());
+        const auto reply = UdpPeer().Ask(SearchBytes(), board_.Network().BoardAddress());
         return reply ? reply->bytes : "no answer";
     }
 

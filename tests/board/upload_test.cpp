@@ -57,7 +57,7 @@ class Upload : public BoardTest
 protected:
     Peer LogIn(std::uint8_t status = 1)
     {
-        Peer peer = Peer::Connect(board->BoardAddress(), 8870);
+        Peer peer = Peer::Connect(board->Network().BoardAddress(), 8870);
         EXPECT_TRUE(peer.Send(Le32(8) + Le32(0)));
         EXPECT_EQ(peer.Take(8), Le32(8) + Le32(status));
         return peer;
@@ -72,7 +72,7 @@ protected:
 
     std::string Content(const std::string &name)
     {
-        return board->TryReadFile(kFolder + ("/" + name)).value_or("(missing)");
+        return board->Root().TryRead(kFolder + ("/" + name)).value_or("(missing)");
     }
     // Names below the folder, one a line.
     std::string List(const std::string &folder = kFolder)
@@ -81,13 +81,13 @@ protected:
     }
     long Ran(const std::string &command)
     {
-        const std::vector<std::string> commands = board->Commands();
+        const std::vector<std::string> commands = board->Record().Commands();
         return std::count(commands.begin(), commands.end(), command);
     }
     bool Logged(const std::string &line)
     {
         return board->WaitFor([&] {
-            const std::vector<std::string> lines = board->Log();
+            const std::vector<std::string> lines = board->Record().Log();
             return std::find(lines.begin(), lines.end(), line) != lines.end();
         });
     }
@@ -102,8 +102,8 @@ TEST_F(Upload, AProgramArrivesAndThePlayerIsTold)
     {
         const Peer peer = LogIn();
         Settle(peer);
-        EXPECT_TRUE(board->WaitForMessage(1));
-        EXPECT_FALSE(board->Exists("/boot/disp.bin"));
+        EXPECT_TRUE(board->Player().WaitForMessage(1));
+        EXPECT_FALSE(board->Root().Exists("/boot/disp.bin"));
         Ask(peer, Command(3, "identifier.16.by" + Le32(5) + "\1" + Le16(2) + Le32(0) + "a\0b\0c\0"s),
             Result(4, 1));
         Ask(peer, Command(11), Packet(1, "\x07" + "identifier.16.by"s + Zeros(5)));
@@ -120,16 +120,16 @@ TEST_F(Upload, AProgramArrivesAndThePlayerIsTold)
         Ask(peer, kComplete, Result(10, 1));
         EXPECT_EQ(Ran("sync"), syncs + 1);
         Ask(peer, Command(12), Result(13, 0));
-        EXPECT_EQ(board->PlayerMessages().size(), 1U);
+        EXPECT_EQ(board->Player().Messages().size(), 1U);
     }
-    EXPECT_TRUE(board->WaitForMessage(2));
+    EXPECT_TRUE(board->Player().WaitForMessage(2));
     EXPECT_EQ(Content("media/deep/a.bin").size(), 18381U);
     for (const char *const line :
          {"[---src/work_thread.cpp::LogIn::2276---] ", "[---src/work_thread.cpp::LogIn::2333---] ",
           "send message to plexa, SS_CMD_RECV_PROGRAM: 1", "work_thread.cpp, type: 3", "recv file ok.",
           "[---src/work_thread.cpp::LogOut::2340---] ", "[---src/work_thread.cpp::LogOut::2364---] "})
         EXPECT_TRUE(Logged(line)) << line;
-    EXPECT_TRUE(board->WaitForLog("send message to plexa, SS_CMD_RECV_END: 2"));
+    EXPECT_TRUE(board->Record().WaitForLog("send message to plexa, SS_CMD_RECV_END: 2"));
 }
 
 TEST_F(Upload, WhatIsNotCompleteIsRemoved)
@@ -148,8 +148,8 @@ TEST_F(Upload, WhatIsNotCompleteIsRemoved)
              peer = Peer();
          },
          true},
-        {"cable pulled", [&](Peer &) { board->Cable(false); }, true},
-        {"daemon killed", [&](Peer &) { board->KillDaemon(); }, false},
+        {"cable pulled", [&](Peer &) { board->Network().Cable(false); }, true},
+        {"daemon killed", [&](Peer &) { board->Daemon().Kill(); }, false},
         {"complete",
          [](Peer &peer) {
              Ask(peer, kComplete, Result(10, 1));
@@ -164,14 +164,15 @@ TEST_F(Upload, WhatIsNotCompleteIsRemoved)
         Settle(peer);
         EXPECT_EQ(Content("a"), "half");
         row.end(peer);
-        if (board->DaemonRunning())
-            EXPECT_TRUE(board->WaitForMessage(2)) << row.name;
+        if (board->Daemon().Running())
+            EXPECT_TRUE(board->Player().WaitForMessage(2)) << row.name;
         else
-            board->RestartDaemon();
+            board->Daemon().Restart();
         EXPECT_EQ(Ran(remove) > 0, row.removed) << row.name;
         EXPECT_EQ(Content("a"), row.removed ? "(missing)" : "half") << row.name;
-        board->Cable(true);
-        ASSERT_TRUE(board->WaitFor([&] { return Peer::Connect(board->BoardAddress(), 8870).Connected(); }));
+        board->Network().Cable(true);
+        ASSERT_TRUE(
+            board->WaitFor([&] { return Peer::Connect(board->Network().BoardAddress(), 8870).Connected(); }));
     }
 }
 
@@ -191,7 +192,7 @@ TEST_F(Upload, VideosAreKeptByName)
     ASSERT_TRUE(peer.Send(Command(23)));
     Settle(peer);
     EXPECT_EQ(List(), "./-v.mp4\n./a.mp4\n./b.mp4.bak\n./folder.mp4\n./folder.mp4/file\n");
-    EXPECT_FALSE(board->Exists("/tmp/pwned"));
+    EXPECT_FALSE(board->Root().Exists("/tmp/pwned"));
     EXPECT_TRUE(Ran("rm -r /home/root/plexa_data/factory/sub; if [ $? == \"1\" ]; then rm -r "
                     "/home/root/plexa_data/factory/sub; fi;"));
     EXPECT_TRUE(Logged("[---src/work_thread.cpp::CheckVideoRepeatStart::2435---] b.mp4.bak"));
@@ -221,15 +222,16 @@ TEST_F(Upload, NamesStayInsideTheFolder)
         const Peer peer = LogIn();
         ASSERT_TRUE(peer.Send(Begin(name) + Data("bad")));
         EXPECT_TRUE(peer.Ended()) << name;
-        EXPECT_TRUE(board->WaitForLog("factory/"s + (name == "a\nb" ? "a?b" : name) + ": name not allowed"));
-        EXPECT_TRUE(board->WaitForMessage(2));
+        EXPECT_TRUE(
+            board->Record().WaitForLog("factory/"s + (name == "a\nb" ? "a?b" : name) + ": name not allowed"));
+        EXPECT_TRUE(board->Player().WaitForMessage(2));
     }
-    EXPECT_EQ(board->ReadFile("/home/root/plexa_data/precious"), "precious");
+    EXPECT_EQ(board->Root().Read("/home/root/plexa_data/precious"), "precious");
     const Peer peer = LogIn();
     ASSERT_TRUE(peer.Send(Begin("a") + kFileEnd + Begin("a/b"))); // a file is no folder
     EXPECT_TRUE(peer.Ended());
     EXPECT_TRUE(Logged("/home/root/plexa_data/factory/a/b: Not a directory."));
-    EXPECT_TRUE(board->WaitForLog("/home/root/plexa_data/factory/a/b: Not a directory, errno: 20."));
+    EXPECT_TRUE(board->Record().WaitForLog("/home/root/plexa_data/factory/a/b: Not a directory, errno: 20."));
 }
 
 TEST_F(Upload, AFullDiskEndsTheSession)
@@ -244,8 +246,8 @@ TEST_F(Upload, AFullDiskEndsTheSession)
         }
         peer.Send(kFileEnd + kComplete);
         EXPECT_TRUE(peer.Ended()); // no answer to the 9
-        EXPECT_TRUE(board->WaitForLog("No space left on device, 28."));
-        EXPECT_TRUE(board->WaitForMessage(2));
+        EXPECT_TRUE(board->Record().WaitForLog("No space left on device, 28."));
+        EXPECT_TRUE(board->Player().WaitForMessage(2));
         EXPECT_EQ(List(), "");
         board->Forget();
     }
@@ -270,7 +272,7 @@ TEST_F(Upload, TwoSessionsShareTheService)
         Settle(first);
         EXPECT_EQ(Content("one") + Content("two"), "111from the first");
         first = Peer();
-        ASSERT_TRUE(board->WaitForLog("LogOut::2364"));
+        ASSERT_TRUE(board->Record().WaitForLog("LogOut::2364"));
         EXPECT_EQ(List(), "");
         Ask(second, Command(24, "x.mp4"), Packet(1, "\x1a"));
         Ask(second, kComplete, Result(10, 0)); // what it sent is gone
@@ -279,7 +281,7 @@ TEST_F(Upload, TwoSessionsShareTheService)
         ASSERT_TRUE(second.Send(Data("late")));
         EXPECT_TRUE(second.Ended());
     }
-    EXPECT_TRUE(board->WaitForLog("LogOut::2364", 2));
+    EXPECT_TRUE(board->Record().WaitForLog("LogOut::2364", 2));
     unharmed.Check("two sessions");
 }
 
@@ -287,29 +289,30 @@ TEST_F(Upload, GoesToTheUsbDisk)
 {
     constexpr char kUsbFolder[] = "/home/root/usb_dev/tarvo";
     Boot();
-    board->UsbDisk(true);
+    board->UsbDisk().Plug(true);
     {
         const Peer peer = LogIn();
         ASSERT_TRUE(peer.Send(Begin("kept.mp4") + Data("usb") + kFileEnd));
         Ask(peer, kComplete, Result(10, 1));
     }
-    EXPECT_TRUE(board->WaitForMessage(2));
-    EXPECT_EQ(board->ReadFile("/home/root/usb_dev/tarvo/kept.mp4"), "usb");
+    EXPECT_TRUE(board->Player().WaitForMessage(2));
+    EXPECT_EQ(board->Root().Read("/home/root/usb_dev/tarvo/kept.mp4"), "usb");
     EXPECT_EQ(Content("kept.mp4"), "(missing)");
 
     const Peer peer = LogIn();
     ASSERT_TRUE(peer.Send(Begin("b") + Data("1")));
     Settle(peer);
-    ASSERT_TRUE(board->SendAsPlayer(7, 0)); // the player noticed that the disk is gone
-    EXPECT_TRUE(board->WaitForLog("[---src/server_witch_plexa::UpdateUSBState::265---] usb remove."));
+    ASSERT_TRUE(board->Player().Send(7, 0)); // the player noticed that the disk is gone
+    EXPECT_TRUE(
+        board->Record().WaitForLog("[---src/server_witch_plexa::UpdateUSBState::265---] usb remove."));
     ASSERT_TRUE(peer.Send(Data("2")));
     EXPECT_TRUE(peer.Ended());
     EXPECT_TRUE(Logged("u disk remove ."));
-    EXPECT_TRUE(board->WaitForMessage(2, 2));
+    EXPECT_TRUE(board->Player().WaitForMessage(2, 2));
     EXPECT_TRUE(Logged("rm -r /home/root/usb_dev/tarvo/*"));
     EXPECT_EQ(List(kUsbFolder), "");
-    ASSERT_TRUE(board->SendAsPlayer(7, 1));
-    EXPECT_TRUE(board->WaitForLog("[---src/server_witch_plexa::UpdateUSBState::261---] usb mount."));
+    ASSERT_TRUE(board->Player().Send(7, 1));
+    EXPECT_TRUE(board->Record().WaitForLog("[---src/server_witch_plexa::UpdateUSBState::261---] usb mount."));
 }
 
 TEST_F(Upload, IsNotStoredWhenItsDiskIsGone)
@@ -317,15 +320,15 @@ TEST_F(Upload, IsNotStoredWhenItsDiskIsGone)
     Boot();
     for (const bool playerTells : {true, false}) {
         board->Forget();
-        board->UsbDisk(true);
+        board->UsbDisk().Plug(true);
         const Peer peer = LogIn();
         ASSERT_TRUE(peer.Send(Begin("a") + Data("1") + kFileEnd));
         Settle(peer);
         if (playerTells) {
-            ASSERT_TRUE(board->SendAsPlayer(7, 0));
-            ASSERT_TRUE(board->WaitForLog("usb remove."));
+            ASSERT_TRUE(board->Player().Send(7, 0));
+            ASSERT_TRUE(board->Record().WaitForLog("usb remove."));
         } else {
-            board->UsbDisk(false);
+            board->UsbDisk().Plug(false);
         }
         Ask(peer, kComplete, Result(10, 0));
     }

@@ -2,6 +2,7 @@
 // The virtual board itself: what the other tests stand on.
 #include "board_test.h"
 #include "common/unique_fd.h"
+#include "devices/framebuffer.h"
 #include "machine/pc_side.h"
 
 #include <fmt/core.h>
@@ -86,13 +87,13 @@ TEST_F(VirtualBoardWithDaemon, BootsWithinASecondAndListens)
         fastest = std::min(fastest, std::chrono::steady_clock::now() - begin);
     }
     EXPECT_LT(fastest, 1s);
-    EXPECT_TRUE(board->DaemonListens());
-    EXPECT_TRUE(board->ThePlayer().LoggedIn());
+    EXPECT_TRUE(board->Daemon().Listens());
+    EXPECT_TRUE(board->Player().LoggedIn());
     EXPECT_TRUE(AnswersBroadcast());
-    EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(board->DaemonPid()) + "/cwd").filename(), "root");
-    EXPECT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 2; }));
-    EXPECT_EQ(board->Heartbeats().front().bytes, "server");
-    EXPECT_EQ(board->Commands(), std::vector<std::string>{"sync"})
+    EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(board->Daemon().Pid()) + "/cwd").filename(), "root");
+    EXPECT_TRUE(board->WaitFor([&] { return board->Supervisor().Heartbeats().size() >= 2; }));
+    EXPECT_EQ(board->Supervisor().Heartbeats().front().bytes, "server");
+    EXPECT_EQ(board->Record().Commands(), std::vector<std::string>{"sync"})
         << "the carrier was there before the daemon";
 }
 
@@ -102,10 +103,10 @@ TEST_F(VirtualBoardAlone, RootIsTheBoardsOwn)
     Boot();
     EXPECT_EQ(board->Run("cat /usr/share/id/name").output, "north gate");
     EXPECT_FALSE(fs::exists("/usr/share/id/name"));
-    board->WriteFile("/boot/deep/er/file", "x");
+    board->Root().Write("/boot/deep/er/file", "x");
     EXPECT_EQ(board->Run("cd /boot/deep/er && mv file other && cat /var/../boot/deep/er/other").output, "x");
-    EXPECT_FALSE(board->Exists("/boot/deep/er/file"));
-    EXPECT_THROW(board->ReadFile("/boot/deep/er/file"), std::runtime_error);
+    EXPECT_FALSE(board->Root().Exists("/boot/deep/er/file"));
+    EXPECT_THROW(board->Root().Read("/boot/deep/er/file"), std::runtime_error);
     EXPECT_EQ(board->Run("cd /; ls -d home/* tmp/* run/* boot/* 2> /dev/null").output,
               "boot/deep\nhome/root\n");
     EXPECT_EQ(board->Run("ps | grep -c '[l]edboardd'").output, "0\n");
@@ -126,7 +127,7 @@ TEST_F(VirtualBoardAlone, RecordsCommandsAndKeepsThePcFromHarm)
     board->Run("sh -c 'date -s \"2001-02-03 04:05:06\"; hwclock -w;'; sh -c -- 'pppd call net'");
     EXPECT_LE(before, time(nullptr)) << "the clock of the PC";
 
-    const auto commands = board->Commands();
+    const auto commands = board->Record().Commands();
     ASSERT_EQ(commands.size(), 11U);
     EXPECT_EQ(commands[0], "[ a == a ] && echo \"two  words\"\nexit 3");
     EXPECT_EQ(std::set<std::string>(commands.begin() + 1, commands.begin() + 9).size(), 8U);
@@ -134,89 +135,91 @@ TEST_F(VirtualBoardAlone, RecordsCommandsAndKeepsThePcFromHarm)
     const std::vector<std::vector<std::string>> calls = {{"date", "-s", "2001-02-03 04:05:06"},
                                                          {"hwclock", "-w"},
                                                          {"pppd", "call", "net"}};
-    EXPECT_EQ(board->StandInCalls(), calls);
+    EXPECT_EQ(board->Record().StandInCalls(), calls);
     EXPECT_EQ(board->Run("pidof pppd > /dev/null && killall pppd").status, 0);
     EXPECT_TRUE(board->WaitFor([&] { return board->Run("pidof pppd").status != 0; }));
     board->Forget();
-    EXPECT_TRUE(board->Commands().empty());
+    EXPECT_TRUE(board->Record().Commands().empty());
 }
 
 TEST_F(VirtualBoardWithDaemon, RebootsFromInsideWithTheSameRoot)
 {
     Boot();
-    board->WriteFile("/home/root/kept", "kept");
-    board->WriteFile("/tmp/lost", "lost");
-    const pid_t first = board->DaemonPid();
-    const UniqueFd session = ConnectTo(board->BoardAddress(), 8870);
+    board->Root().Write("/home/root/kept", "kept");
+    board->Root().Write("/tmp/lost", "lost");
+    const pid_t first = board->Daemon().Pid();
+    const UniqueFd session = ConnectTo(board->Network().BoardAddress(), 8870);
     board->Run("sh -c reboot");
     ASSERT_TRUE(board->WaitFor([&] { return board->Boots() == 2; }));
     char byte;
     EXPECT_LE(recv(session.Get(), &byte, 1, 0), 0) << "the old daemon's connections are gone";
-    EXPECT_NE(board->DaemonPid(), first);
-    EXPECT_TRUE(board->ThePlayer().LoggedIn());
+    EXPECT_NE(board->Daemon().Pid(), first);
+    EXPECT_TRUE(board->Player().LoggedIn());
     EXPECT_TRUE(AnswersBroadcast());
-    EXPECT_EQ(board->ReadFile("/home/root/kept"), "kept");
-    EXPECT_FALSE(board->Exists("/tmp/lost"));
-    EXPECT_EQ(board->StandInCalls(), std::vector<std::vector<std::string>>{{"reboot"}});
+    EXPECT_EQ(board->Root().Read("/home/root/kept"), "kept");
+    EXPECT_FALSE(board->Root().Exists("/tmp/lost"));
+    EXPECT_EQ(board->Record().StandInCalls(), std::vector<std::vector<std::string>>{{"reboot"}});
 
     board->Run("poweroff");
     EXPECT_TRUE(board->WaitFor([&] { return !board->Running(); }));
     EXPECT_THROW(board->Run("true"), std::runtime_error);
-    EXPECT_EQ(board->ReadFile("/home/root/kept"), "kept");
+    EXPECT_EQ(board->Root().Read("/home/root/kept"), "kept");
     board->Boot();
     board->Reboot();
     EXPECT_EQ(board->Boots(), 4U);
-    EXPECT_TRUE(board->DaemonListens());
+    EXPECT_TRUE(board->Daemon().Listens());
 }
 
 TEST_F(VirtualBoardWithDaemon, DaemonIsKilledRestartedAndLimited)
 {
     options.softFileLimit = 300;
     Boot();
-    const std::string limits = "/proc/" + std::to_string(board->DaemonPid()) + "/limits";
+    const std::string limits = "/proc/" + std::to_string(board->Daemon().Pid()) + "/limits";
     EXPECT_NE(ReadText(limits).find("Max open files            300 "), std::string::npos);
-    EXPECT_GT(board->OpenDescriptors(), 5U);
-    EXPECT_TRUE(board->KillDaemon());
-    EXPECT_EQ(board->DaemonExit(), 128 + SIGKILL);
-    EXPECT_EQ(board->DaemonPid(), -1);
-    EXPECT_EQ(board->OpenDescriptors(), 0U);
-    EXPECT_TRUE(board->WaitFor([&] { return !board->ThePlayer().LoggedIn(); }));
-    board->StartDaemon();
-    EXPECT_TRUE(board->ThePlayer().LoggedIn());
-    EXPECT_THROW(board->StartDaemon(), std::runtime_error);
+    EXPECT_GT(board->Daemon().OpenDescriptors(), 5U);
+    EXPECT_TRUE(board->Daemon().Kill());
+    EXPECT_EQ(board->Daemon().Exit(), 128 + SIGKILL);
+    EXPECT_EQ(board->Daemon().Pid(), -1);
+    EXPECT_EQ(board->Daemon().OpenDescriptors(), 0U);
+    EXPECT_TRUE(board->WaitFor([&] { return !board->Player().LoggedIn(); }));
+    board->Daemon().Start();
+    EXPECT_TRUE(board->Player().LoggedIn());
+    EXPECT_THROW(board->Daemon().Start(), std::runtime_error);
 
-    board->SerialLine(false);
-    board->RestartDaemon();
-    EXPECT_EQ(board->DaemonExit(), 0);
-    EXPECT_TRUE(board->WaitForLog("init basic object fail."));
+    board->Fpga().Connect(false);
+    board->Daemon().Restart();
+    EXPECT_EQ(board->Daemon().Exit(), 0);
+    EXPECT_TRUE(board->Record().WaitForLog("init basic object fail."));
 }
 
 TEST_F(VirtualBoardWithDaemon, CableTakesTheCarrierAway)
 {
     Boot();
-    board->Cable(false);
-    EXPECT_TRUE(board->WaitForLog("parse netlink event."));
+    board->Network().Cable(false);
+    EXPECT_TRUE(board->Record().WaitForLog("parse netlink event."));
     EXPECT_NE(board->Run("ethtool eth0").output.find("Link detected: no"), std::string::npos);
     EXPECT_FALSE(AnswersBroadcast());
-    board->Cable(true);
+    board->Network().Cable(true);
     EXPECT_NE(board->Run("ethtool eth0").output.find("Link detected: yes"), std::string::npos);
-    EXPECT_TRUE(board->WaitForCommand("route delete default"));
+    EXPECT_TRUE(board->Record().WaitForCommand("route delete default"));
     EXPECT_TRUE(AnswersBroadcast());
 }
 
 TEST_F(VirtualBoardAlone, AddressesByDhcpAndTwoBoardsAtOnce)
 {
-    options.addressing = board::Addressing::Dhcp;
+    options.addressing = board::Addressing::kDhcp;
     options.number = 1;
     Boot();
     board::Options others;
     others.startDaemon = false;
-    others.addressing = board::Addressing::None;
+    others.addressing = board::Addressing::kNone;
     board::VirtualBoard second(others);
     second.Boot();
-    EXPECT_EQ(second.Eth0Address(), std::nullopt);
-    EXPECT_TRUE(board->WaitFor([&] { return board->Eth0Address() == board->LeaseAddress(); }, 10s));
-    EXPECT_EQ(board->LeaseAddress(), "10.20.31.50");
+    EXPECT_EQ(second.Network().Eth0Address(), std::nullopt);
+    EXPECT_TRUE(
+        board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().LeaseAddress(); },
+                       10s));
+    EXPECT_EQ(board->Network().LeaseAddress(), "10.20.31.50");
     const auto routed = [&] { // the lease script sets the address first
         return board->Run("pidof udhcpc > /dev/null && route -n | grep -c '^0.0.0.0 *10.20.31.1'").output ==
                "1\n";
@@ -231,15 +234,15 @@ TEST_F(VirtualBoardAlone, UsbDiskKeepsItsContent)
     options.dataMebibytes = 2;
     Boot();
     EXPECT_EQ(board->Run("df -m /home/root/plexa_data | tail -n 1 | awk '{print $2}'").output, "2\n");
-    board->UsbDisk(true, 800);
+    board->UsbDisk().Plug(true, 800);
     EXPECT_EQ(board->Run("echo film > /home/root/usb_dev/a; stat -f -c %b /home/root/usb_dev").output,
               "204800\n");
-    board->UsbDisk(false);
-    EXPECT_FALSE(board->Exists("/home/root/usb_dev/a"));
+    board->UsbDisk().Plug(false);
+    EXPECT_FALSE(board->Root().Exists("/home/root/usb_dev/a"));
     EXPECT_EQ(board->Run("ls /home/root/usb_dev").output, "");
-    board->UsbDisk(true, 800);
+    board->UsbDisk().Plug(true, 800);
     EXPECT_EQ(board->Run("cat /home/root/usb_dev/a").output, "film\n");
-    EXPECT_EQ(board->ReadFile("/home/root/usb_dev/a"), "film\n");
+    EXPECT_EQ(board->Root().Read("/home/root/usb_dev/a"), "film\n");
 }
 
 TEST_F(VirtualBoardAlone, DecodesTheFpgaLine)
@@ -267,8 +270,8 @@ TEST_F(VirtualBoardAlone, DecodesTheFpgaLine)
     board->Run("stty -F /dev/ttyO0 raw");
     for (const Row &row : rows)
         board->Run(std::string("printf '") + row.bytes + "' > /dev/ttyO0");
-    ASSERT_TRUE(board->WaitForFrames(std::size(rows)));
-    const auto frames = board->Frames();
+    ASSERT_TRUE(board->Fpga().WaitForFrames(std::size(rows)));
+    const auto frames = board->Fpga().Frames();
     ASSERT_EQ(frames.size(), std::size(rows));
     for (std::size_t i = 0; i < frames.size(); ++i) {
         EXPECT_EQ(frames[i].command, rows[i].command) << i;
@@ -276,8 +279,8 @@ TEST_F(VirtualBoardAlone, DecodesTheFpgaLine)
         EXPECT_EQ(frames[i].meaning, rows[i].meaning) << i;
     }
     EXPECT_EQ(board->Fpga().StrayBytes(), 3U);
-    EXPECT_TRUE(board->WaitForFrame(254, 50, 0ms));
-    EXPECT_FALSE(board->WaitForFrame(254, 51, 30ms));
+    EXPECT_TRUE(board->Fpga().WaitForFrame(254, 50, 0ms));
+    EXPECT_FALSE(board->Fpga().WaitForFrame(254, 51, 30ms));
 }
 
 // Draws one pixel as a program on the board does, through the shim that is preloaded there.
@@ -309,16 +312,16 @@ TEST_F(VirtualBoardAlone, ScreenAnswersFramebufferRequests)
 {
     options.screens = {{.width = 16, .height = 8, .bitsPerPixel = 8, .refuses32 = true}};
     Boot();
-    void *shim = dlopen((board->RootFolder() + board::kShimPath).c_str(), RTLD_NOW | RTLD_LOCAL);
+    void *shim = dlopen((board->Root().Folder() + board::kShimPath).c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(shim, nullptr) << dlerror();
     const auto request = reinterpret_cast<int (*)(int, unsigned long, ...)>(dlsym(shim, "ioctl"));
     const pid_t child = fork();
     if (child == 0)
-        _exit(DrawInBoard(request, board->RootFolder()));
+        _exit(DrawInBoard(request, board->Root().Folder()));
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
-    const auto picture = board->Picture();
+    const auto picture = board::ReadFramebuffer(board->Root());
     ASSERT_TRUE(picture.has_value());
     EXPECT_EQ(picture->bitsPerPixel, 16U);
     EXPECT_EQ(picture->Pixel(3, 2), 0xFF5500U);
@@ -341,46 +344,46 @@ TEST_F(VirtualBoardAlone, PlayerLogsInListensAndComesBack)
 {
     options.player = false;
     Boot();
-    const UniqueFd listener(board->SocketInBoard(AF_INET, SOCK_STREAM));
+    const UniqueFd listener(board->Network().Socket(AF_INET, SOCK_STREAM));
     const sockaddr_in here = At("127.0.0.1", 8870);
     ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr *>(&here), sizeof here), 0);
     ASSERT_EQ(listen(listener.Get(), 1), 0);
-    board->ThePlayer().Connect(true);
+    board->Player().Connect(true);
     for (unsigned round = 1; round <= 2; ++round) {
         const UniqueFd session(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
         char login[8];
         ASSERT_EQ(recv(session.Get(), login, sizeof login, MSG_WAITALL), 8);
         EXPECT_EQ(std::string(login, 8), std::string("\x08\0\0\0\x03\0\0\0", 8));
-        EXPECT_FALSE(board->ThePlayer().LoggedIn());
+        EXPECT_FALSE(board->Player().LoggedIn());
         const std::string told("\x08\0\0\0\x01\0\0\0" // accepted
                                "\x0c\0\0\0\x03\0\0\0\x02\0\0\0"
                                "\x10\0\0\0\x03\0\0\0\x08\0\0\0\x01\0\0\0",
                                36);
         for (const char byte : told)
             ASSERT_EQ(send(session.Get(), &byte, 1, MSG_NOSIGNAL), 1);
-        ASSERT_TRUE(board->WaitForMessage(8, round));
-        const auto messages = board->PlayerMessages();
+        ASSERT_TRUE(board->Player().WaitForMessage(8, round));
+        const auto messages = board->Player().Messages();
         EXPECT_EQ(messages[messages.size() - 2].name, "SS_CMD_RECV_END");
         EXPECT_FALSE(messages[messages.size() - 2].value.has_value());
         EXPECT_EQ(messages.back().value, 1U);
         char said[16];
-        EXPECT_TRUE(board->SendAsPlayer(11, 1));
+        EXPECT_TRUE(board->Player().Send(11, 1));
         ASSERT_EQ(recv(session.Get(), said, sizeof said, MSG_WAITALL), 16);
         EXPECT_EQ(std::string(said, 16), std::string("\x10\0\0\0\x03\0\0\0\x0b\0\0\0\x01\0\0\0", 16));
     }
-    EXPECT_TRUE(board->WaitFor([&] { return !board->ThePlayer().LoggedIn(); }));
-    EXPECT_FALSE(board->SendAsPlayer(11));
+    EXPECT_TRUE(board->WaitFor([&] { return !board->Player().LoggedIn(); }));
+    EXPECT_FALSE(board->Player().Send(11));
 }
 
 TEST_F(VirtualBoardWithDaemon, SupervisorHearsTheDaemonAgainAfterItsOwnAbsence)
 {
     Boot();
-    ASSERT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 1; }));
-    board->SupervisorListens(false);
+    ASSERT_TRUE(board->WaitFor([&] { return board->Supervisor().Heartbeats().size() >= 1; }));
+    board->Supervisor().Listen(false);
     board->Forget();
-    board->SupervisorListens(true);
-    ASSERT_TRUE(board->WaitFor([&] { return board->Heartbeats().size() >= 1; }, 10s));
-    EXPECT_EQ(board->Heartbeats().front().connection, 2U);
+    board->Supervisor().Listen(true);
+    ASSERT_TRUE(board->WaitFor([&] { return board->Supervisor().Heartbeats().size() >= 1; }, 10s));
+    EXPECT_EQ(board->Supervisor().Heartbeats().front().connection, 2U);
 }
 
 static std::size_t CountProcesses()

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "devices/fpga_line.h"
 
-#include "machine/errors.h"
 #include "records/fpga_frame.h"
 
 #include <fmt/core.h>
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 
 namespace board
@@ -69,12 +69,20 @@ void FrameDecoder::Forget()
     strayBytes_ = 0;
 }
 
-FpgaLine::FpgaLine(Watcher &watcher, const std::string &folder) : watcher_(watcher), line_(folder)
+FpgaLine::FpgaLine(Watcher &watcher, PowerMutex &power, BoardRoot &root, const std::string &folder,
+                   bool connected)
+    : watcher_(watcher), power_(power), root_(root), line_(folder)
 {
-    Connect();
+    if (connected)
+        Open();
 }
 
-void FpgaLine::Connect()
+FpgaLine::~FpgaLine()
+{
+    Close();
+}
+
+void FpgaLine::Open()
 {
     if (line_.IsOpen())
         return;
@@ -82,7 +90,7 @@ void FpgaLine::Connect()
     watcher_.Add(line_.Master(), [this] { Receive(); });
 }
 
-void FpgaLine::HangUp()
+void FpgaLine::Close()
 {
     if (!line_.IsOpen())
         return;
@@ -90,9 +98,19 @@ void FpgaLine::HangUp()
     line_.Close();
 }
 
-FpgaLine::~FpgaLine()
+void FpgaLine::Connect(bool on)
 {
-    HangUp();
+    const PowerLock power(power_);
+    if (on)
+        Open();
+    else
+        Close();
+    PowerOn(power);
+}
+
+void FpgaLine::PowerOn(const PowerLock &)
+{
+    root_.ConnectLine("ttyO0", line_.IsOpen() ? line_.SlavePath() : "");
 }
 
 void FpgaLine::Receive()
@@ -102,7 +120,6 @@ void FpgaLine::Receive()
     if (got <= 0)
         return;
     const std::lock_guard guard(watcher_.Lock());
-    bytes_.append(bytes.data(), static_cast<std::size_t>(got));
     decoder_.Feed(bytes.data(), static_cast<std::size_t>(got));
 }
 
@@ -112,28 +129,27 @@ std::vector<Frame> FpgaLine::Frames() const
     return decoder_.Frames();
 }
 
-std::string FpgaLine::Bytes() const
-{
-    const std::lock_guard guard(watcher_.Lock());
-    return bytes_;
-}
-
 std::size_t FpgaLine::StrayBytes() const
 {
     const std::lock_guard guard(watcher_.Lock());
     return decoder_.StrayBytes();
 }
 
-void FpgaLine::Send(const std::string &bytes)
+bool FpgaLine::WaitForFrame(std::uint8_t command, std::uint32_t value, Milliseconds limit) const
 {
-    Checked(static_cast<int>(write(line_.Master(), bytes.data(), bytes.size())), "send to the daemon");
+    const auto wanted = [&](const Frame &frame) { return frame.command == command && frame.value == value; };
+    return watcher_.WaitFor([&] { return std::ranges::any_of(Frames(), wanted); }, limit);
+}
+
+bool FpgaLine::WaitForFrames(std::size_t count, Milliseconds limit) const
+{
+    return watcher_.WaitFor([&] { return Frames().size() >= count; }, limit);
 }
 
 void FpgaLine::Forget()
 {
     const std::lock_guard guard(watcher_.Lock());
     decoder_.Forget();
-    bytes_.clear();
 }
 
 } // namespace board

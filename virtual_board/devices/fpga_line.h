@@ -4,6 +4,8 @@
 #pragma once
 
 #include "devices/pseudo_terminal.h"
+#include "machine/board_root.h"
+#include "machine/power.h"
 #include "machine/watcher.h"
 
 #include <cstdint>
@@ -44,26 +46,32 @@ private:
 class FpgaLine
 {
 public:
-    FpgaLine(Watcher &watcher, const std::string &folder); // `folder`: where its own devpts is mounted
+    // `folder`: where its own devpts is mounted.
+    FpgaLine(Watcher &watcher, PowerMutex &power, BoardRoot &root, const std::string &folder, bool connected);
     ~FpgaLine();
 
-    const std::string &SlavePath() const { return line_.SlavePath(); }
-    void HangUp();  // the daemon's writes fail from now on; nothing when it is hung up
-    void Connect(); // a fresh line after HangUp, at a SlavePath of its own; nothing when it is connected
-    std::vector<Frame> Frames() const;
-    std::string Bytes() const; // everything that came, as it came
-    std::size_t StrayBytes() const;
+    // true: "/dev/ttyO0" is there from now on, at every boot too. false: it is gone, and the daemon's writes
+    // fail.
+    void Connect(bool on);
+    void PowerOn(const PowerLock &); // after every MountVolatile
+
     termios Attributes() const { return line_.Attributes(); }
-    void Send(const std::string &bytes); // from the FPGA to the daemon
+    std::vector<Frame> Frames() const; // oldest first, since the start or the last Forget
+    std::size_t StrayBytes() const;    // bytes that belong to no frame
+    bool WaitForFrame(std::uint8_t command, std::uint32_t value, Milliseconds limit = kDefaultLimit) const;
+    bool WaitForFrames(std::size_t count, Milliseconds limit = kDefaultLimit) const; // at least so many
     void Forget();
 
 private:
+    void Open();
+    void Close();
     void Receive();
 
     Watcher &watcher_;
+    PowerMutex &power_;
+    BoardRoot &root_;
     PseudoTerminal line_;
-    FrameDecoder decoder_;
-    std::string bytes_;
+    FrameDecoder decoder_; // guarded by the watcher's Lock
 };
 
 } // namespace board

@@ -45,7 +45,7 @@ static void Lay(BoardRoot &root, const inside::FramebufferPaths &paths, const Sc
     root.Write(paths.device, std::string(state.fixed.smem_len, '\0'), 0660);
 }
 
-void LayFramebuffers(BoardRoot &root, const std::vector<ScreenMode> &modes)
+void MakeFramebuffers(BoardRoot &root, const std::vector<ScreenMode> &modes)
 {
     if (modes.size() > std::size(inside::kFramebuffers))
         throw std::runtime_error("virtual board: it has three screens at most");
@@ -60,8 +60,8 @@ std::optional<ScreenPicture> ReadFramebuffer(const BoardRoot &root, unsigned dev
     if (device >= std::size(inside::kFramebuffers))
         return std::nullopt;
     const inside::FramebufferPaths &paths = inside::kFramebuffers[device];
-    const auto mode = root.Read(paths.state);
-    auto bytes = root.Read(paths.device);
+    const auto mode = root.TryRead(paths.state);
+    auto bytes = root.TryRead(paths.device);
     inside::FramebufferState state;
     if (!mode || !bytes || mode->size() != sizeof state)
         return std::nullopt;

@@ -27,7 +27,8 @@ struct ScreenPicture {
 constexpr char kShimPath[] = "/usr/lib/virtual-board/framebuffer.so";
 
 // After every MountVolatile, when the board has screens. Throws std::runtime_error for more than three.
-void LayFramebuffers(BoardRoot &root, const std::vector<ScreenMode> &modes);
-std::optional<ScreenPicture> ReadFramebuffer(const BoardRoot &root, unsigned device); // none: no such screen
+void MakeFramebuffers(BoardRoot &root, const std::vector<ScreenMode> &modes);
+std::optional<ScreenPicture> ReadFramebuffer(const BoardRoot &root, unsigned device = 0); // nullopt: no such
+                                                                                          // screen
 
 } // namespace board

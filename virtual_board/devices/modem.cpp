@@ -13,16 +13,20 @@
 namespace board
 {
 
-static constexpr Milliseconds kSilence{300}; // after power-up
-static constexpr Milliseconds kSimBusy{900};
-static constexpr Milliseconds kSearch{1500};
-static constexpr Milliseconds kThinking{30};
-static constexpr std::array<std::size_t, 6> kPieces = {7, 1, 23, 16, 2, 40};
-static constexpr std::size_t kNoiseEvery = 4; // commands
-static constexpr std::size_t kStoreSize = 20;
+namespace
+{
+
+constexpr char kDevice[] = "ttyUSB3";
+constexpr Milliseconds kSilence{300}; // after power-up
+constexpr Milliseconds kSimBusy{900};
+constexpr Milliseconds kSearch{1500};
+constexpr Milliseconds kThinking{30};
+constexpr std::array<std::size_t, 6> kPieces = {7, 1, 23, 16, 2, 40};
+constexpr std::size_t kNoiseEvery = 4; // commands
+constexpr std::size_t kStoreSize = 20;
 
 // Characters of valid UTF-8.
-static std::vector<char32_t> Characters(const std::string &text)
+std::vector<char32_t> Characters(const std::string &text)
 {
     std::vector<char32_t> all;
     for (std::size_t at = 0; at < text.size();) {
@@ -37,7 +41,7 @@ static std::vector<char32_t> Characters(const std::string &text)
     return all;
 }
 
-static std::string Hexadecimal(const std::string &text)
+std::string Hexadecimal(const std::string &text)
 {
     std::string digits;
     for (const char32_t one : Characters(text)) {
@@ -50,7 +54,7 @@ static std::string Hexadecimal(const std::string &text)
 }
 
 // Whether ASCII and the modem's own alphabet agree in every character.
-static bool IsCommon(const std::string &text)
+bool IsCommon(const std::string &text)
 {
     return std::ranges::all_of(text, [](char c) {
         return c == '\n' || c == '\r' ||
@@ -58,36 +62,58 @@ static bool IsCommon(const std::string &text)
     });
 }
 
-Modem::Modem(Watcher &watcher, const std::string &folder) : watcher_(watcher), line_(folder)
+} // namespace
+
+Modem::Modem(Watcher &watcher, PowerMutex &power, BoardRoot &root, const std::string &folder, bool plugged)
+    : watcher_(watcher), power_(power), root_(root), plugged_(plugged), line_(folder)
 {
     watcher_.AddTick([this] { Tick(); });
 }
 
 void Modem::Plug(bool in)
 {
-    if (!in && line_.IsOpen())
+    const PowerLock power(power_);
+    plugged_ = in;
+    Switch(in);
+}
+
+void Modem::PowerOn(const PowerLock &)
+{
+    Switch(false);
+    Switch(plugged_);
+}
+
+void Modem::Switch(bool on)
+{
+    if (View().in == on)
+        return;
+    if (!on) {
+        root_.ConnectLine(kDevice, "");
         watcher_.Remove(line_.Master());
-    int master = -1;
-    {
-        const std::lock_guard guard(watcher_.Lock());
-        if (view_.in == in)
-            return;
-        view_.in = in;
-        if (in)
-            line_.Open();
-        else
-            line_.Close();
-        master = line_.Master();
-        input_.clear();
-        output_.clear();
-        commands_.clear();
-        echo_ = true;
-        headers_ = ucs2_ = announces_ = announced_ = listsSim_ = false;
-        errors_ = 0;
-        powered_ = std::chrono::steady_clock::now();
     }
-    if (in)
-        watcher_.Add(master, [this] { Receive(); });
+    Restart(on);
+    if (on) {
+        watcher_.Add(line_.Master(), [this] { Receive(); });
+        root_.ConnectLine(kDevice, line_.SlavePath());
+    }
+}
+
+// Everything but the messages and what was set from outside is as after power-up.
+void Modem::Restart(bool on)
+{
+    const std::lock_guard guard(watcher_.Lock());
+    view_.in = on;
+    if (on)
+        line_.Open();
+    else
+        line_.Close();
+    input_.clear();
+    output_.clear();
+    commands_.clear();
+    echo_ = true;
+    headers_ = ucs2_ = announces_ = announced_ = listsSim_ = false;
+    errors_ = 0;
+    powered_ = std::chrono::steady_clock::now();
 }
 
 bool Modem::PoweredFor(Milliseconds time) const
@@ -152,19 +178,19 @@ void Modem::Tick()
 
 ModemNetwork Modem::Found() const
 {
-    return PoweredFor(kSearch) ? view_.network : ModemNetwork::Searching;
+    return PoweredFor(kSearch) ? view_.network : ModemNetwork::kSearching;
 }
 
 std::string Modem::AboutNetwork() const
 {
     switch (Found()) {
-    case ModemNetwork::Searching:
+    case ModemNetwork::kSearching:
         return "2";
-    case ModemNetwork::Denied:
+    case ModemNetwork::kDenied:
         return "3";
-    case ModemNetwork::Home:
+    case ModemNetwork::kHome:
         return "1,\"00C3\",\"01A2B3C4\",2";
-    case ModemNetwork::Roaming:
+    case ModemNetwork::kRoaming:
         return "5,\"00C4\",\"01A2B3C5\",2";
     }
     return "4";
@@ -172,7 +198,7 @@ std::string Modem::AboutNetwork() const
 
 void Modem::Announce()
 {
-    if (announces_ && view_.sim == ModemSim::Ready)
+    if (announces_ && view_.sim == ModemSim::kReady)
         Put("\r\n+CREG: " + AboutNetwork() + "\r\n");
 }
 
@@ -189,11 +215,11 @@ std::string Modem::AboutSim()
     if (!PoweredFor(kSimBusy))
         return Failure(14, "SIM busy");
     switch (view_.sim) {
-    case ModemSim::Ready:
+    case ModemSim::kReady:
         return "+CPIN: READY\r\n\r\nOK";
-    case ModemSim::Pin:
+    case ModemSim::kPin:
         return "+CPIN: SIM PIN\r\n\r\nOK";
-    case ModemSim::None:
+    case ModemSim::kNone:
         break;
     }
     return Failure(10, "SIM not inserted");
@@ -256,10 +282,10 @@ std::string Modem::Answer(const std::string &command)
         return AboutSim();
     if (command == "AT+CSQ")
         return said(fmt::format("+CSQ: {},99", view_.signal));
-    if (view_.sim != ModemSim::Ready)
-        return view_.sim == ModemSim::None ? Failure(10, "SIM not inserted")
-                                           : Failure(11, "SIM PIN required");
-    const bool registered = Found() == ModemNetwork::Home || Found() == ModemNetwork::Roaming;
+    if (view_.sim != ModemSim::kReady)
+        return view_.sim == ModemSim::kNone ? Failure(10, "SIM not inserted")
+                                            : Failure(11, "SIM PIN required");
+    const bool registered = Found() == ModemNetwork::kHome || Found() == ModemNetwork::kRoaming;
     if (command == "AT+CREG?")
         return said(fmt::format("+CREG: {},{}", announces_ ? 2 : 0, AboutNetwork()));
     if (command == "AT+COPS?")
@@ -288,7 +314,7 @@ void Modem::SetSim(ModemSim sim)
     const std::lock_guard guard(watcher_.Lock());
     view_.sim = sim;
     if (announces_)
-        Put(sim == ModemSim::Ready ? "\r\n+CPIN: READY\r\n" : "\r\n+CPIN: NOT READY\r\n");
+        Put(sim == ModemSim::kReady ? "\r\n+CPIN: READY\r\n" : "\r\n+CPIN: NOT READY\r\n");
 }
 
 void Modem::SetNetwork(ModemNetwork network)

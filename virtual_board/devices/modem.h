@@ -5,6 +5,8 @@
 #pragma once
 
 #include "devices/pseudo_terminal.h"
+#include "machine/board_root.h"
+#include "machine/power.h"
 #include "machine/watcher.h"
 
 #include <cstdint>
@@ -14,27 +16,29 @@
 namespace board
 {
 
-enum class ModemSim { Ready, None, Pin };
-enum class ModemNetwork { Searching, Home, Roaming, Denied };
+enum class ModemSim { kReady, kNone, kPin };
+enum class ModemNetwork { kSearching, kHome, kRoaming, kDenied };
 
 struct ModemView {
     bool in = false;
     bool hangs = false;
-    ModemSim sim = ModemSim::Ready;
-    ModemNetwork network = ModemNetwork::Home; // what it finds some time after power-up
-    unsigned signal = 17;                      // as "AT+CSQ" gives it; 99: not known
-    std::size_t sms = 0;                       // in its store
+    ModemSim sim = ModemSim::kReady;
+    ModemNetwork network = ModemNetwork::kHome; // what it finds some time after power-up
+    unsigned signal = 17;                       // as "AT+CSQ" gives it; 99: not known
+    std::size_t sms = 0;                        // in its store
 };
 
 class Modem
 {
 public:
-    Modem(Watcher &watcher, const std::string &folder); // `folder`: where its own devpts is mounted
-    ~Modem() { Plug(false); }
+    // `folder`: where its own devpts is mounted.
+    Modem(Watcher &watcher, PowerMutex &power, BoardRoot &root, const std::string &folder, bool plugged);
+    ~Modem() { Switch(false); }
 
-    // Power-up, or pulled out. A modem that is plugged in again has forgotten its settings, not its messages.
+    // true: "/dev/ttyUSB3" is there from now on, at every boot too. A modem that is plugged in again has
+    // forgotten its settings, not its messages.
     void Plug(bool in);
-    const std::string &SlavePath() const { return line_.SlavePath(); }
+    void PowerOn(const PowerLock &); // after every MountVolatile: it starts anew
     termios Attributes() const { return line_.Attributes(); }
 
     void SetSim(ModemSim sim);
@@ -57,6 +61,8 @@ private:
         std::string sender, text, time;
     };
 
+    void Switch(bool on);
+    void Restart(bool on);
     void Tick();
     void Receive();
     void TakeInput();
@@ -74,6 +80,9 @@ private:
     void Put(const std::string &bytes);
 
     Watcher &watcher_;
+    PowerMutex &power_;
+    BoardRoot &root_;
+    bool plugged_; // guarded by the power lock
     PseudoTerminal line_;
     // Guarded by the watcher's Lock:
     ModemView view_;

@@ -8,6 +8,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 
 namespace board
@@ -15,7 +16,12 @@ namespace board
 
 using ledboard::UniqueFd;
 
-static constexpr Milliseconds kPauseBetweenTries{40};
+namespace
+{
+
+constexpr Milliseconds kPauseBetweenTries{40};
+
+} // namespace
 
 const char *PlayerCodeName(std::uint32_t code)
 {
@@ -36,33 +42,62 @@ const char *PlayerCodeName(std::uint32_t code)
     return code < kNames.size() ? kNames[code] : "";
 }
 
-Player::Player(Watcher &watcher, const BoardNetwork &network) : watcher_(watcher), network_(network) {}
+Player::Player(Watcher &watcher, PowerMutex &power, const BoardNetwork &network, bool wanted)
+    : watcher_(watcher), power_(power), network_(network), wanted_(wanted)
+{
+    watcher_.AddTick([this] { Tick(); });
+}
 
 void Player::Connect(bool on)
+{
+    const PowerLock power(power_);
+    {
+        const std::lock_guard guard(watcher_.Lock());
+        wanted_ = on;
+    }
+    if (on)
+        PowerOn(power);
+    else
+        PowerOff(power);
+}
+
+void Player::PowerOn(const PowerLock &)
+{
+    const std::lock_guard guard(watcher_.Lock());
+    trying_ = wanted_;
+}
+
+void Player::PowerOff(const PowerLock &)
+{
+    Disconnect();
+}
+
+void Player::Disconnect()
 {
     int fd = -1;
     {
         const std::lock_guard guard(watcher_.Lock());
-        wanted_ = on;
+        trying_ = false;
         fd = socket_.Get();
     }
-    if (fd >= 0 && !on) {
-        watcher_.Remove(fd);
-        const std::lock_guard guard(watcher_.Lock());
-        Drop();
-    }
+    if (fd < 0)
+        return;
+    watcher_.Remove(fd);
+    const std::lock_guard guard(watcher_.Lock());
+    Drop();
 }
 
+// On the watcher's thread: the next try to log in, when it is due.
 void Player::Tick()
 {
     {
         const std::lock_guard guard(watcher_.Lock());
         const auto now = std::chrono::steady_clock::now();
-        if (!wanted_ || socket_.Valid() || now < nextTry_)
+        if (!trying_ || socket_.Valid() || now < nextTry_)
             return;
         nextTry_ = now + kPauseBetweenTries;
     }
-    UniqueFd fresh(network_.SocketInBoard(AF_INET, SOCK_STREAM, 0));
+    UniqueFd fresh = network_.Socket(AF_INET, SOCK_STREAM);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(wire::kSessionPort);
@@ -73,6 +108,8 @@ void Player::Tick()
         return;
     const int fd = fresh.Get();
     const std::lock_guard guard(watcher_.Lock());
+    if (!trying_)
+        return;
     socket_ = std::move(fresh);
     watcher_.Add(fd, [this] { Receive(); });
 }
@@ -138,26 +175,41 @@ bool Player::LoggedIn() const
     return loggedIn_;
 }
 
+bool Player::Wanted() const
+{
+    const std::lock_guard guard(watcher_.Lock());
+    return wanted_;
+}
+
+bool Player::WaitForLogin(Milliseconds limit) const
+{
+    return watcher_.WaitFor([this] { return LoggedIn(); }, limit);
+}
+
 bool Player::Send(std::uint32_t code, std::optional<std::uint32_t> value)
 {
     wire::PlayerValueMessage message{{sizeof(wire::PlayerMessage), wire::kPlayerKind, code},
                                      value.value_or(0)};
     if (value)
         message.message.length = sizeof message;
-    return SendBytes(std::string(reinterpret_cast<const char *>(&message), message.message.length));
-}
-
-bool Player::SendBytes(const std::string &bytes)
-{
+    const std::uint32_t length = message.message.length;
     const std::lock_guard guard(watcher_.Lock());
-    return loggedIn_ && send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
-                            static_cast<ssize_t>(bytes.size());
+    return loggedIn_ && send(socket_.Get(), &message, length, MSG_NOSIGNAL) == static_cast<ssize_t>(length);
 }
 
 std::vector<PlayerMessage> Player::Messages() const
 {
     const std::lock_guard guard(watcher_.Lock());
     return messages_;
+}
+
+bool Player::WaitForMessage(std::uint32_t code, std::size_t count, Milliseconds limit) const
+{
+    const auto enough = [&] {
+        const auto messages = Messages();
+        return static_cast<std::size_t>(std::ranges::count(messages, code, &PlayerMessage::code)) >= count;
+    };
+    return watcher_.WaitFor(enough, limit);
 }
 
 void Player::Forget()

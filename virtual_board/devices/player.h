@@ -6,6 +6,7 @@
 
 #include "common/unique_fd.h"
 #include "machine/board_network.h"
+#include "machine/power.h"
 #include "machine/watcher.h"
 
 #include <cstdint>
@@ -30,26 +31,36 @@ const char *PlayerCodeName(std::uint32_t code); // "" for an unknown code
 class Player
 {
 public:
-    Player(Watcher &watcher, const BoardNetwork &network);
-    ~Player() { Connect(false); }
+    Player(Watcher &watcher, PowerMutex &power, const BoardNetwork &network, bool wanted);
+    ~Player() { Disconnect(); }
 
-    void Connect(bool on); // true: from now on try until the daemon answers
-    void Tick();           // on the watcher's thread, again and again: makes the next try when one is due
+    // true: it tries from now on until the daemon answers, and again after every start of the daemon.
+    void Connect(bool on);
+    void PowerOn(const PowerLock &); // the daemon listens
+    void PowerOff(const PowerLock &);
+
+    bool Wanted() const;
     bool LoggedIn() const;
-    bool Send(std::uint32_t code, std::optional<std::uint32_t> value = {}); // false: no session
-    bool SendBytes(const std::string &bytes);
-    std::vector<PlayerMessage> Messages() const;
+    bool WaitForLogin(Milliseconds limit = kDefaultLimit) const;
+    bool Send(std::uint32_t code, std::optional<std::uint32_t> value = {}); // false: it is not logged in
+    std::vector<PlayerMessage> Messages() const; // oldest first, since the start or the last Forget
+    // At least `count` messages with this code.
+    bool WaitForMessage(std::uint32_t code, std::size_t count = 1, Milliseconds limit = kDefaultLimit) const;
     void Forget();
 
 private:
+    void Tick();
     void Receive();
     void Take(std::size_t length);
+    void Disconnect();
     void Drop();
 
     Watcher &watcher_;
+    PowerMutex &power_;
     const BoardNetwork &network_;
     ledboard::UniqueFd socket_; // guarded by the watcher's Lock, like everything below
-    bool wanted_ = false;
+    bool wanted_;
+    bool trying_ = false;
     bool loggedIn_ = false;
     std::chrono::steady_clock::time_point nextTry_{};
     std::string pending_;

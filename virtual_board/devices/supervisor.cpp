@@ -17,21 +17,30 @@ using ledboard::UniqueFd;
 
 void Supervisor::Listen(bool on)
 {
-    if (listener_.Valid())
-        watcher_.Remove(listener_.Get());
-    listener_.Reset();
-    std::map<int, UniqueFd> connections;
-    {
-        const std::lock_guard guard(watcher_.Lock());
-        connections.swap(connections_);
-    }
-    for (const auto &[fd, connection] : connections)
-        watcher_.Remove(fd);
-    connections.clear();
-    if (!on)
-        return;
-    listener_ =
-        UniqueFd(Checked(network_.SocketInBoard(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0), "supervisor"));
+    const PowerLock power(power_);
+    wanted_ = on;
+    Close();
+    if (wanted_ && powered_)
+        Open();
+}
+
+void Supervisor::PowerOn(const PowerLock &)
+{
+    powered_ = true;
+    if (wanted_)
+        Open();
+}
+
+void Supervisor::PowerOff(const PowerLock &)
+{
+    powered_ = false;
+    Close();
+}
+
+void Supervisor::Open()
+{
+    listener_ = network_.Socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK);
+    Checked(listener_.Get(), "supervisor");
     const int one = 1;
     setsockopt(listener_.Get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
     sockaddr_in address{};
@@ -42,6 +51,20 @@ void Supervisor::Listen(bool on)
             "supervisor's port");
     Checked(listen(listener_.Get(), 5), "supervisor's port");
     watcher_.Add(listener_.Get(), [this] { Accept(); });
+}
+
+void Supervisor::Close()
+{
+    if (listener_.Valid())
+        watcher_.Remove(listener_.Get());
+    listener_.Reset();
+    std::map<int, UniqueFd> connections;
+    {
+        const std::lock_guard guard(watcher_.Lock());
+        connections.swap(connections_);
+    }
+    for (const auto &[fd, connection] : connections)
+        watcher_.Remove(fd);
 }
 
 void Supervisor::Accept()

@@ -5,6 +5,7 @@
 
 #include "common/unique_fd.h"
 #include "machine/board_network.h"
+#include "machine/power.h"
 #include "machine/watcher.h"
 
 #include <map>
@@ -23,20 +24,31 @@ struct Heartbeat {
 class Supervisor
 {
 public:
-    Supervisor(Watcher &watcher, const BoardNetwork &network) : watcher_(watcher), network_(network) {}
-    ~Supervisor() { Listen(false); }
+    Supervisor(Watcher &watcher, PowerMutex &power, const BoardNetwork &network, bool wanted)
+        : watcher_(watcher), power_(power), network_(network), wanted_(wanted)
+    {
+    }
+    ~Supervisor() { Close(); }
 
-    // false: the listener and every connection are closed.
+    // true: from now on, and after every boot. false: the listener and every connection are closed.
     void Listen(bool on);
-    std::vector<Heartbeat> Heartbeats() const;
+    void PowerOn(const PowerLock &); // the board's loopback interface is up
+    void PowerOff(const PowerLock &);
+
+    std::vector<Heartbeat> Heartbeats() const; // oldest first, since the start or the last Forget
     void Forget();
 
 private:
+    void Open();
+    void Close();
     void Accept();
     void Receive(int fd, unsigned connection);
 
     Watcher &watcher_;
+    PowerMutex &power_;
     const BoardNetwork &network_;
+    bool wanted_; // guarded by the power lock, like the two below
+    bool powered_ = false;
     ledboard::UniqueFd listener_;
     std::map<int, ledboard::UniqueFd> connections_; // guarded by the watcher's Lock, like the two below
     unsigned lastConnection_ = 0;

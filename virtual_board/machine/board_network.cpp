@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "machine/board_network.h"
 
+#include "common/address.h"
 #include "common/unique_fd.h"
 #include "machine/errors.h"
 #include "machine/pc_side.h"
@@ -25,20 +26,24 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
-#include <stdexcept>
+#include <system_error>
+#include <thread>
 
 namespace board
 {
 
 using ledboard::UniqueFd;
 
-static constexpr std::array<unsigned char, 5> kBoardMac = {0x02, 0x4c, 0x45, 0x44, 0x00};
-static constexpr std::array<unsigned char, 5> kPcMac = {0x02, 0x50, 0x43, 0x00, 0x00};
+namespace
+{
+
+constexpr std::array<unsigned char, 5> kBoardMac = {0x02, 0x4c, 0x45, 0x44, 0x00};
+constexpr std::array<unsigned char, 5> kPcMac = {0x02, 0x50, 0x43, 0x00, 0x00};
 
 // The kernel reports a carrier at once only when the two ends have different numbers; otherwise up to a
 // second later.
-static constexpr int kBoardIndex = 2;
-static constexpr int kFirstPcIndex = 100;
+constexpr int kBoardIndex = 2;
+constexpr int kFirstPcIndex = 100;
 
 // One route netlink request: a header, a link record, attributes that may nest.
 class LinkRequest
@@ -101,7 +106,7 @@ private:
 };
 
 template <std::size_t Size>
-static std::array<unsigned char, 6> Mac(const std::array<unsigned char, Size> &start, unsigned number)
+std::array<unsigned char, 6> Mac(const std::array<unsigned char, Size> &start, unsigned number)
 {
     std::array<unsigned char, 6> mac{};
     std::copy(start.begin(), start.end(), mac.begin());
@@ -109,20 +114,20 @@ static std::array<unsigned char, 6> Mac(const std::array<unsigned char, Size> &s
     return mac;
 }
 
-static void QuietIpv6()
+void QuietIpv6()
 {
     for (const char *which : {"all", "default"})
         std::ofstream(fmt::format("/proc/sys/net/ipv6/conf/{}/disable_ipv6", which)) << "1\n";
 }
 
-static ifreq RequestFor(const std::string &interface)
+ifreq RequestFor(const std::string &interface)
 {
     ifreq request{};
     interface.copy(request.ifr_name, IFNAMSIZ - 1);
     return request;
 }
 
-static void SetAddress(const std::string &interface, unsigned long what, const std::string &address)
+void SetAddress(const std::string &interface, unsigned long what, const std::string &address)
 {
     const UniqueFd fd(Checked(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
     ifreq request = RequestFor(interface);
@@ -132,7 +137,7 @@ static void SetAddress(const std::string &interface, unsigned long what, const s
     Checked(ioctl(fd.Get(), what, &request), "address of " + interface);
 }
 
-static void SetUp(const std::string &interface, bool up)
+void SetUp(const std::string &interface, bool up)
 {
     const UniqueFd fd(Checked(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));
     ifreq request = RequestFor(interface);
@@ -142,7 +147,9 @@ static void SetUp(const std::string &interface, bool up)
     Checked(ioctl(fd.Get(), SIOCSIFFLAGS, &request), "flags of " + interface);
 }
 
-BoardNetwork::BoardNetwork(unsigned number)
+} // namespace
+
+BoardNetwork::BoardNetwork(unsigned number, bool dhcpServer)
     : number_(number), interface_(fmt::format("pc{}", number)), network_(fmt::format("10.20.{}", 30 + number))
 {
     std::thread([this] {
@@ -159,6 +166,7 @@ BoardNetwork::BoardNetwork(unsigned number)
     SetAddress(interface_, SIOCSIFNETMASK, "255.255.255.0");
     SetUp(interface_, true);
     AddDefaultRoute();
+    DhcpServer(dhcpServer);
 }
 
 BoardNetwork::~BoardNetwork()
@@ -220,10 +228,21 @@ void BoardNetwork::Cable(bool in)
 
 bool BoardNetwork::HasCarrier() const
 {
-    const UniqueFd fd(SocketInBoard(AF_INET, SOCK_DGRAM, 0));
+    const UniqueFd fd = Socket(AF_INET, SOCK_DGRAM);
     ifreq request = RequestFor("eth0");
     return fd.Valid() && ioctl(fd.Get(), SIOCGIFFLAGS, &request) == 0 &&
            (request.ifr_flags & IFF_RUNNING) != 0;
+}
+
+std::optional<std::string> BoardNetwork::Eth0Address() const
+{
+    const UniqueFd fd = Socket(AF_INET, SOCK_DGRAM);
+    ifreq request = RequestFor("eth0");
+    if (!fd.Valid() || ioctl(fd.Get(), SIOCGIFADDR, &request) != 0)
+        return std::nullopt;
+    sockaddr_in address{};
+    std::memcpy(&address, &request.ifr_addr, sizeof address);
+    return ledboard::Dotted(address.sin_addr);
 }
 
 std::string BoardNetwork::BoardMac() const
@@ -235,6 +254,7 @@ std::string BoardNetwork::BoardMac() const
 
 void BoardNetwork::DhcpServer(bool on)
 {
+    const std::lock_guard guard(lock_);
     if (dhcpServer_ > 0) {
         kill(dhcpServer_, SIGKILL);
         waitpid(dhcpServer_, nullptr, 0);
@@ -243,8 +263,12 @@ void BoardNetwork::DhcpServer(bool on)
     const std::string base = fmt::format("{}/dhcp{}", kPcFolder, number_);
     for (const char *ending : {".leases", ".conf", ".pid"})
         unlink((base + ending).c_str());
-    if (!on)
-        return;
+    if (on)
+        StartDhcpServer(base);
+}
+
+void BoardNetwork::StartDhcpServer(const std::string &base)
+{
     std::ofstream(base + ".leases").close();
     std::ofstream(base + ".conf") << fmt::format("start {0}.50\nend {0}.60\ninterface {1}\nmax_leases 11\n"
                                                  "lease_file {2}.leases\npidfile {2}.pid\n"
@@ -274,12 +298,12 @@ void BoardNetwork::Inside(const std::function<void()> &work) const
     }).join();
 }
 
-int BoardNetwork::SocketInBoard(int domain, int type, int protocol) const
+UniqueFd BoardNetwork::Socket(int domain, int type, int protocol) const
 {
-    int fd = -1;
+    UniqueFd fd;
     int error = EPERM;
     Inside([&] {
-        fd = socket(domain, type | SOCK_CLOEXEC, protocol);
+        fd.Reset(socket(domain, type | SOCK_CLOEXEC, protocol));
         error = errno;
     });
     errno = error;

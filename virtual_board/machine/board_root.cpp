@@ -4,6 +4,7 @@
 #include "common/unique_fd.h"
 #include "machine/errors.h"
 #include "machine/inside_image.h"
+#include "machine/mounts.h"
 #include "machine/pc_side.h"
 
 #include <fmt/core.h>
@@ -20,61 +21,64 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
 namespace board
 {
 
 using ledboard::UniqueFd;
 
-static constexpr char kInsidePath[] = "/usr/lib/virtual-board/inside";
+namespace
+{
+
+constexpr char kInsidePath[] = "/usr/lib/virtual-board/inside";
 
 // Folders of which the board has its own: nothing of the host shows through.
-static constexpr std::array kOwnFolders = {"/home",         "/boot",
-                                           "/usr/share/id", "/usr/share/info",
-                                           "/etc/network",  "/etc/udhcpc",
-                                           "/etc/ppp",      "/etc/virtual-board"};
+constexpr std::array kOwnFolders = {"/home",        "/boot",       "/usr/share/id", "/usr/share/info",
+                                    "/etc/network", "/etc/udhcpc", "/etc/ppp",      "/etc/virtual-board"};
 
-static constexpr std::array kFolders = {"/home/root",
-                                        "/home/root/plexa",
-                                        "/home/root/plexa_data",
-                                        "/home/root/usb_dev",
-                                        "/usr/lib/virtual-board",
-                                        "/var/lib/virtual-board",
-                                        "/var/log",
-                                        "/dev",
-                                        "/proc",
-                                        "/sys",
-                                        "/tmp",
-                                        "/run"};
+constexpr std::array kFolders = {"/home/root",
+                                 "/home/root/plexa",
+                                 "/home/root/plexa_data",
+                                 "/home/root/usb_dev",
+                                 "/usr/lib/virtual-board",
+                                 "/var/lib/virtual-board",
+                                 "/var/log",
+                                 "/dev",
+                                 "/proc",
+                                 "/sys",
+                                 "/tmp",
+                                 "/run"};
 
 // What the daemon's commands and scripts need, as BusyBox on the board has it.
-static constexpr std::array kApplets =
-    {"[",        "ash",    "awk",   "basename", "cat",      "chgrp",   "chmod",    "chown",  "cp",
-     "cut",      "dd",     "df",    "dirname",  "du",       "echo",    "egrep",    "env",    "expr",
-     "false",    "fgrep",  "find",  "free",     "grep",     "gunzip",  "gzip",     "head",   "id",
-     "ifconfig", "ifdown", "ifup",  "kill",     "killall",  "ln",      "ls",       "md5sum", "mkdir",
-     "mkfifo",   "mktemp", "mount", "mv",       "nc",       "netstat", "nslookup", "od",     "pidof",
-     "ping",     "printf", "ps",    "pwd",      "readlink", "rm",      "rmdir",    "route",  "sed",
-     "seq",      "sleep",  "sort",  "stat",     "tail",     "tar",     "tee",      "telnet", "test",
-     "tftp",     "top",    "touch", "tr",       "true",     "udhcpc",  "udhcpd",   "umount", "uname",
-     "uniq",     "uptime", "vi",    "wc",       "wget",     "which",   "xargs",    "zcat"};
+constexpr std::array kApplets = {"[",        "ash",    "awk",    "basename", "cat",    "chgrp",   "chmod",
+                                 "chown",    "cp",     "cut",    "dd",       "df",     "dirname", "du",
+                                 "echo",     "egrep",  "env",    "expr",     "false",  "fgrep",   "find",
+                                 "free",     "grep",   "gunzip", "gzip",     "head",   "id",      "ifconfig",
+                                 "ifdown",   "ifup",   "kill",   "killall",  "ln",     "ls",      "md5sum",
+                                 "mkdir",    "mkfifo", "mktemp", "mount",    "mv",     "nc",      "netstat",
+                                 "nslookup", "od",     "pidof",  "ping",     "printf", "ps",      "pwd",
+                                 "readlink", "rm",     "rmdir",  "route",    "sed",    "seq",     "sleep",
+                                 "sort",     "stat",   "tail",   "tar",      "tee",    "telnet",  "test",
+                                 "tftp",     "top",    "touch",  "tr",       "true",   "udhcpc",  "udhcpd",
+                                 "umount",   "uname",  "uniq",   "uptime",   "vi",     "wc",      "wget",
+                                 "which",    "xargs",  "zcat"};
 
-static constexpr std::array kStandIns = {"sh",   "sync",   "date",     "hwclock",
-                                         "pppd", "reboot", "poweroff", "halt"};
+constexpr std::array kStandIns = {"sh", "sync", "date", "hwclock", "pppd", "reboot", "poweroff", "halt"};
 
-static constexpr char kFixedStanza[] = "iface eth0 inet static\n"
-                                       "        address {0}.2\n"
-                                       "        netmask 255.255.255.0\n"
-                                       "        network {0}.0\n"
-                                       "        gateway {0}.1\n";
+constexpr char kFixedStanza[] = "iface eth0 inet static\n"
+                                "        address {0}.2\n"
+                                "        netmask 255.255.255.0\n"
+                                "        network {0}.0\n"
+                                "        gateway {0}.1\n";
 
-static constexpr char kDhcpStanza[] =
+constexpr char kDhcpStanza[] =
     "iface eth0 inet dhcp\n"
     "        pre-up /bin/grep -v -e \"ip=[0-9]\\+\\.[0-9]\\+\\.[0-9]\\+\\.[0-9]\\+\" /proc/cmdline > "
     "/dev/null\n";
 
 // Brings the interfaces up from "/etc/network/interfaces" with the board's own commands.
-static constexpr char kNetworkScript[] = R"(ip addr flush dev eth0
+constexpr char kNetworkScript[] = R"(ip addr flush dev eth0
 ip link set eth0 down
 ifconfig lo 127.0.0.1 up
 method= address= netmask= gateway= stanza=
@@ -101,7 +105,7 @@ esac
 exit 0
 )";
 
-static constexpr char kLeaseScript[] = R"(#!/bin/busybox sh
+constexpr char kLeaseScript[] = R"(#!/bin/busybox sh
 case "$1" in
 deconfig)
     ifconfig "$interface" 0.0.0.0 ;;
@@ -117,12 +121,7 @@ esac
 exit 0
 )";
 
-static void Mount(const char *source, const std::string &target, const char *type, unsigned long flags,
-                  const std::string &data = {})
-{
-    Checked(mount(source, target.c_str(), type, flags, data.empty() ? nullptr : data.c_str()),
-            "mount " + target);
-}
+} // namespace
 
 BoardRoot::BoardRoot(const Options &options)
     : base_(fmt::format("{}/board{}", kPcFolder, options.number)), root_(base_ + "/root"),
@@ -130,10 +129,10 @@ BoardRoot::BoardRoot(const Options &options)
 {
     try {
         MountOverlay(options);
-        LayOut(options);
+        Fill(options);
     } catch (...) {
-        umount2(root_.c_str(), MNT_DETACH);
-        umount2((base_ + "/disk").c_str(), MNT_DETACH);
+        Unmount(root_);
+        Unmount(base_ + "/disk");
         throw;
     }
 }
@@ -141,9 +140,8 @@ BoardRoot::BoardRoot(const Options &options)
 BoardRoot::~BoardRoot()
 {
     rootFolder_.Reset();
-    umount2(root_.c_str(), MNT_DETACH);
-    umount2((base_ + "/usb").c_str(), MNT_DETACH);
-    umount2((base_ + "/disk").c_str(), MNT_DETACH);
+    Unmount(root_);
+    Unmount(base_ + "/disk");
     std::error_code ignored;
     std::filesystem::remove_all(base_, ignored);
 }
@@ -151,7 +149,7 @@ BoardRoot::~BoardRoot()
 void BoardRoot::MountOverlay(const Options &options)
 {
     namespace fs = std::filesystem;
-    for (const char *folder : {"/disk", "/root", "/usb", "/journal"})
+    for (const char *folder : {"/disk", "/root", "/journal"})
         fs::create_directories(base_ + folder);
     Mount("tmpfs", base_ + "/disk", "tmpfs", 0, fmt::format("mode=755,size={}m", options.rootMebibytes));
     fs::create_directories(base_ + "/disk/upper");
@@ -167,7 +165,7 @@ void BoardRoot::MountOverlay(const Options &options)
     rootFolder_ = UniqueFd(Checked(open(root_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), "open the root"));
 }
 
-void BoardRoot::LayOut(const Options &options)
+void BoardRoot::Fill(const Options &options)
 {
     for (const char *folder : kFolders)
         MakeFolder(folder);
@@ -178,8 +176,8 @@ void BoardRoot::LayOut(const Options &options)
     if (options.dataMebibytes != 0)
         Mount("tmpfs", root_ + "/home/root/plexa_data", "tmpfs", 0,
               fmt::format("mode=755,size={}m", options.dataMebibytes));
-    LayStandIns();
-    LayNetworkFiles(options);
+    AddPrograms();
+    AddNetworkFiles(options);
     Write("/etc/virtual-board/cmdline", "console=ttyO1,115200n8 root=/dev/mmcblk0p2 rw\n");
     Write("/etc/hostname", "board\n");
     Write("/etc/hosts", "127.0.0.1 localhost board\n");
@@ -187,12 +185,16 @@ void BoardRoot::LayOut(const Options &options)
         MakeFolder(folder);
     for (const auto &[path, content] : options.files)
         Write(path, content);
+    for (const std::string &word : options.prefix) {
+        if (word.front() == '/' && std::filesystem::exists(word) && !Exists(word))
+            BindIn(word, word);
+    }
 }
 
-void BoardRoot::LayStandIns()
+void BoardRoot::AddPrograms()
 {
     Write(kInsidePath, std::string(InsideImage()), 0755);
-    const auto lay = [this](const char *name, const char *target) {
+    const auto link = [this](const char *name, const char *target) {
         bool found = false;
         for (const char *folder : {"/bin/", "/sbin/", "/usr/bin/", "/usr/sbin/"}) {
             struct stat status = {};
@@ -206,18 +208,18 @@ void BoardRoot::LayStandIns()
             Link(std::string("/usr/sbin/") + name, target);
     };
     for (const char *name : kApplets)
-        lay(name, "/usr/bin/busybox");
+        link(name, "/usr/bin/busybox");
     for (const char *name : kStandIns)
-        lay(name, kInsidePath);
+        link(name, kInsidePath);
 }
 
-void BoardRoot::LayNetworkFiles(const Options &options)
+void BoardRoot::AddNetworkFiles(const Options &options)
 {
     const std::string network = fmt::format("10.20.{}", 30 + options.number);
     std::string stanza = kDhcpStanza;
-    if (options.addressing == Addressing::Fixed)
+    if (options.addressing == Addressing::kFixed)
         stanza = fmt::format(kFixedStanza, network);
-    else if (options.addressing == Addressing::None)
+    else if (options.addressing == Addressing::kNone)
         stanza = "iface eth0 inet manual\n";
     Write("/etc/network/interfaces", "auto lo\niface lo inet loopback\n\nauto eth0\n" + stanza);
     Write("/etc/virtual-board/network.sh", kNetworkScript);
@@ -230,7 +232,7 @@ void BoardRoot::MountVolatile()
 {
     if (volatileMounted_) {
         for (const char *folder : {"/dev", "/tmp", "/run"})
-            umount2((root_ + folder).c_str(), MNT_DETACH);
+            Unmount(root_ + folder);
     }
     volatileMounted_ = true;
     Mount("tmpfs", root_ + "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777");
@@ -264,7 +266,7 @@ int BoardRoot::Open(const std::string &path, int flags, unsigned mode) const
     return static_cast<int>(syscall(SYS_openat2, rootFolder_.Get(), path.c_str(), &how, sizeof how));
 }
 
-std::optional<std::string> BoardRoot::Read(const std::string &path) const
+std::optional<std::string> BoardRoot::TryRead(const std::string &path) const
 {
     const UniqueFd file(Open(path, O_RDONLY | O_NONBLOCK));
     if (!file.Valid())
@@ -277,6 +279,14 @@ std::optional<std::string> BoardRoot::Read(const std::string &path) const
             return got < 0 ? std::nullopt : std::optional(content);
         content.append(piece.data(), static_cast<std::size_t>(got));
     }
+}
+
+std::string BoardRoot::Read(const std::string &path) const
+{
+    auto content = TryRead(path);
+    if (!content)
+        ThrowErrno("read " + path);
+    return std::move(*content);
 }
 
 void BoardRoot::Write(const std::string &path, const std::string &content, unsigned mode)
@@ -351,36 +361,15 @@ void BoardRoot::BindIn(const std::string &hostPath, const std::string &path)
 
 void BoardRoot::ConnectLine(const std::string &name, const std::string &slave)
 {
+    if (!volatileMounted_)
+        return;
     const std::string device = root_ + "/dev/" + name;
-    umount2(device.c_str(), MNT_DETACH);
+    Unmount(device);
     unlink(device.c_str());
     if (slave.empty())
         return;
     std::ofstream(device).close();
     Mount(slave.c_str(), device, nullptr, MS_BIND);
-}
-
-void BoardRoot::PlugUsbDisk(unsigned mebibytes)
-{
-    constexpr unsigned kFirst = 1024;
-    UnplugUsbDisk();
-    const std::string disk = base_ + "/usb";
-    if (mebibytes == 0)
-        mebibytes = usbMebibytes_ != 0 ? usbMebibytes_ : kFirst;
-    if (mebibytes != usbMebibytes_) {
-        umount2(disk.c_str(), MNT_DETACH);
-        Mount("tmpfs", disk, "tmpfs", 0, fmt::format("mode=755,size={}m", mebibytes));
-        usbMebibytes_ = mebibytes;
-    }
-    Mount(disk.c_str(), root_ + "/home/root/usb_dev", nullptr, MS_BIND);
-    usbIn_ = true;
-}
-
-void BoardRoot::UnplugUsbDisk()
-{
-    if (usbIn_)
-        umount2((root_ + "/home/root/usb_dev").c_str(), MNT_DETACH);
-    usbIn_ = false;
 }
 
 } // namespace board

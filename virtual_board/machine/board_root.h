@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// virtual_board/machine/board_root.h: the board's root file system: an overlay of the host's "/", so that
-// every absolute path exists and nothing outside is touched.
+// virtual_board/machine/board_root.h: the board's root file system, an overlay of the host's "/": every
+// absolute path exists, and nothing outside is changed.
 //
-// It is put together on the PC side, below kPcFolder, and can be read and written there whether or not the
-// board runs. Mounts made later below it appear inside a running board too.
+// It is mounted on the PC side, below kPcFolder. It can be read and written there whether or not the board
+// runs. Mounts that are made below it later appear inside a running board too.
 #pragma once
 
 #include "common/unique_fd.h"
@@ -25,40 +25,36 @@ public:
     BoardRoot(const BoardRoot &) = delete;
     BoardRoot &operator=(const BoardRoot &) = delete;
 
-    // "/dev", "/tmp" and "/run" as after power-on; everything else stays as it was.
-    void MountVolatile();
-
-    // Paths are the board's; symbolic links are followed as the board sees them.
-    std::optional<std::string> Read(const std::string &path) const;
+    // --- files; paths are the board's, and symbolic links are followed as the board sees them ---
+    std::string Read(const std::string &path) const;                   // throws if it cannot be read
+    std::optional<std::string> TryRead(const std::string &path) const; // nullopt and errno
     void Write(const std::string &path, const std::string &content, unsigned mode = 0644); // makes folders
     bool Exists(const std::string &path) const;
-    void MakeFolder(const std::string &path);
-    void Link(const std::string &path, const std::string &target); // replaces what is there
+    void MakeFolder(const std::string &path); // with those above it
     void CopyIn(const std::string &hostPath, const std::string &path);
-    void BindIn(const std::string &hostPath, const std::string &path);
+    // The root as a folder of the PC side; "/proc" is not there.
+    const std::string &Folder() const { return root_; }
 
-    // `slave` becomes the device "/dev/NAME"; an empty path takes it away.
+    // --- for the board itself ---
+    // "/dev", "/tmp" and "/run" as after power-on; everything else stays as it was.
+    void MountVolatile();
+    // `slave` becomes the device "/dev/NAME"; an empty path removes it. Nothing before the first power-on.
     void ConnectLine(const std::string &name, const std::string &slave);
-    // The disk's content stays while it is out. `mebibytes` counts when the disk is made or its size changes.
-    void PlugUsbDisk(unsigned mebibytes);
-    void UnplugUsbDisk();
-
-    const std::string &Folder() const { return root_; }     // the root as the PC side sees it
     const std::string &Journal() const { return journal_; } // path on the PC side
 
 private:
     void MountOverlay(const Options &options);
-    void LayOut(const Options &options);
-    void LayStandIns();
-    void LayNetworkFiles(const Options &options);
+    void Fill(const Options &options);
+    void AddPrograms();
+    void AddNetworkFiles(const Options &options);
+    void BindIn(const std::string &hostPath, const std::string &path);
+    void Link(const std::string &path, const std::string &target);         // replaces what is there
     int Open(const std::string &path, int flags, unsigned mode = 0) const; // -1 and errno
 
     std::string base_;
     std::string root_;
     std::string journal_;
     ledboard::UniqueFd rootFolder_;
-    unsigned usbMebibytes_ = 0;
-    bool usbIn_ = false;
     bool volatileMounted_ = false;
 };
 

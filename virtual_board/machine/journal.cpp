@@ -11,7 +11,7 @@
 namespace board
 {
 
-bool Journal::Poll()
+void Journal::Poll()
 {
     std::ifstream file(path_, std::ios::binary);
     file.seekg(static_cast<std::streamoff>(read_));
@@ -34,7 +34,6 @@ bool Journal::Poll()
         at += sizeof length + length;
     }
     read_ += at;
-    return at != 0;
 }
 
 } // namespace board

@@ -18,7 +18,7 @@ class Journal
 {
 public:
     explicit Journal(std::string path) : path_(std::move(path)) {}
-    bool Poll(); // takes what is new; true when something was
+    void Poll(); // takes what is new
     const std::vector<JournalEntry> &Entries() const { return entries_; }
     void Forget() { entries_.clear(); }
 

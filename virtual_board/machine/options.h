@@ -10,10 +10,10 @@ namespace board
 {
 
 enum class Addressing {
-    Fixed,      // "/etc/network/interfaces" gives eth0 the board's fixed address
-    Dhcp,       // eth0 asks by DHCP, and a server on the PC side answers
-    DhcpSilent, // eth0 asks by DHCP, nobody answers
-    None,       // eth0 is up without an address
+    kFixed,      // "/etc/network/interfaces" gives eth0 the board's fixed address
+    kDhcp,       // eth0 asks by DHCP, and a server on the PC side answers
+    kDhcpSilent, // eth0 asks by DHCP, nobody answers
+    kNone,       // eth0 is up without an address
 };
 
 // The screen behind "/dev/fb0", "/dev/fb1" or "/dev/fb2".
@@ -39,12 +39,11 @@ struct Options {
     std::vector<std::string> prefix;
     // "NAME=value" for the daemon, besides PATH and HOME. Default: the options of the sanitizers.
     std::vector<std::string> environment;
-    std::vector<std::string> arguments; // for the daemon; the real one takes none
 
     std::map<std::string, std::string> files; // absolute board path and content, laid before the first boot
     std::vector<std::string> folders;         // made before the first boot
 
-    Addressing addressing = Addressing::Fixed;
+    Addressing addressing = Addressing::kFixed;
     unsigned softFileLimit = 0;      // RLIMIT_NOFILE of the daemon; 0: as the caller's
     unsigned number = 0;             // several boards at once: pc<number>, 10.20.<30+number>.0/24
     unsigned rootMebibytes = 512;    // size of the board's own storage; below 700, so it is no USB disk

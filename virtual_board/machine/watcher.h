@@ -19,6 +19,8 @@ namespace board
 
 using Milliseconds = std::chrono::milliseconds;
 
+constexpr Milliseconds kDefaultLimit{20000}; // of the WaitFor family
+
 // Handlers run on the watcher's thread, without any lock of the watcher; a handler guards its own data with
 // Lock(). Any thread may add and remove. A handler may be running once more while Remove is called from
 // another thread; Remove waits until it is not.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "program/board_state.h"
 
+#include "common/address.h"
+#include "machine/socket_table.h"
 #include "records/heartbeat_record.h"
 
 #include <fmt/core.h>
@@ -8,51 +10,29 @@
 #include <nlohmann/json.hpp>
 
 #include <arpa/inet.h>
+#include <netinet/tcp.h>
 
-#include <array>
 #include <cctype>
-#include <fstream>
-#include <sstream>
+#include <set>
 
 namespace board
 {
 
-// "0100007F:22A6" of the kernel's table: the address as it lies in memory, the port as a number.
-static std::pair<std::string, unsigned> Endpoint(const std::string &text)
-{
-    const std::size_t colon = text.find(':');
-    if (colon != 8)
-        return {"?", 0};
-    const in_addr address{static_cast<in_addr_t>(std::stoul(text.substr(0, colon), nullptr, 16))};
-    std::array<char, INET_ADDRSTRLEN> dotted{};
-    inet_ntop(AF_INET, &address, dotted.data(), dotted.size());
-    return {dotted.data(), static_cast<unsigned>(std::stoul(text.substr(colon + 1), nullptr, 16))};
-}
-
 std::vector<Connection> Connections(const VirtualBoard &board)
 {
-    std::vector<std::array<std::string, 3>> rows;
-    std::ifstream table(fmt::format("/proc/{}/net/tcp", board.InitPid()));
-    std::string number;
-    std::array<std::string, 3> row; // local, remote, state
-    for (std::string line; std::getline(table, line);) {
-        std::istringstream words(line);
-        if (words >> number >> row[0] >> row[1] >> row[2] && row[0].find(':') == 8)
-            rows.push_back(row);
+    const std::vector<SocketEntry> sockets = ListSockets(board.Processes().InitPid(), "tcp");
+    std::set<in_port_t> listening; // network byte order
+    for (const SocketEntry &one : sockets) {
+        if (one.state == TCP_LISTEN)
+            listening.insert(one.local.sin_port);
     }
-    std::vector<unsigned> listening;
-    for (const auto &[local, remote, state] : rows) {
-        if (state == "0A")
-            listening.push_back(Endpoint(local).second);
-    }
+    listening.erase(htons(wire::kSupervisorPort));
     std::vector<Connection> connections;
-    for (const auto &[local, remote, state] : rows) {
-        const unsigned port = Endpoint(local).second;
-        if (state != "01" || port == wire::kSupervisorPort ||
-            std::find(listening.begin(), listening.end(), port) == listening.end())
-            continue;
-        const auto [address, peerPort] = Endpoint(remote);
-        connections.push_back({fmt::format("{}:{}", address, peerPort), port});
+    for (const SocketEntry &one : sockets) {
+        if (one.state == TCP_ESTABLISHED && listening.contains(one.local.sin_port))
+            connections.push_back(
+                {fmt::format("{}:{}", ledboard::Dotted(one.peer.sin_addr), ntohs(one.peer.sin_port)),
+                 ntohs(one.local.sin_port)});
     }
     return connections;
 }
@@ -62,32 +42,33 @@ nlohmann::json StateJson(const VirtualBoard &board)
     nlohmann::json connections = nlohmann::json::array();
     for (const Connection &one : Connections(board))
         connections.push_back({{"peer", one.peer}, {"port", one.port}});
-    const auto exit = board.DaemonExit();
-    const auto address = board.Eth0Address();
-    const ModemView modem = board.TheModem().View();
+    const auto exit = board.Daemon().Exit();
+    const auto address = board.Network().Eth0Address();
+    const ModemView modem = board.Modem().View();
     return {
         {"running", board.Running()},
         {"boots", board.Boots()},
-        {"init", board.InitPid()},
+        {"init", board.Processes().InitPid()},
         {"daemon",
-         {{"running", board.DaemonRunning()},
-          {"pid", board.DaemonRunning() ? nlohmann::json(board.DaemonPid()) : nlohmann::json()},
+         {{"running", board.Daemon().Running()},
+          {"pid", board.Daemon().Running() ? nlohmann::json(board.Daemon().Pid()) : nlohmann::json()},
           {"exit", exit ? nlohmann::json(*exit) : nlohmann::json()},
-          {"listens", board.DaemonListens()},
-          {"descriptors", board.OpenDescriptors()}}},
+          {"listens", board.Daemon().Listens()},
+          {"descriptors", board.Daemon().OpenDescriptors()}}},
         {"eth0",
-         {{"address", address ? nlohmann::json(*address) : nlohmann::json()}, {"mac", board.BoardMac()}}},
-        {"pc", {{"interface", board.PcInterface()}, {"address", board.PcAddress()}}},
-        {"cable", board.CableIn()},
-        {"usb", board.UsbDiskIn()},
+         {{"address", address ? nlohmann::json(*address) : nlohmann::json()},
+          {"mac", board.Network().BoardMac()}}},
+        {"pc", {{"interface", board.Network().PcInterface()}, {"address", board.Network().PcAddress()}}},
+        {"cable", board.Network().CableIn()},
+        {"usb", board.UsbDisk().In()},
         {"modem",
          {{"in", modem.in}, {"state", ModemText(modem)}, {"signal", modem.signal}, {"sms", modem.sms}}},
-        {"player", board.ThePlayer().LoggedIn()},
+        {"player", board.Player().LoggedIn()},
         {"connections", connections},
-        {"frames", board.Frames().size()},
-        {"messages", board.PlayerMessages().size()},
-        {"commands", board.Commands().size()},
-        {"heartbeats", board.Heartbeats().size()},
+        {"frames", board.Fpga().Frames().size()},
+        {"messages", board.Player().Messages().size()},
+        {"commands", board.Record().Commands().size()},
+        {"heartbeats", board.Supervisor().Heartbeats().size()},
     };
 }
 
@@ -98,39 +79,42 @@ std::string ModemText(const ModemView &modem)
     const char *how = "in";
     if (modem.hangs)
         how = "in, hangs";
-    else if (modem.sim != ModemSim::Ready)
-        how = modem.sim == ModemSim::Pin ? "in, the SIM wants a PIN" : "in, no SIM";
-    else if (modem.network == ModemNetwork::Home)
+    else if (modem.sim != ModemSim::kReady)
+        how = modem.sim == ModemSim::kPin ? "in, the SIM wants a PIN" : "in, no SIM";
+    else if (modem.network == ModemNetwork::kHome)
         how = "in, registered";
-    else if (modem.network == ModemNetwork::Roaming)
+    else if (modem.network == ModemNetwork::kRoaming)
         how = "in, roaming";
     else
-        how = modem.network == ModemNetwork::Denied ? "in, refused by the network" : "in, searching";
+        how = modem.network == ModemNetwork::kDenied ? "in, refused by the network" : "in, searching";
     return fmt::format("{}, {} SMS", how, modem.sms);
 }
 
 static std::string DaemonText(const VirtualBoard &board)
 {
-    if (board.DaemonRunning())
-        return fmt::format("process {}, {}, {} descriptors", board.DaemonPid(),
-                           board.DaemonListens() ? "listening" : "not listening", board.OpenDescriptors());
-    if (const auto exit = board.DaemonExit())
+    if (board.Daemon().Running())
+        return fmt::format("process {}, {}, {} descriptors", board.Daemon().Pid(),
+                           board.Daemon().Listens() ? "listening" : "not listening",
+                           board.Daemon().OpenDescriptors());
+    if (const auto exit = board.Daemon().Exit())
         return fmt::format("ended, status {}", *exit);
     return "not started";
 }
 
 std::vector<std::string> StateLines(const VirtualBoard &board)
 {
-    const std::size_t beats = board.Heartbeats().size();
+    const std::size_t beats = board.Supervisor().Heartbeats().size();
     return {
         fmt::format("board   {}, booted {} time{}", board.Running() ? "on" : "off", board.Boots(),
                     board.Boots() == 1 ? "" : "s"),
         fmt::format("daemon  {}", DaemonText(board)),
-        fmt::format("eth0    {}, {}, cable {}; PC {} on {}", board.Eth0Address().value_or("no address"),
-                    board.BoardMac(), board.CableIn() ? "in" : "out", board.PcAddress(), board.PcInterface()),
-        fmt::format("USB     disk {}; player {}; {} heartbeat{}", board.UsbDiskIn() ? "in" : "out",
-                    board.ThePlayer().LoggedIn() ? "logged in" : "away", beats, beats == 1 ? "" : "s"),
-        fmt::format("modem   {}", ModemText(board.TheModem().View())),
+        fmt::format("eth0    {}, {}, cable {}; PC {} on {}",
+                    board.Network().Eth0Address().value_or("no address"), board.Network().BoardMac(),
+                    board.Network().CableIn() ? "in" : "out", board.Network().PcAddress(),
+                    board.Network().PcInterface()),
+        fmt::format("USB     disk {}; player {}; {} heartbeat{}", board.UsbDisk().In() ? "in" : "out",
+                    board.Player().LoggedIn() ? "logged in" : "away", beats, beats == 1 ? "" : "s"),
+        fmt::format("modem   {}", ModemText(board.Modem().View())),
     };
 }
 

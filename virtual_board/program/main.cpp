@@ -134,11 +134,11 @@ static Options BoardOptions(const Settings &settings)
     for (const std::string &screen : settings.screens)
         options.screens.push_back(ParseScreen(screen));
     if (settings.dhcp)
-        options.addressing = board::Addressing::Dhcp;
+        options.addressing = board::Addressing::kDhcp;
     else if (settings.dhcpSilent)
-        options.addressing = board::Addressing::DhcpSilent;
+        options.addressing = board::Addressing::kDhcpSilent;
     else if (settings.noAddress)
-        options.addressing = board::Addressing::None;
+        options.addressing = board::Addressing::kNone;
     options.modem = settings.modem;
     options.serial = !settings.noSerial;
     options.player = !settings.noPlayer;
@@ -189,7 +189,7 @@ static void PreparePcEnvironment(const VirtualBoard &board)
     const char *known = std::getenv("PATH");
     const std::string path = known != nullptr ? known : "/usr/bin:/bin:/usr/sbin:/sbin";
     setenv("PATH", (board::ProgramFolder() + ":" + path).c_str(), 1);
-    setenv("BOARD", board.Eth0Address().value_or("").c_str(), 1);
+    setenv("BOARD", board.Network().Eth0Address().value_or("").c_str(), 1);
 }
 
 static int RunOnPc(const Words &command)
@@ -226,7 +226,8 @@ static void Welcome(const VirtualBoard &board)
                "virtual-board cable out|in, usb in|out, modem in|out, kill, restart, reboot: what happens to "
                "it.\n"
                "virtual-board run -- sh: a shell inside the board. exit ends everything.\n\n",
-               board.PcAddress(), board.PcInterface(), board.Eth0Address().value_or("no address yet"));
+               board.Network().PcAddress(), board.Network().PcInterface(),
+               board.Network().Eth0Address().value_or("no address yet"));
     std::fflush(stdout);
 }
 
@@ -234,7 +235,7 @@ static int WithBoard(const Settings &settings, const std::function<int(VirtualBo
 {
     VirtualBoard board(BoardOptions(settings));
     if (settings.usbMebibytes != 0)
-        board.UsbDisk(true, settings.usbMebibytes);
+        board.UsbDisk().Plug(true, settings.usbMebibytes);
     board.Boot();
     const board::SteeringSocket socket(board);
     PreparePcEnvironment(board);
@@ -251,7 +252,7 @@ static int RunInRoot(Settings settings)
     const fs::path program = fs::absolute(settings.command.front());
     if (settings.command.front().find('/') != std::string::npos && fs::exists(program)) {
         request.arguments.front() = "/usr/local/bin/" + program.filename().string();
-        board.CopyIn(program, request.arguments.front());
+        board.Root().CopyIn(program, request.arguments.front());
     }
     for (char **variable = environ; *variable != nullptr; ++variable) {
         const std::string text = *variable;
@@ -264,7 +265,7 @@ static int RunInRoot(Settings settings)
     for (int i = 0; i < 3; ++i)
         request.descriptors[i] = i;
     board.Boot();
-    const int status = board.RunForeground(request);
+    const int status = board.Processes().RunForeground(request);
     return status < 0 ? 1 : status;
 }
 

@@ -69,11 +69,11 @@ static void PrintWhatHappened(const VirtualBoard &board, Shown &shown)
         state[i] = text;
     }
     shown.state = std::move(state);
-    PrintNew("log", board.Log(), shown.log, CleanLine);
-    PrintNew("command", board.Commands(), shown.commands, CleanLine);
-    PrintNew("stand-in", board.StandInCalls(), shown.calls, WordsLine);
-    PrintNew("fpga", board.Frames(), shown.frames, FrameLine);
-    PrintNew("player", board.PlayerMessages(), shown.messages, MessageLine);
+    PrintNew("log", board.Record().Log(), shown.log, CleanLine);
+    PrintNew("command", board.Record().Commands(), shown.commands, CleanLine);
+    PrintNew("stand-in", board.Record().StandInCalls(), shown.calls, WordsLine);
+    PrintNew("fpga", board.Fpga().Frames(), shown.frames, FrameLine);
+    PrintNew("player", board.Player().Messages(), shown.messages, MessageLine);
     std::fflush(stdout);
 }
 

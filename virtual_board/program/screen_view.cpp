@@ -107,8 +107,8 @@ static std::vector<std::string> SessionLines(const VirtualBoard &board)
 // Commands and stand-in calls are shown together: a stand-in is part of a command.
 static std::vector<std::string> CommandLines(const VirtualBoard &board)
 {
-    auto lines = LinesOf(board.Commands(), CleanLine);
-    for (const auto &call : board.StandInCalls())
+    auto lines = LinesOf(board.Record().Commands(), CleanLine);
+    for (const auto &call : board.Record().StandInCalls())
         lines.push_back("stand-in: " + WordsLine(call));
     return lines;
 }
@@ -124,7 +124,7 @@ static void Draw(const VirtualBoard &board, const std::string &note)
         refresh();
         return;
     }
-    const bool good = board.DaemonListens();
+    const bool good = board.Daemon().Listens();
     const auto state = StateLines(board);
     const int stateRows = static_cast<int>(state.size());
     for (int i = 0; i < stateRows; ++i)
@@ -135,12 +135,12 @@ static void Draw(const VirtualBoard &board, const std::string &note)
     const int upper = panesHeight / 2, left = width / 2 - 1, right = width / 2 + 1;
     PutList({panesTop, 0, upper, left}, "sessions", SessionLines(board));
     PutList({panesTop, right, upper, width - right}, "frames to the FPGA",
-            LinesOf(board.Frames(), FrameLine));
+            LinesOf(board.Fpga().Frames(), FrameLine));
     PutList({panesTop + upper, 0, panesHeight - upper, left}, "messages to the player",
-            LinesOf(board.PlayerMessages(), MessageLine));
+            LinesOf(board.Player().Messages(), MessageLine));
     PutList({panesTop + upper, right, panesHeight - upper, width - right}, "commands", CommandLines(board));
     PutList({panesTop + panesHeight, 0, height - panesTop - panesHeight - 2, width}, "log of the daemon",
-            board.Log());
+            board.Record().Log());
     Put(all, height - 2, note, A_BOLD);
     Put(all, height - 1,
         "c cable  u USB disk  k kill daemon  d start daemon  r reboot  f forget  s PC shell  "
@@ -180,9 +180,9 @@ static std::string Obey(VirtualBoard &board, Screen &screen, int key)
     const char *shell = std::getenv("SHELL");
     switch (key) {
     case 'c':
-        return Steer(board, {"cable", board.CableIn() ? "out" : "in"}).lines.front();
+        return Steer(board, {"cable", board.Network().CableIn() ? "out" : "in"}).lines.front();
     case 'u':
-        return Steer(board, {"usb", board.UsbDiskIn() ? "out" : "in"}).lines.front();
+        return Steer(board, {"usb", board.UsbDisk().In() ? "out" : "in"}).lines.front();
     case 'k':
         return Steer(board, {"kill"}).lines.front();
     case 'd':
@@ -215,7 +215,8 @@ int ShowScreen(VirtualBoard &board)
 {
     TakeTerminal();
     Screen screen;
-    std::string note = fmt::format("the board is up: {}", board.Eth0Address().value_or("no address yet"));
+    std::string note =
+        fmt::format("the board is up: {}", board.Network().Eth0Address().value_or("no address yet"));
     while (!EndWanted()) {
         Draw(board, note);
         const int key = getch();

@@ -2,6 +2,7 @@
 #include "program/steering.h"
 
 #include "common/unique_fd.h"
+#include "devices/framebuffer.h"
 #include "machine/errors.h"
 #include "machine/pc_side.h"
 #include "program/board_state.h"
@@ -104,28 +105,35 @@ static Answer Usb(VirtualBoard &board, const Words &words)
             return Failure("the size of a USB disk is a number of MiB");
     }
     return Switch(words, "in", "out", [&](bool in) {
-        board.UsbDisk(in, mebibytes);
-        board.SendAsPlayer(7, in ? 1 : 0); // the player is who tells the daemon
+        board.UsbDisk().Plug(in, mebibytes);
+        board.Player().Send(7, in ? 1 : 0); // the player is who tells the daemon
     });
+}
+
+static void ConnectPlayer(VirtualBoard &board, bool on)
+{
+    board.Player().Connect(on);
+    if (on && !board.Player().WaitForLogin())
+        throw std::runtime_error("virtual board: the player could not log in");
 }
 
 // What is done to the modem, for words without an argument.
 static const std::map<std::string, void (*)(VirtualBoard &)> &ModemActions()
 {
     static const std::map<std::string, void (*)(VirtualBoard &)> actions = {
-        {"in", [](auto &board) { board.ModemPlugged(true); }},
-        {"out", [](auto &board) { board.ModemPlugged(false); }},
-        {"sim", [](auto &board) { board.TheModem().SetSim(ModemSim::Ready); }},
-        {"no-sim", [](auto &board) { board.TheModem().SetSim(ModemSim::None); }},
-        {"pin", [](auto &board) { board.TheModem().SetSim(ModemSim::Pin); }},
-        {"searching", [](auto &board) { board.TheModem().SetNetwork(ModemNetwork::Searching); }},
-        {"registered", [](auto &board) { board.TheModem().SetNetwork(ModemNetwork::Home); }},
-        {"roaming", [](auto &board) { board.TheModem().SetNetwork(ModemNetwork::Roaming); }},
-        {"denied", [](auto &board) { board.TheModem().SetNetwork(ModemNetwork::Denied); }},
-        {"hang", [](auto &board) { board.TheModem().Hang(true); }},
-        {"answer", [](auto &board) { board.TheModem().Hang(false); }},
-        {"no-ucs2", [](auto &board) { board.TheModem().KnowUcs2(false); }},
-        {"ucs2", [](auto &board) { board.TheModem().KnowUcs2(true); }},
+        {"in", [](auto &board) { board.Modem().Plug(true); }},
+        {"out", [](auto &board) { board.Modem().Plug(false); }},
+        {"sim", [](auto &board) { board.Modem().SetSim(ModemSim::kReady); }},
+        {"no-sim", [](auto &board) { board.Modem().SetSim(ModemSim::kNone); }},
+        {"pin", [](auto &board) { board.Modem().SetSim(ModemSim::kPin); }},
+        {"searching", [](auto &board) { board.Modem().SetNetwork(ModemNetwork::kSearching); }},
+        {"registered", [](auto &board) { board.Modem().SetNetwork(ModemNetwork::kHome); }},
+        {"roaming", [](auto &board) { board.Modem().SetNetwork(ModemNetwork::kRoaming); }},
+        {"denied", [](auto &board) { board.Modem().SetNetwork(ModemNetwork::kDenied); }},
+        {"hang", [](auto &board) { board.Modem().Hang(true); }},
+        {"answer", [](auto &board) { board.Modem().Hang(false); }},
+        {"no-ucs2", [](auto &board) { board.Modem().KnowUcs2(false); }},
+        {"ucs2", [](auto &board) { board.Modem().KnowUcs2(true); }},
     };
     return actions;
 }
@@ -136,7 +144,7 @@ static Answer ModemSignal(VirtualBoard &board, const std::string &text)
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), steps);
     if (error != std::errc() || end != text.data() + text.size() || (steps > 31 && steps != 99))
         return Failure("the signal is a number from 0 to 31, or 99");
-    board.TheModem().SetSignal(steps);
+    board.Modem().SetSignal(steps);
     return Done("modem signal " + text);
 }
 
@@ -146,7 +154,7 @@ static Answer ModemDoes(VirtualBoard &board, const Words &words)
         return ModemSignal(board, words[2]);
     if (words.size() > 3 && words[1] == "sms") {
         const Words text(words.begin() + 3, words.end());
-        board.TheModem().Deliver(words[2], fmt::format("{}", fmt::join(text, " ")));
+        board.Modem().Deliver(words[2], fmt::format("{}", fmt::join(text, " ")));
         return Done("the modem has an SMS");
     }
     const auto action = ModemActions().find(words.size() == 2 ? words[1] : "");
@@ -165,7 +173,7 @@ static Answer Screenshot(VirtualBoard &board, const Words &words)
     if (words.size() > 2 &&
         std::from_chars(words[2].data(), words[2].data() + words[2].size(), device).ec != std::errc())
         return Failure("the number of a screen is 0, 1 or 2");
-    const auto picture = board.Picture(device);
+    const auto picture = ReadFramebuffer(board.Root(), device);
     if (!picture)
         return Failure(fmt::format("the board has no /dev/fb{}; boot it with --screen", device));
     std::ofstream file(words[1], std::ios::binary);
@@ -184,15 +192,15 @@ static Answer Do(const std::function<void()> &action, const char *done)
 
 static Answer Kill(VirtualBoard &board)
 {
-    if (!board.DaemonRunning())
+    if (!board.Daemon().Running())
         return Failure("the daemon is not running");
-    return board.KillDaemon() ? Done("the daemon is killed") : Failure("the daemon does not end");
+    return board.Daemon().Kill() ? Done("the daemon is killed") : Failure("the daemon does not end");
 }
 
 static Answer Restart(VirtualBoard &board)
 {
-    board.RestartDaemon();
-    if (const auto exit = board.DaemonExit())
+    board.Daemon().Restart();
+    if (const auto exit = board.Daemon().Exit())
         return Failure(fmt::format("the daemon ended at once, status {}; see its log", *exit));
     return Done("the daemon is started");
 }
@@ -200,8 +208,10 @@ static Answer Restart(VirtualBoard &board)
 static const std::map<std::string, Verb> &Actions()
 {
     static const std::map<std::string, Verb> actions = {
-        {"cable", [](auto &board,
-                     auto &words) { return Switch(words, "in", "out", [&](bool in) { board.Cable(in); }); }},
+        {"cable",
+         [](auto &board, auto &words) {
+             return Switch(words, "in", "out", [&](bool in) { board.Network().Cable(in); });
+         }},
         {"usb", Usb},
         {"screenshot", Screenshot},
         {"modem", ModemDoes},
@@ -211,19 +221,19 @@ static const std::map<std::string, Verb> &Actions()
         {"forget", [](auto &board, auto &) { return Do([&] { board.Forget(); }, "records are empty"); }},
         {"player",
          [](auto &board, auto &words) {
-             return Switch(words, "on", "off", [&](bool on) { board.PlayerConnected(on); });
+             return Switch(words, "on", "off", [&](bool on) { ConnectPlayer(board, on); });
          }},
         {"supervisor",
          [](auto &board, auto &words) {
-             return Switch(words, "on", "off", [&](bool on) { board.SupervisorListens(on); });
+             return Switch(words, "on", "off", [&](bool on) { board.Supervisor().Listen(on); });
          }},
         {"dhcp",
          [](auto &board, auto &words) {
-             return Switch(words, "on", "off", [&](bool on) { board.DhcpServer(on); });
+             return Switch(words, "on", "off", [&](bool on) { board.Network().DhcpServer(on); });
          }},
         {"serial",
          [](auto &board, auto &words) {
-             return Switch(words, "in", "out", [&](bool in) { board.SerialLine(in); });
+             return Switch(words, "in", "out", [&](bool in) { board.Fpga().Connect(in); });
          }},
     };
     return actions;
@@ -260,21 +270,21 @@ static const std::map<std::string, Verb> &Reports()
         {"log",
          [](auto &board, auto &words) {
              return ListOf(
-                 board.Log(), words, [](auto &line) { return line; }, Text);
+                 board.Record().Log(), words, [](auto &line) { return line; }, Text);
          }},
         {"frames",
-         [](auto &board, auto &words) { return ListOf(board.Frames(), words, FrameLine, FrameJson); }},
-        {"at", [](auto &board,
-                  auto &words) { return ListOf(board.TheModem().Commands(), words, CleanLine, Text); }},
+         [](auto &board, auto &words) { return ListOf(board.Fpga().Frames(), words, FrameLine, FrameJson); }},
+        {"at",
+         [](auto &board, auto &words) { return ListOf(board.Modem().Commands(), words, CleanLine, Text); }},
         {"messages",
          [](auto &board, auto &words) {
-             return ListOf(board.PlayerMessages(), words, MessageLine, MessageJson);
+             return ListOf(board.Player().Messages(), words, MessageLine, MessageJson);
          }},
         {"commands",
-         [](auto &board, auto &words) { return ListOf(board.Commands(), words, CleanLine, Text); }},
+         [](auto &board, auto &words) { return ListOf(board.Record().Commands(), words, CleanLine, Text); }},
         {"calls",
          [](auto &board, auto &words) {
-             return ListOf(board.StandInCalls(), words, WordsLine, [](auto &call) {
+             return ListOf(board.Record().StandInCalls(), words, WordsLine, [](auto &call) {
                  json all = json::array();
                  for (const std::string &word : call)
                      all.push_back(Text(word));
