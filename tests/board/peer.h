@@ -26,6 +26,15 @@ inline std::string Zeros(std::size_t count)
     return std::string(count, '\0');
 }
 
+inline sockaddr_in At(const std::string &address, std::uint16_t port)
+{
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    inet_pton(AF_INET, address.c_str(), &result.sin_addr);
+    return result;
+}
+
 class Peer
 {
 public:
@@ -35,10 +44,7 @@ public:
     static Peer Connect(const std::string &address, std::uint16_t port)
     {
         Peer peer(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(port);
-        inet_pton(AF_INET, address.c_str(), &to.sin_addr);
+        const sockaddr_in to = At(address, port);
         if (connect(peer.fd_.Get(), reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0)
             return {};
         return peer;

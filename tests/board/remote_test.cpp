@@ -83,9 +83,7 @@ protected:
     void SetUp() override
     {
         listener_ = ledboard::UniqueFd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_in any{};
-        any.sin_family = AF_INET;
-        any.sin_port = htons(7001);
+        const sockaddr_in any = At("0.0.0.0", 7001);
         const int on = 1;
         setsockopt(listener_.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
         ASSERT_EQ(bind(listener_.Get(), reinterpret_cast<const sockaddr *>(&any), sizeof any), 0);
@@ -157,10 +155,7 @@ protected:
     std::string AskByUdp(const std::string &datagram)
     {
         const ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(8878);
-        inet_pton(AF_INET, board->Network().BoardAddress().c_str(), &to.sin_addr);
+        const sockaddr_in to = At(board->Network().BoardAddress(), 8878);
         sendto(fd.Get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&to),
                sizeof to);
         pollfd waiting{.fd = fd.Get(), .events = POLLIN, .revents = 0};

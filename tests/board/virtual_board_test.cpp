@@ -4,6 +4,7 @@
 #include "common/unique_fd.h"
 #include "devices/framebuffer.h"
 #include "machine/pc_side.h"
+#include "peer.h"
 
 #include <fmt/core.h>
 
@@ -30,15 +31,6 @@ static std::string ReadText(const std::string &path)
 {
     std::ifstream file(path);
     return {std::istreambuf_iterator<char>(file), {}};
-}
-
-static sockaddr_in At(const std::string &address, std::uint16_t port)
-{
-    sockaddr_in result{};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(port);
-    inet_pton(AF_INET, address.c_str(), &result.sin_addr);
-    return result;
 }
 
 static UniqueFd ConnectTo(const std::string &address, std::uint16_t port)
