@@ -129,12 +129,12 @@ bool Store(PanelParameters *panel, std::uint32_t id, std::uint32_t value)
 template <typename Test> unsigned SearchLargest(const Test &passes)
 {
     unsigned low = 1;
-    unsigned high = kMostLuminance;
-    unsigned middle = kMostLuminance / 2;
+    unsigned high = kMaxLuminance;
+    unsigned middle = kMaxLuminance / 2;
     for (;;) {
         if (passes(middle)) {
-            if (middle == kMostLuminance)
-                return kMostLuminance;
+            if (middle == kMaxLuminance)
+                return kMaxLuminance;
             low = middle + 1;
             if (low == high)
                 return passes(high) ? high : middle;

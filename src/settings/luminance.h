@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <optional>
 
-constexpr unsigned kMostLuminance = 1000;
+constexpr unsigned kMaxLuminance = 1000;
 
 // Refresh rate in hertz by the driver chips' family. MBI504X: 0 for an index beyond its table of clocks.
 int NormalCalRefreshRate(int t, int w, int h, int s, int n, int m, int g);

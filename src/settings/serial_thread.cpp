@@ -2,16 +2,16 @@
 #include "settings/serial_thread.h"
 
 #include "base/diag.h"
-#include "base/shell.h"
 #include "base/threads.h"
+#include "records/session_records.h"
 #include "sessions/client_session.h"
+#include "settings/luminance.h"
 #include "settings/serial_signals.h"
-#include "settings/setting_commands.h"
-#include "settings/setting_lock.h"
+#include "settings/setting_answer.h"
+#include "settings/setting_copies.h"
 #include "state/services.h"
 
-#include <cerrno>
-#include <cstring>
+#include <cstdio>
 
 namespace
 {
@@ -20,17 +20,17 @@ constexpr char kUnit[] = "src/serial_thread";
 constexpr int kLogInLine = 2065;
 constexpr int kLogOutLine = 2072;
 
+// A client of the port only blocks the port; a session blocks the work loop.
 constexpr SendPatience kPortPatience{.limit = std::chrono::seconds(5), .renewed = true};
 constexpr SendPatience kSessionPatience{.limit = std::chrono::seconds(2), .renewed = false};
 
-// The packet that a session's frame holds, nothing when the two lengths do not fit.
+// The packet in a session's frame; nothing if the two lengths do not fit.
 std::optional<wire::Bytes> PacketOf(const SocketSession &session)
 {
-    const wire::Bytes held = wire::BytesAt(session.buff, static_cast<std::size_t>(session.remain));
-    const auto frame = wire::Read<wire::FrameHeader>(held);
-    if (!frame || frame->length < sizeof *frame || frame->length > held.size())
+    const std::optional<wire::Bytes> framed = FramedPacket(session);
+    if (!framed)
         return std::nullopt;
-    const wire::Bytes bytes = held.first(frame->length).subspan(sizeof *frame);
+    const wire::Bytes bytes = framed->subspan(sizeof(wire::FrameHeader));
     const auto header = wire::Read<wire::SettingHeader>(bytes);
     if (!header || header->length == 0 || header->length >= bytes.size())
         return std::nullopt;
@@ -38,8 +38,6 @@ std::optional<wire::Bytes> PacketOf(const SocketSession &session)
 }
 
 } // namespace
-
-KSerialThread::KSerialThread() : serial(KSerial::GetInstance()) {}
 
 void KSerialThread::set_serial_name(const char *name)
 {
@@ -49,18 +47,20 @@ void KSerialThread::set_serial_name(const char *name)
 bool KSerialThread::Init()
 {
     InstallSignals();
-    const SettingLock lock;
-    if (!serial->Open(serialName_.c_str())) {
-        std::fprintf(stderr, "open serial fail.\n");
+    if (!StartLine())
         return false;
-    }
-    if (serial->SetCommConfig(115200, 8, 'n', 1) == -1)
-        return false;
-    serial->SetFlag(true);
-    LoadCaches();
-    SendSettings();
     std::printf("serial_thread init success.\n");
     port_.SocketInit();
+    return true;
+}
+
+bool KSerialThread::StartLine()
+{
+    const SettingLock lock;
+    if (!parts_.fpga.Open(lock, serialName_.c_str()))
+        return false;
+    parts_.parameters.LoadCaches(lock);
+    parts_.parameters.SendAll(lock);
     return true;
 }
 
@@ -80,11 +80,16 @@ void KSerialThread::Serve()
     });
 }
 
+void KSerialThread::run()
+{
+    port_.Run();
+}
+
 int KSerialThread::LogIn()
 {
     Diag(kUnit, "LogIn", kLogInLine, "%s", "");
     const SettingLock lock;
-    debugFlag = false;
+    parts_.debugFlag = false;
     return 0;
 }
 
@@ -96,15 +101,20 @@ int KSerialThread::LogOut()
     return 0;
 }
 
+void KSerialThread::SessionEnds(const SocketSession *session)
+{
+    AbandonTransfers(session);
+}
+
 int KSerialThread::DisposePacket(SocketSession *session)
 {
-    const std::optional<wire::Bytes> bytes = PacketOf(*session);
-    if (!bytes) {
+    const std::optional<wire::Bytes> packet = PacketOf(*session);
+    if (!packet) {
         Diag(kUnit, __func__, __LINE__, "packet does not fit its frame, dropped.");
         return 0;
     }
     SettingAnswer answer;
-    const int result = Handle(session, *bytes, &answer);
+    const int result = Handle(session, *packet, &answer);
     if (!Deliver(&answer, session->fd, kSessionPatience)) {
         Diag(kUnit, __func__, __LINE__, "session does not take its answer, closed.");
         session->connectFlag = 0;
@@ -112,15 +122,10 @@ int KSerialThread::DisposePacket(SocketSession *session)
     return result;
 }
 
-void KSerialThread::run()
-{
-    port_.Run();
-}
-
 void KSerialThread::ClientCame()
 {
     const SettingLock lock;
-    debugFlag = false;
+    parts_.debugFlag = false;
 }
 
 void KSerialThread::ClientSilent()
@@ -135,53 +140,28 @@ void KSerialThread::ClientVanished()
 
 void KSerialThread::ClientLeft()
 {
-    CloseTransfers(this);
+    AbandonTransfers(this);
     ProbeUnlessDebugging();
 }
 
-int KSerialThread::DisposePacket(int fd, wire::Bytes bytes)
+int KSerialThread::DisposePacket(int fd, wire::Bytes packet)
 {
     SettingAnswer answer;
-    const int result = Handle(this, bytes, &answer);
+    const int result = Handle(this, packet, &answer);
     return Deliver(&answer, fd, kPortPatience) ? result : 0;
 }
 
-int KSerialThread::Handle(Client client, wire::Bytes bytes, SettingAnswer *answer)
+int KSerialThread::Handle(SettingClient client, wire::Bytes packet, SettingAnswer *answer)
 {
     const SettingLock lock;
-    packet.fill(std::byte{0});
-    std::memcpy(packet.data(), bytes.data(), bytes.size());
-    switch (std::to_integer<std::uint8_t>(packet[1])) {
-    case wire::kPacketCommand:
-        return HandleCommand(client, answer);
-    case wire::kPacketFrame:
-        return HandleFrame();
-    case wire::kPacketData:
-        return HandleData();
-    default:
-        return 0;
-    }
+    return HandleSettingPacket(lock, &parts_, client, packet, answer);
 }
 
-int KSerialThread::HandleCommand(Client client, SettingAnswer *answer)
-{
-    const std::uint32_t code = wire::Read<wire::SettingCommand>(packet)->code;
-    std::printf("serial type cmd. data: %d.\n", static_cast<int>(code));
-    return Commands(this, client, answer).Run(code);
-}
-
-void KSerialThread::SessionEnds(const SocketSession *session)
-{
-    CloseTransfers(session);
-}
-
-void KSerialThread::CloseTransfers(Client client)
+void KSerialThread::AbandonTransfers(SettingClient client)
 {
     const SettingLock lock;
-    for (Transfer *const transfer : {&luminanceFile, &bootScreenFile}) {
-        if (transfer->client == client)
-            *transfer = {};
-    }
+    parts_.luminanceFile.Abandon(lock, client);
+    parts_.bootScreenFile.Abandon(lock, client);
 }
 
 void KSerialThread::ProbeUnlessDebugging()
@@ -189,16 +169,78 @@ void KSerialThread::ProbeUnlessDebugging()
     bool debugging = false;
     {
         const SettingLock lock;
-        debugging = debugFlag;
+        debugging = parts_.debugFlag;
     }
     if (!debugging)
         ProbePlayer();
 }
 
-void KSerialThread::ProbePlayer()
+int KSerialThread::WriteSettingToSerial()
 {
-    constexpr std::size_t kMostOfAnswer = 29;
-    ReadShell("pidof plexa", kMostOfAnswer);
+    const SettingLock lock;
+    return parts_.parameters.SendAll(lock);
+}
+
+void KSerialThread::WriteSerial(unsigned id, unsigned value)
+{
+    const SettingLock lock;
+    parts_.parameters.Write(lock, id, value);
+}
+
+void KSerialThread::RTSaveSerialPara(unsigned id, unsigned value)
+{
+    const SettingLock lock;
+    parts_.parameters.Save(lock, id, value);
+}
+
+int KSerialThread::WriteFPGAState(unsigned code, unsigned value)
+{
+    const SettingLock lock;
+    return parts_.fpga.Send(lock, code, value);
+}
+
+void KSerialThread::WriteCloseSmartSetting()
+{
+    constexpr FrameTrace kTrace = {"serial writed: ", "%2x "};
+    const SettingLock lock;
+    parts_.fpga.SendTraced(lock, MakeFpgaFrame(kControlOpen, 0), kTrace);
+}
+
+void KSerialThread::TakePlayerCopy()
+{
+    const SettingLock lock;
+    TakePlayerSettings(lock);
+}
+
+unsigned KSerialThread::GetScreenSize()
+{
+    const SettingLock lock;
+    return FindSetting(lock, wire::kIdScreenSize).value_or(0);
+}
+
+unsigned KSerialThread::GetLuminance()
+{
+    const SettingLock lock;
+    parts_.parameters.LoadCaches(lock);
+    return parts_.parameters.MaxLuminance(lock);
+}
+
+unsigned KSerialThread::ComputeMaxLuminance()
+{
+    const SettingLock lock;
+    return ComputeLuminanceOfFile(lock);
+}
+
+bool KSerialThread::ComputeRefresh(unsigned t, unsigned w, unsigned h, unsigned s, unsigned n, unsigned m,
+                                   unsigned g, unsigned k, unsigned f) const
+{
+    return RefreshPasses(FpgaFamily(), t, w, h, s, n, m, g, k, f);
+}
+
+bool KSerialThread::ComputeRefresh(unsigned t, unsigned w, unsigned h, unsigned s, unsigned n,
+                                   unsigned m) const
+{
+    return RefreshPasses(t, w, h, s, n, m);
 }
 
 void KSerialThread::PaintSlantInit()

@@ -6,33 +6,47 @@
 #include "base/shell.h"
 #include "player/server_witch_plexa.h"
 #include "settings/reboot_ploy.h"
+#include "settings/setting_answer.h"
 #include "settings/setting_copies.h"
+#include "settings/setting_packet.h"
 #include "state/device_record.h"
 #include "state/setting_file.h"
 
 #include <QDateTime>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <string>
 
 namespace
 {
 
 constexpr char kUnit[] = "src/serial_thread";
-constexpr std::size_t kArgumentOffset = sizeof(wire::SettingCommand);
-constexpr std::size_t kCommandRest = kArgumentOffset - 1; // of the length byte's count
 
-wire::SettingCommand MakeCommand(std::uint32_t code, std::size_t size)
+// A packet that is being handled.
+struct Request {
+    const SettingLock &lock;
+    SettingParts &parts;
+    SettingClient client;
+    const SettingPacket &packet;
+    SettingAnswer &answer;
+};
+
+void Acknowledge(const Request &request)
 {
-    return {.header = {.length = static_cast<std::uint8_t>(size - 1), .type = wire::kPacketCommand},
-            .code = code};
+    request.answer.Reply(MakeSettingCommand(request.packet.Code(), sizeof(wire::SettingCommand)));
 }
 
-// Records of the working copy with one of these ids, as they follow one another behind the header, into the
-// slots of a list. False when there is no working copy (errno).
+// Fills the slots of a list, but for the last, with those records of the working copy that have one of these
+// ids, in the order of the file. Unused slots are full of kEmptySlotByte. False if the working copy cannot be
+// opened (errno).
 template <std::size_t Slots, std::size_t Ids>
-bool FillList(std::array<wire::SettingRecord, Slots> *list, const std::array<std::uint32_t, Ids> &ids)
+bool FillList(const SettingLock &, std::array<wire::SettingRecord, Slots> *list,
+              const std::array<std::uint32_t, Ids> &ids)
 {
     std::memset(list->data(), wire::kEmptySlotByte, sizeof *list);
     const FilePointer file = OpenFile(paths::kSetting, "rb");
@@ -63,259 +77,367 @@ void StoreWhole(const char *path, wire::Bytes bytes)
         DiagErrno(kUnit, "DisposePacket", __LINE__, "write %s: ", path);
 }
 
-} // namespace
-
-const std::array<KSerialThread::Commands::Row, 29> KSerialThread::Commands::kRows = {{
-    {wire::kSettingEnd, "cmd: end.\n", &Commands::End},
-    {wire::kSettingStart, "cmd: start.\n", &Commands::Start},
-    {wire::kSettingRtsOpen, "cmd: rts open.\n", &Commands::RtsOpen},
-    {wire::kSettingRtsClose, "cmd: rts close.\n", &Commands::RtsClose},
-    {wire::kSettingReadRefresh, "cmd: read rr.\n", &Commands::ReadRefresh},
-    {wire::kSettingSave, "cmd: ss save.\n", &Commands::Save},
-    {wire::kSettingCopyOver, "cmd: hs save.\n", &Commands::CopyOver},
-    {wire::kSettingNotSave, "cmd: not save.\n", &Commands::NotSave},
-    {wire::kSettingReadScreen, "cmd: ss rb.\n", &Commands::ReadScreen},
-    {wire::kSettingReadFile, "cmd: hs rb.\n", &Commands::ReadFile},
-    {wire::kSettingSendToFpga, "cmd: deacidize.\n", &Commands::SendToFpga},
-    {wire::kSettingName, nullptr, &Commands::Name},
-    {wire::kSettingSetClock, nullptr, &Commands::SetClock},
-    {wire::kSettingBrightness, nullptr, &Commands::Brightness},
-    {wire::kSettingLuminanceFile, nullptr, &Commands::LuminanceFile},
-    {wire::kSettingGetClock, "get time start.\n", &Commands::GetClock},
-    {wire::kSettingDebug, "execl(\"/home/root/plexa/start_debug.sh\", 0, 0, environ)\n", &Commands::Debug},
-    {wire::kSettingBootScreen, nullptr, &Commands::BootScreen},
-    {wire::kSettingClearBootScreen, "rm /boot/disp.bin\n", &Commands::ClearBootScreen},
-    {wire::kSettingIdentity, nullptr, &Commands::Identity},
-    {wire::kSettingUnused, nullptr, &Commands::Refuse},
-    {wire::kSettingSlantLine, nullptr, &Commands::SlantLine},
-    {wire::kSettingProbePlayer, nullptr, &Commands::Probe},
-    {wire::kSettingTakePlayerCopy, nullptr, &Commands::TakePlayerCopy},
-    {wire::kSettingReadLuminance, "\n\n----------------------------------------get light file.\n",
-     &Commands::ReadLuminance},
-    {wire::kSettingSmartOff, nullptr, &Commands::SmartOff},
-    {wire::kSettingSmartOn, nullptr, &Commands::SmartOn},
-    {wire::kSettingReadPloy, nullptr, &Commands::ReadPloy},
-    {wire::kSettingWritePloy, nullptr, &Commands::WritePloy},
-}};
-
-KSerialThread::Commands::Commands(KSerialThread *service, Client client, SettingAnswer *answer)
-    : service_(service), client_(client), answer_(answer)
+int End(const Request &request)
 {
-}
-
-int KSerialThread::Commands::Run(std::uint32_t code)
-{
-    if (code >= kRows.size())
-        return 0;
-    code_ = code;
-    const Row &row = kRows[code];
-    if (row.log != nullptr)
-        std::fputs(row.log, stdout);
-    return (this->*row.handler)();
-}
-
-wire::Bytes KSerialThread::Commands::Argument() const
-{
-    const auto length = std::to_integer<std::size_t>(service_->packet[0]);
-    return wire::Bytes(service_->packet)
-        .subspan(kArgumentOffset, length < kCommandRest ? 0 : length - kCommandRest);
-}
-
-const char *KSerialThread::Commands::ArgumentText() const
-{
-    return reinterpret_cast<const char *>(service_->packet.data() + kArgumentOffset);
-}
-
-std::uint32_t KSerialThread::Commands::ArgumentWord() const
-{
-    return *wire::Read<wire::U32>(service_->packet, kArgumentOffset);
-}
-
-void KSerialThread::Commands::Acknowledge()
-{
-    answer_->Reply(MakeCommand(code_, sizeof(wire::SettingCommand)));
-}
-
-int KSerialThread::Commands::End()
-{
-    service_->CloseStaging();
-    answer_->shutdown = true;
+    request.parts.staging.Close(request.lock);
+    request.answer.shutdown = true;
     return 0;
 }
 
-int KSerialThread::Commands::RtsOpen()
+int Start(const Request &request)
 {
-    service_->rtsFlag = true;
+    return request.parts.staging.Begin(request.lock) ? 1 : 0;
+}
+
+int NotSave(const Request &request)
+{
+    request.parts.staging.Close(request.lock);
     return 1;
 }
 
-int KSerialThread::Commands::RtsClose()
+int SendToFpga(const Request &request)
 {
-    service_->rtsFlag = false;
+    request.parts.staging.Reopen(request.lock);
+    request.parts.parameters.SendAll(request.lock);
+    return 1;
+}
+
+void WorkingCopyChanged(const Request &request)
+{
+    RewriteBootCopy(request.lock, true);
+    RefreshScreenSize();
+}
+
+// The last steps of both ways to save.
+void StageAgain(const Request &request)
+{
+    request.parts.staging.Reopen(request.lock);
+    request.parts.parameters.LoadCaches(request.lock);
+    RunShell("sync");
+}
+
+int Save(const Request &request)
+{
+    if (!request.parts.staging.Close(request.lock))
+        return 0;
+    request.parts.staging.MoveToWorkingCopy(request.lock);
+    WorkingCopyChanged(request);
+    StageAgain(request);
+    return 1;
+}
+
+int CopyOver(const Request &request)
+{
+    if (!request.parts.staging.Close(request.lock))
+        return 0;
+    const SettingStaging::CopyResult copy = request.parts.staging.CopyToWorkingCopy(request.lock);
+    if (copy.opened)
+        WorkingCopyChanged(request);
+    StageAgain(request);
+    return copy.stored ? 1 : 0;
+}
+
+int LuminanceFile(const Request &request)
+{
+    return request.parts.luminanceFile.Receive(request.lock, request.client, request.packet.Argument(),
+                                               &request.answer);
+}
+
+int BootScreen(const Request &request)
+{
+    return request.parts.bootScreenFile.Receive(request.lock, request.client, request.packet.Argument(),
+                                                &request.answer);
+}
+
+int ReadLuminance(const Request &request)
+{
+    AnswerLuminanceFile(request.lock, &request.answer);
+    return 1;
+}
+
+int RtsOpen(const Request &request)
+{
+    request.parts.rtsFlag = true;
+    return 1;
+}
+
+int RtsClose(const Request &request)
+{
+    request.parts.rtsFlag = false;
     RefreshScreenSize();
     return 1;
 }
 
-int KSerialThread::Commands::ReadRefresh()
+int ReadRefresh(const Request &request)
 {
     constexpr std::array<std::uint32_t, 5> kIds = {3, 4, 12, 14, 18};
     std::array<wire::SettingRecord, wire::kRefreshListSlots> list;
-    if (!FillList(&list, kIds))
+    if (!FillList(request.lock, &list, kIds))
         std::printf("open setting.ss fail: %s.\n", std::strerror(errno));
-    answer_->Reply(list);
-    answer_->after = [](std::size_t) { std::printf("read rr send finish.\n"); };
+    request.answer.Reply(list);
+    request.answer.after = [](std::size_t) { std::printf("read rr send finish.\n"); };
     return 1;
 }
 
-int KSerialThread::Commands::ReadScreen()
+int ReadScreen(const Request &request)
 {
     constexpr std::array<std::uint32_t, 9> kIds = {3, 9, 11, 12, 18, 26, 27, 254, 255};
     std::array<wire::SettingRecord, wire::kScreenListSlots> list;
-    if (FillList(&list, kIds)) {
-        service_->SetBrightness(static_cast<std::uint8_t>(service_->brightnessPercent));
-        list.back() = {.id = wire::kIdBrightnessPercent, .value = service_->brightnessPercent};
+    if (FillList(request.lock, &list, kIds)) {
+        list.back() = {.id = wire::kIdBrightnessPercent,
+                       .value = request.parts.parameters.BrightnessPercent(request.lock)};
     }
-    answer_->Reply(list);
+    request.answer.Reply(list);
     return 1;
 }
 
-int KSerialThread::Commands::ReadFile()
+int ReadFile(const Request &request)
 {
-    answer_->file = OpenFile(paths::kSetting, "rb");
-    if (answer_->file) {
-        answer_->Reply(
-            wire::SettingRecord{.id = wire::kIdBrightnessPercent, .value = service_->brightnessPercent});
-        std::printf("luminance per: %d.\n", static_cast<int>(service_->brightnessPercent));
+    request.answer.file = OpenFile(paths::kSetting, "rb");
+    if (request.answer.file) {
+        const std::uint32_t percent = request.parts.parameters.BrightnessPercent(request.lock);
+        request.answer.Reply(wire::SettingRecord{.id = wire::kIdBrightnessPercent, .value = percent});
+        std::printf("luminance per: %d.\n", static_cast<int>(percent));
     }
-    answer_->blockSize = sizeof(wire::SettingRecord);
-    answer_->shortLog = "send setting.ss file fail.";
-    answer_->tail.assign(sizeof(wire::SettingRecord), '\0');
-    answer_->after = [](std::size_t fileBytes) {
+    request.answer.blockSize = sizeof(wire::SettingRecord);
+    request.answer.shortLog = "send setting.ss file fail.";
+    request.answer.tail.assign(sizeof(wire::SettingRecord), '\0');
+    request.answer.after = [](std::size_t fileBytes) {
         std::printf("sends size: %d\n", static_cast<int>(fileBytes + sizeof(wire::SettingRecord)));
     };
     return 1;
 }
 
-int KSerialThread::Commands::Name()
+int Name(const Request &request)
 {
-    g_device.setDeviceName(ArgumentText());
-    StoreWhole(paths::kDeviceName, wire::BytesAt(ArgumentText(), std::strlen(ArgumentText())));
+    const char *const name = request.packet.ArgumentText();
+    g_device.setDeviceName(name);
+    StoreWhole(paths::kDeviceName, wire::BytesAt(name, std::strlen(name)));
     return 1;
 }
 
-int KSerialThread::Commands::SetClock()
+int SetClock(const Request &request)
 {
-    const std::string time = LocalTime(*wire::Read<wire::I64>(service_->packet, kArgumentOffset));
-    answer_->before = [time] {
+    const std::string time = LocalTime(request.packet.ArgumentAs<wire::I64>());
+    request.answer.before = [time] {
         if (time.empty())
             return;
         const std::string command = "date -s \"" + time + "\"; hwclock -w;";
         std::printf("system(%s).\n", command.c_str());
         RunShell(command);
     };
-    Acknowledge();
-    answer_->after = [](std::size_t) { ReloadRebootPloy(); };
+    Acknowledge(request);
+    request.answer.after = [](std::size_t) { ReloadRebootPloy(); };
     return 1;
 }
 
-int KSerialThread::Commands::Brightness()
+int Brightness(const Request &request)
 {
-    service_->SetBrightness(static_cast<std::uint8_t>(ArgumentWord()));
-    service_->SendBrightness();
+    request.parts.parameters.SetBrightness(request.lock, request.packet.ArgumentAs<wire::U8>());
     RefreshScreenSize();
     return 1;
 }
 
-int KSerialThread::Commands::GetClock()
+int GetClock(const Request &request)
 {
-    const wire::SettingTime reply{.command = MakeCommand(code_, sizeof(wire::SettingTime)),
+    const wire::SettingTime reply{.command =
+                                      MakeSettingCommand(request.packet.Code(), sizeof(wire::SettingTime)),
                                   .milliseconds = QDateTime::currentMSecsSinceEpoch()};
-    answer_->Reply(reply);
-    answer_->after = [](std::size_t) { std::printf("send size: %d.\n", static_cast<int>(sizeof reply)); };
+    request.answer.Reply(reply);
+    request.answer.after = [](std::size_t) {
+        std::printf("send size: %d.\n", static_cast<int>(sizeof reply));
+    };
     return 1;
 }
 
-int KSerialThread::Commands::Debug()
+int Debug(const Request &request)
 {
-    service_->debugFlag = true;
-    Acknowledge();
+    request.parts.debugFlag = true;
+    Acknowledge(request);
     return 0;
 }
 
-int KSerialThread::Commands::ClearBootScreen()
+int ClearBootScreen(const Request &request)
 {
     RunShell("rm /boot/disp.bin");
     g_device.setBootScreenFlag(0);
-    Acknowledge();
+    Acknowledge(request);
     return 1;
 }
 
-int KSerialThread::Commands::Identity()
+int Identity(const Request &request)
 {
-    const wire::Bytes identity = Argument();
+    const wire::Bytes identity = request.packet.Argument();
     if (identity.empty())
         return 1;
     StoreWhole(paths::kDeviceId, identity);
-    g_device.setID(ArgumentText());
+    g_device.setID(request.packet.ArgumentText());
     return 1;
 }
 
-int KSerialThread::Commands::Refuse()
+int Refuse(const Request &)
 {
     return 0;
 }
 
-int KSerialThread::Commands::SlantLine()
+int SlantLine(const Request &request)
 {
-    const std::uint32_t on = ArgumentWord();
+    const std::uint32_t on = request.packet.ArgumentAs<wire::U32>();
     if (on <= 1)
-        answer_->before = [on] { PaintSlantLine(on == 1); };
+        request.answer.before = [on] { PaintSlantLine(on == 1); };
     return 1;
 }
 
-int KSerialThread::Commands::Probe()
+int Probe(const Request &request)
 {
-    answer_->before = ProbePlayer;
+    request.answer.before = ProbePlayer;
     return 1;
 }
 
-int KSerialThread::Commands::TakePlayerCopy()
+int TakePlayerCopy(const Request &request)
 {
-    service_->CopyFromPlayer();
+    TakePlayerSettings(request.lock);
     RefreshScreenSize();
-    service_->SendSettings();
+    request.parts.parameters.SendAll(request.lock);
     return 1;
 }
 
-int KSerialThread::Commands::SmartOff()
+int SmartOff(const Request &request)
 {
-    answer_->before = [] { SmartSettingFlag(false); };
+    request.answer.before = [] { SmartSettingFlag(false); };
     return 1;
 }
 
-int KSerialThread::Commands::SmartOn()
+int SmartOn(const Request &request)
 {
-    answer_->before = [] { SmartSettingFlag(true); };
+    request.answer.before = [] { SmartSettingFlag(true); };
     return 1;
 }
 
-int KSerialThread::Commands::ReadPloy()
+int ReadPloy(const Request &request)
 {
     constexpr int kLogLine = 1745;
     std::printf("%s::%d get reboot ploy.\n", "DisposePacket", kLogLine);
-    wire::RebootPloyReply reply{.command = MakeCommand(code_, sizeof(wire::RebootPloyReply)), .ploy = {}};
+    wire::RebootPloyReply reply{.command =
+                                    MakeSettingCommand(request.packet.Code(), sizeof(wire::RebootPloyReply)),
+                                .ploy = {}};
     const auto content = ReadFileStart(paths::kRebootPloy, sizeof reply.ploy);
     if (content)
         std::memcpy(&reply.ploy, content->data(), content->size());
-    answer_->Reply(reply);
+    request.answer.Reply(reply);
     return 1;
 }
 
-int KSerialThread::Commands::WritePloy()
+int WritePloy(const Request &request)
 {
-    StoreWhole(paths::kRebootPloy,
-               wire::Bytes(service_->packet).subspan(kArgumentOffset, sizeof(wire::RebootPloy)));
-    answer_->before = ReloadRebootPloy;
-    Acknowledge();
+    StoreWhole(paths::kRebootPloy, wire::BytesOf(request.packet.ArgumentAs<wire::RebootPloy>()));
+    request.answer.before = ReloadRebootPloy;
+    Acknowledge(request);
     return 1;
+}
+
+struct Command {
+    std::uint32_t code;
+    const char *log;                        // printed first; NULL: nothing
+    int (*handler)(const Request &request); // non-zero to go on, 0 to end the connection
+};
+
+constexpr Command kCommands[] = {
+    {wire::kSettingEnd, "cmd: end.\n", End},
+    {wire::kSettingStart, "cmd: start.\n", Start},
+    {wire::kSettingRtsOpen, "cmd: rts open.\n", RtsOpen},
+    {wire::kSettingRtsClose, "cmd: rts close.\n", RtsClose},
+    {wire::kSettingReadRefresh, "cmd: read rr.\n", ReadRefresh},
+    {wire::kSettingSave, "cmd: ss save.\n", Save},
+    {wire::kSettingCopyOver, "cmd: hs save.\n", CopyOver},
+    {wire::kSettingNotSave, "cmd: not save.\n", NotSave},
+    {wire::kSettingReadScreen, "cmd: ss rb.\n", ReadScreen},
+    {wire::kSettingReadFile, "cmd: hs rb.\n", ReadFile},
+    {wire::kSettingSendToFpga, "cmd: deacidize.\n", SendToFpga},
+    {wire::kSettingName, nullptr, Name},
+    {wire::kSettingSetClock, nullptr, SetClock},
+    {wire::kSettingBrightness, nullptr, Brightness},
+    {wire::kSettingLuminanceFile, nullptr, LuminanceFile},
+    {wire::kSettingGetClock, "get time start.\n", GetClock},
+    {wire::kSettingDebug, "execl(\"/home/root/plexa/start_debug.sh\", 0, 0, environ)\n", Debug},
+    {wire::kSettingBootScreen, nullptr, BootScreen},
+    {wire::kSettingClearBootScreen, "rm /boot/disp.bin\n", ClearBootScreen},
+    {wire::kSettingIdentity, nullptr, Identity},
+    {wire::kSettingUnused, nullptr, Refuse},
+    {wire::kSettingSlantLine, nullptr, SlantLine},
+    {wire::kSettingProbePlayer, nullptr, Probe},
+    {wire::kSettingTakePlayerCopy, nullptr, TakePlayerCopy},
+    {wire::kSettingReadLuminance, "\n\n----------------------------------------get light file.\n",
+     ReadLuminance},
+    {wire::kSettingSmartOff, nullptr, SmartOff},
+    {wire::kSettingSmartOn, nullptr, SmartOn},
+    {wire::kSettingReadPloy, nullptr, ReadPloy},
+    {wire::kSettingWritePloy, nullptr, WritePloy},
+};
+
+constexpr bool AreInOrder()
+{
+    std::uint32_t code = 0;
+    return std::all_of(std::begin(kCommands), std::end(kCommands),
+                       [&code](const Command &command) { return command.code == code++; });
+}
+static_assert(AreInOrder(), "a command stands at the place of its code");
+
+int HandleCommand(const Request &request)
+{
+    const std::uint32_t code = request.packet.Code();
+    std::printf("serial type cmd. data: %d.\n", static_cast<int>(code));
+    if (code >= std::size(kCommands))
+        return 0;
+    const Command &command = kCommands[code];
+    if (command.log != nullptr)
+        std::fputs(command.log, stdout);
+    return command.handler(request);
+}
+
+int HandleFrame(const Request &request)
+{
+    constexpr std::size_t kFrameLength = 1 + sizeof(wire::FpgaFrame);
+    constexpr FrameTrace kTrace = {"serial writed: ", "%x "};
+    if (request.packet.Length() != kFrameLength) {
+        std::printf("cmd: serial cmd, lengths error: %d.\n", static_cast<int>(request.packet.Length()));
+        return 0;
+    }
+    // It is sent as it came: nobody checks its first and its last byte.
+    const auto frame = *wire::Read<wire::FpgaFrame>(request.packet.Payload());
+    request.parts.fpga.SendTraced(request.lock, frame, kTrace);
+    if (frame.command == wire::kIdModelType)
+        g_device.setModelType(static_cast<std::int32_t>(frame.value));
+    if (request.parts.rtsFlag)
+        request.parts.parameters.Save(request.lock, frame.command, frame.value);
+    return 1;
+}
+
+} // namespace
+
+int HandleSettingPacket(const SettingLock &lock, SettingParts *parts, SettingClient client, wire::Bytes bytes,
+                        SettingAnswer *answer)
+{
+    const SettingPacket packet(bytes);
+    const Request request{.lock = lock,
+                          .parts = *parts,
+                          .client = client,
+                          .packet = packet,
+                          .answer = *answer};
+    switch (packet.Type()) {
+    case wire::kPacketCommand:
+        return HandleCommand(request);
+    case wire::kPacketFrame:
+        return HandleFrame(request);
+    case wire::kPacketData:
+        return parts->staging.Append(lock, packet.Payload()) ? 1 : 0;
+    default:
+        return 0;
+    }
+}
+
+void ProbePlayer()
+{
+    constexpr std::size_t kMaxAnswer = 29;
+    ReadShell("pidof plexa", kMaxAnswer);
 }

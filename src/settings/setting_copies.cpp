@@ -2,10 +2,10 @@
 #include "settings/setting_copies.h"
 
 #include "base/diag.h"
+#include "base/files.h"
 #include "base/paths.h"
 #include "base/shell.h"
 #include "settings/luminance.h"
-#include "settings/setting_lock.h"
 #include "state/device_record.h"
 #include "state/setting_file.h"
 
@@ -25,7 +25,7 @@ wire::SettingRecord AsBooted(wire::SettingRecord record, std::uint32_t bootLumin
 
 void CopyRecords(std::FILE *working, std::uint32_t bootLuminance)
 {
-    // The old boot copy is given up only for a working copy that holds something.
+    // A working copy that a power cut left empty must not replace the boot copy.
     std::optional<wire::SettingRecord> record = ReadSetting(working);
     if (!record)
         return;
@@ -44,7 +44,7 @@ void CopyRecords(std::FILE *working, std::uint32_t bootLuminance)
 
 } // namespace
 
-std::optional<std::uint32_t> FindSetting(std::uint32_t id)
+std::optional<std::uint32_t> FindSetting(const SettingLock &, std::uint32_t id)
 {
     const FilePointer file = OpenFile(paths::kSetting, "rb");
     if (!file)
@@ -62,19 +62,19 @@ unsigned FpgaFamily()
     return (static_cast<std::uint32_t>(g_device.Copy().fpga) >> kFamilyShift) & 0xFF;
 }
 
-unsigned ComputeLuminanceOfFile()
+unsigned ComputeLuminanceOfFile(const SettingLock &)
 {
     const FilePointer file = OpenFile(paths::kSetting, "rb");
     const auto panel = file ? ReadPanel(file.get()) : std::nullopt;
     return panel ? LargestLuminance(*panel, FpgaFamily()) : 0;
 }
 
-void RewriteBootCopy(bool computed)
+void RewriteBootCopy(const SettingLock &lock, bool computed)
 {
     // QUIRK boot-at-maximum: the board boots at the highest luminance with parameter 11 off, whatever is in
     // use; an equal copy would be expected.
     const std::uint32_t bootLuminance =
-        computed ? ComputeLuminanceOfFile() : FindSetting(wire::kIdMaxLuminance).value_or(1);
+        computed ? ComputeLuminanceOfFile(lock) : FindSetting(lock, wire::kIdMaxLuminance).value_or(1);
     if (const FilePointer working = OpenFile(paths::kSetting, "rb"))
         CopyRecords(working.get(), bootLuminance);
     RunShell("sync");
@@ -83,7 +83,7 @@ void RewriteBootCopy(bool computed)
 void CopySettingToBoot(bool computed)
 {
     const SettingLock lock;
-    RewriteBootCopy(computed);
+    RewriteBootCopy(lock, computed);
 }
 
 void RefreshScreenSize()
@@ -94,8 +94,9 @@ void RefreshScreenSize()
     g_device.setScreenSize(static_cast<std::int32_t>(size.width), static_cast<std::int32_t>(size.height));
 }
 
-void RunAndSync(const char *command, const char *path)
+void TakePlayerSettings(const SettingLock &lock)
 {
-    RunShell(command);
-    SyncFile(path);
+    RunShell("cp /home/root/setting.ss /home/root/plexa_data/setting.ss");
+    SyncFile(paths::kSetting);
+    RewriteBootCopy(lock, true);
 }
