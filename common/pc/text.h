@@ -13,13 +13,6 @@
 namespace ledboard
 {
 
-// The characters before the first zero of a field that need not end in one.
-template <std::size_t N> std::string_view UntilZero(const char (&field)[N])
-{
-    const std::string_view whole(field, N);
-    return whole.substr(0, whole.find('\0'));
-}
-
 // Valid UTF-8: each byte that is none becomes U+FFFD. Control characters stay.
 std::string ToUtf8(std::string_view bytes);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "discovery/board_selector.h"
 
+#include "common/address.h"
 #include "common/pc/tool_error.h"
 #include "example_board.h"
 
@@ -15,9 +16,9 @@ namespace
 Board MakeBoard(const char *id, const char *mac, const char *name, const char *address)
 {
     Board board = ExampleBoard();
-    Store(board.record.id, id);
-    Store(board.record.mac, mac);
-    Store(board.record.name, name);
+    SetFieldText(board.record.id, id);
+    SetFieldText(board.record.mac, mac);
+    SetFieldText(board.record.name, name);
     board.source.address = Address(address);
     return board;
 }
@@ -26,7 +27,7 @@ Board MakeBoard(const char *id, const char *mac, const char *name, const char *a
 std::string Selected(const std::string &text, const std::vector<Board> &boards)
 {
     try {
-        return FormatAddress(SelectBoard(ParseSelector(text), boards).source.address);
+        return Dotted(SelectBoard(ParseSelector(text), boards).source.address);
     } catch (const ToolError &error) {
         return StatusWord(error.Status());
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "discovery/board.h"
 
+#include "common/address.h"
 #include "example_board.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +31,7 @@ TEST(Board, AddressIsReadInTheOrderThatEqualsTheSource)
         board.record.ipaddr = static_cast<std::int32_t>(Address(row.stored).s_addr);
         board.source.address = Address(row.source);
         const RecordAddress decoded = DecodeRecordAddress(board.record, board.source.address);
-        EXPECT_EQ(FormatAddress(decoded.address), row.shown) << row.stored << " from " << row.source;
+        EXPECT_EQ(Dotted(decoded.address), row.shown) << row.stored << " from " << row.source;
         EXPECT_EQ(decoded.order, row.order) << row.stored << " from " << row.source;
     }
 }
@@ -51,7 +52,7 @@ TEST(Board, MacIsShownInTheUsualForm)
     };
     for (const auto &[stored, shown] : rows) {
         Board board = ExampleBoard();
-        Store(board.record.mac, stored);
+        SetFieldText(board.record.mac, stored);
         EXPECT_EQ(BoardMac(board.record), shown);
     }
 }
@@ -61,7 +62,7 @@ TEST(Board, OnlyAnswersToOurOwnQuestionsCount)
     wire::SearchReply reply{};
     reply.header.ph_data_crc = 77U;
     reply.answer.command = 15;
-    Store(reply.answer.info.record.id, "C1-0000000001");
+    SetFieldText(reply.answer.info.record.id, "C1-0000000001");
     const auto decode = [](const wire::SearchReply &r) { return DecodeSearchReply(wire::BytesOf(r), 77); };
     ASSERT_TRUE(decode(reply));
     EXPECT_EQ(BoardId(*decode(reply)), "C1-0000000001");
@@ -87,7 +88,7 @@ TEST(Board, OnlyAnswersToOurOwnQuestionsCount)
 TEST(Board, JsonTakesAnyBytesAndLeavesOutWhatIsNotKnown)
 {
     Board board = ExampleBoard();
-    Store(board.record.name, "\xFF\x1b[31m");
+    SetFieldText(board.record.name, "\xFF\x1b[31m");
     board.record.gwaddr = 0;
     board.record.plexa = 0;
     board.record.usb_size = -1; // 4 TiB less 1 KiB: the field is a count, whatever its type
@@ -116,7 +117,7 @@ TEST(Board, KeysTellBoardsApart)
     EXPECT_GT(BoardKey(one), BoardKey(other));
 
     Board bare = one;
-    Store(bare.record.mac, "");
+    SetFieldText(bare.record.mac, "");
     Board bareElsewhere = bare;
     bareElsewhere.source.address = Address("192.168.1.8");
     EXPECT_NE(BoardKey(bare), BoardKey(bareElsewhere));

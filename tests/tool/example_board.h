@@ -2,13 +2,10 @@
 // tests/tool/example_board.h: a board to vary: C1-0000000001 "Main gate" at 192.168.1.7.
 #pragma once
 
+#include "common/text_field.h"
 #include "discovery/board.h"
 
 #include <arpa/inet.h>
-
-#include <algorithm>
-#include <cstring>
-#include <string_view>
 
 namespace ledboard
 {
@@ -20,18 +17,12 @@ inline in_addr Address(const char *text)
     return address;
 }
 
-template <std::size_t N> void Store(char (&field)[N], std::string_view text)
-{
-    std::fill(std::begin(field), std::end(field), '\0');
-    std::copy_n(text.begin(), std::min(text.size(), N), field);
-}
-
 inline Board ExampleBoard()
 {
     Board board = {};
-    Store(board.record.id, "C1-0000000001");
-    Store(board.record.mac, " 2:fc: 0: 0: 0: 1");
-    Store(board.record.name, "Main gate");
+    SetFieldText(board.record.id, "C1-0000000001");
+    SetFieldText(board.record.mac, " 2:fc: 0: 0: 0: 1");
+    SetFieldText(board.record.name, "Main gate");
     board.record.ipaddr = static_cast<std::int32_t>(Address("192.168.1.7").s_addr);
     board.record.maskaddr = static_cast<std::int32_t>(0xFFFFFF00U);
     board.record.gwaddr = static_cast<std::int32_t>(0xC0A80101U);

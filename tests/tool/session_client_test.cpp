@@ -3,6 +3,7 @@
 // upgrading or broken.
 #include "sessions/session_client.h"
 
+#include "common/address.h"
 #include "common/pc/tool_error.h"
 #include "example_board.h"
 #include "sessions/keep_alive.h"
@@ -139,7 +140,7 @@ TEST(KeepAlive, SearchesAgainAndAgainFromTheSessionsAddress)
         EXPECT_EQ(recvfrom(board.Fd(), datagram, sizeof datagram, 0, reinterpret_cast<sockaddr *>(&from),
                            &size),
                   30);
-        EXPECT_EQ(FormatAddress(from.sin_addr), "127.0.0.5");
+        EXPECT_EQ(Dotted(from.sin_addr), "127.0.0.5");
     }
     EXPECT_GE(Clock::now() - began, milliseconds(3 * 50)); // not all at once
     EXPECT_THROW(KeepAlive(Address("127.0.0.5"), board.Where(), "none0"), ToolError);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "common/pc/text.h"
 
+#include "common/text_field.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -43,7 +45,7 @@ TEST(Text, BytesFromTheNetworkBecomeHarmless)
         EXPECT_EQ(ForTerminal(row.bytes), row.terminal);
     }
     const char field[4] = {'a', 'b', 'c', 'd'};
-    EXPECT_EQ(UntilZero(field), "abcd");
+    EXPECT_EQ(FieldText(field), "abcd");
 }
 
 TEST(Text, WidthsCountColumnsAndCutsKeepWholeCharacters)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "discovery/address_change.h"
 
+#include "common/address.h"
 #include "common/pc/tool_error.h"
 #include "discovery/discovery_socket.h"
 
@@ -198,7 +199,7 @@ void Exchange::Acknowledge()
     SendRequest();
     if (!AwaitEcho(Clock::now() + std::min(change_.limit, kEchoLimit)))
         throw ToolError(ExitStatus::kTimeout, "step 2 of 2: the change is applied, the board is at " +
-                                                  FormatAddress(BoardAddress(board_)) +
+                                                  Dotted(BoardAddress(board_)) +
                                                   ", but its acknowledgement did not come");
 }
 
@@ -219,7 +220,7 @@ Board Exchange::Run()
             return found;
         if (sign == Sign::kApplied || count > 0)
             throw ToolError(ExitStatus::kVerification, "the board acknowledged the change, but it is at " +
-                                                           FormatAddress(BoardAddress(found)) + ", " +
+                                                           Dotted(BoardAddress(found)) + ", " +
                                                            FormatMode(found));
         // An acknowledgement at once belongs to a pair that somebody else began: the next request is a first.
     }

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "discovery/board.h"
 
+#include "common/address.h"
 #include "common/pc/output.h"
 #include "common/pc/text.h"
+#include "common/text_field.h"
 
 #include <fmt/format.h>
 
@@ -46,7 +48,7 @@ std::uint32_t Unsigned(const wire::I32 &value)
 
 std::string FormatHostOrder(const wire::I32 &address)
 {
-    return FormatAddress({htonl(Unsigned(address))});
+    return DottedFromHostOrder(Unsigned(address));
 }
 
 nlohmann::json TextOrNull(const std::string &text)
@@ -77,9 +79,9 @@ bool IsHexPair(std::string_view pair)
 std::string DescribeAddress(const Board &board)
 {
     const RecordAddress stored = DecodeRecordAddress(board.record, board.source.address);
-    std::string text = FormatAddress(BoardAddress(board));
+    std::string text = Dotted(BoardAddress(board));
     if (stored.address.s_addr != BoardAddress(board).s_addr)
-        text += fmt::format(" (its record says {})", FormatAddress(stored.address));
+        text += fmt::format(" (its record says {})", Dotted(stored.address));
     else if (stored.order == AddressOrder::kReversed)
         text += " (set since the board's start)";
     return text;
@@ -92,16 +94,9 @@ std::string OrDash(const std::string &text)
 
 } // namespace
 
-std::string FormatAddress(in_addr address)
-{
-    char text[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &address, text, sizeof text);
-    return text;
-}
-
 std::string FormatEndpoint(const Endpoint &endpoint)
 {
-    return fmt::format("{}:{}", FormatAddress(endpoint.address), endpoint.port);
+    return fmt::format("{}:{}", Dotted(endpoint.address), endpoint.port);
 }
 
 std::optional<wire::DeviceRecord> DecodeSearchReply(wire::Bytes datagram, std::uint32_t cookie)
@@ -178,7 +173,7 @@ in_addr BoardAddress(const Board &board)
 
 std::string BoardMac(const wire::DeviceRecord &record)
 {
-    const std::string_view text = UntilZero(record.mac);
+    const std::string_view text = FieldText(record.mac);
     if (text.size() != sizeof record.mac)
         return ForTerminal(text);
     std::string mac;
@@ -195,20 +190,20 @@ std::string BoardMac(const wire::DeviceRecord &record)
 
 std::string BoardId(const wire::DeviceRecord &record)
 {
-    return ForTerminal(UntilZero(record.id));
+    return ForTerminal(FieldText(record.id));
 }
 
 std::string BoardName(const wire::DeviceRecord &record)
 {
-    return ForTerminal(UntilZero(record.name));
+    return ForTerminal(FieldText(record.name));
 }
 
 std::string BoardKey(const Board &board)
 {
     const wire::DeviceRecord &record = board.record;
     std::string key = std::string(record.id, sizeof record.id) + std::string(record.mac, sizeof record.mac);
-    if (UntilZero(record.mac).empty())
-        key += FormatAddress(board.source.address);
+    if (FieldText(record.mac).empty())
+        key += Dotted(board.source.address);
     return key;
 }
 
@@ -217,7 +212,7 @@ std::string BoardLabel(const Board &board)
     for (const std::string &label : {BoardId(board.record), BoardMac(board.record)})
         if (!label.empty())
             return label;
-    return FormatAddress(BoardAddress(board));
+    return Dotted(BoardAddress(board));
 }
 
 std::string FormatMode(const Board &board)
@@ -256,10 +251,10 @@ nlohmann::json BoardJson(const Board &board)
     const wire::DeviceRecord &record = board.record;
     const RecordAddress stored = DecodeRecordAddress(record, board.source.address);
     nlohmann::json json = {
-        {"id", ToUtf8(UntilZero(record.id))},
-        {"name", ToUtf8(UntilZero(record.name))},
+        {"id", ToUtf8(FieldText(record.id))},
+        {"name", ToUtf8(FieldText(record.name))},
         {"mac", TextOrNull(BoardMac(record))},
-        {"address", FormatAddress(BoardAddress(board))},
+        {"address", Dotted(BoardAddress(board))},
         {"netmask", FormatHostOrder(record.maskaddr)},
         {"gateway", record.gwaddr == 0 ? nlohmann::json() : nlohmann::json(FormatHostOrder(record.gwaddr))},
         {"mode", nullptr},
@@ -272,7 +267,7 @@ nlohmann::json BoardJson(const Board &board)
         {"deviceType", std::int32_t{record.device_type}},
         {"modelType", std::int32_t{record.model_type}},
         {"bootScreen", record.boot_screen_flag != 0},
-        {"recordAddress", FormatAddress(stored.address)},
+        {"recordAddress", Dotted(stored.address)},
         {"recordAddressOrder", OrderJson(stored.order)},
         {"interface", TextOrNull(board.interfaceName)},
         {"answeredAt", FormatUtc(board.answered)},

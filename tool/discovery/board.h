@@ -25,7 +25,6 @@ struct Endpoint {
     }
 };
 
-std::string FormatAddress(in_addr address);
 std::string FormatEndpoint(const Endpoint &endpoint); // "10.0.0.7:8878"
 
 // What status command 1 tells beside the record.

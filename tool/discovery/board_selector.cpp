@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "discovery/board_selector.h"
 
+#include "common/address.h"
 #include "common/pc/text.h"
 #include "common/pc/tool_error.h"
+#include "common/text_field.h"
 
 #include <arpa/inet.h>
 #include <strings.h>
@@ -53,8 +55,8 @@ Match MatchBoard(const BoardSelector &selector, const Board &board)
                               : *selector.address == board.source;
         return fits ? Match::kExact : Match::kNone;
     }
-    const std::string id(UntilZero(board.record.id));
-    const std::string name(UntilZero(board.record.name));
+    const std::string id(FieldText(board.record.id));
+    const std::string name(FieldText(board.record.name));
     if (selector.text == id || LooselyEqual(selector.text, BoardMac(board.record)))
         return Match::kExact;
     if (LooselyEqual(selector.text, id) || selector.text == BoardId(board.record))
@@ -87,7 +89,7 @@ const Board &SelectBoard(const BoardSelector &selector, const std::vector<Board>
     std::string message = "'" + selector.text + "' fits several boards:";
     for (const Board *board : found)
         message += " " + BoardLabel(*board) + " (" + BoardMac(board->record) + ", " +
-                   FormatAddress(BoardAddress(*board)) + ")";
+                   Dotted(BoardAddress(*board)) + ")";
     throw ToolError(ExitStatus::kUsage, message + "; name one by its address or MAC");
 }
 

@@ -3,6 +3,7 @@
 
 #include "common/pc/text.h"
 #include "common/pc/tool_error.h"
+#include "common/text_field.h"
 #include "discovery/discovery_socket.h"
 
 #include <arpa/inet.h>
@@ -79,8 +80,8 @@ ServerSettings AskServer(const ServerQuery &query)
 {
     const auto reply = AskStatus<wire::RemoteAddressReply>(query, wire::kStatusGetRemoteAddress);
     // A board that has read its file may hold the port as a negative number; the low 16 bits count.
-    return {ToUtf8(UntilZero(reply.server.addr)), static_cast<std::uint16_t>(reply.server.port),
-            ToUtf8(UntilZero(reply.server.username))};
+    return {ToUtf8(FieldText(reply.server.addr)), static_cast<std::uint16_t>(reply.server.port),
+            ToUtf8(FieldText(reply.server.username))};
 }
 
 bool AskConnected(const ServerQuery &query)
@@ -93,9 +94,9 @@ void SetServer(const ServerQuery &query, const ServerSettings &settings)
     wire::SetRemoteServerRequest request{};
     in_addr address;
     request.server.domainFlag = inet_pton(AF_INET, settings.host.c_str(), &address) == 1 ? 0 : 1;
-    settings.host.copy(request.server.addr, sizeof request.server.addr);
+    SetFieldText(request.server.addr, settings.host);
     request.server.port = settings.port;
-    settings.user.copy(request.server.username, sizeof request.server.username);
+    SetFieldText(request.server.username, settings.user);
     Ask<wire::RemoteStatusReply>(query, request, wire::kStatusSetRemoteAddress);
 }
 

@@ -2,6 +2,7 @@
 #include "sessions/firmware_archive.h"
 
 #include "common/pc/tool_error.h"
+#include "common/text_field.h"
 
 #include <zlib.h>
 
@@ -97,7 +98,7 @@ private:
             return; // a block of the end
         if (!ChecksumFits(header))
             throw Bad(path_, "is no tar archive");
-        const std::string name(header.name, strnlen(header.name, sizeof header.name));
+        const std::string_view name = FieldText(header.name);
         const std::uint64_t size = Octal(header.size, sizeof header.size);
         const bool isFile = header.type == '0' || header.type == '\0';
         hasScript_ = hasScript_ || (isFile && size > 0 && (name == "update.sh" || name == "./update.sh"));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "verbs/discover_verb.h"
 
+#include "common/address.h"
 #include "common/pc/text.h"
 #include "discovery/board_finder.h"
 
@@ -20,7 +21,7 @@ std::string BoardTable(const std::vector<Board> &boards, const Output &output)
     Table table({"ID", "NAME", "ADDRESS", "MAC", "MODE", "PLAYER", "FPGA", "SCREEN", "USB ROOM"});
     for (const Board &board : boards)
         table.Add({orDash(BoardId(board.record)), orDash(Shortened(BoardName(board.record), kNameColumns)),
-                   FormatAddress(BoardAddress(board)), orDash(BoardMac(board.record)), FormatMode(board),
+                   Dotted(BoardAddress(board)), orDash(BoardMac(board.record)), FormatMode(board),
                    FormatVersion(board.record.plexa, 4), FormatVersion(board.record.fpga, 3),
                    FormatScreen(board.record), FormatUsbRoom(board.record)});
     return table.Render(output);

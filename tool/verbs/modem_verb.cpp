@@ -2,6 +2,7 @@
 #include "verbs/modem_verb.h"
 
 #include "common/pc/text.h"
+#include "common/text_field.h"
 #include "sessions/modem_session.h"
 #include "verbs/board_tasks.h"
 
@@ -90,12 +91,12 @@ nlohmann::json Status(const ToolContext &context, const Board &board)
         {"registration", WordJson(kRegistrations, status.registration)},
         {"technology", WordJson(kTechnologies, status.technology)},
         {"attached", status.attached == 1},
-        {"operator", TextJson(UntilZero(status.operatorName))},
-        {"manufacturer", TextJson(UntilZero(status.manufacturer))},
-        {"model", TextJson(UntilZero(status.model))},
-        {"imei", TextJson(UntilZero(status.imei))},
+        {"operator", TextJson(FieldText(status.operatorName))},
+        {"manufacturer", TextJson(FieldText(status.manufacturer))},
+        {"model", TextJson(FieldText(status.model))},
+        {"imei", TextJson(FieldText(status.imei))},
         {"address", nullptr},
-        {"lastError", TextJson(UntilZero(status.lastError))},
+        {"lastError", TextJson(FieldText(status.lastError))},
     };
     if (signal != wire::kSignalUnknown)
         result["signal"] = signal;
@@ -141,8 +142,8 @@ nlohmann::json Sms(const ToolContext &context, const Board &board)
     nlohmann::json messages = nlohmann::json::array();
     for (const wire::ModemSms &message : session.AskSms())
         messages.push_back({{"time", TimeJson(message.time)},
-                            {"sender", ToUtf8(UntilZero(message.sender))},
-                            {"text", ToUtf8(UntilZero(message.text))}});
+                            {"sender", ToUtf8(FieldText(message.sender))},
+                            {"text", ToUtf8(FieldText(message.text))}});
     return {{"board", BoardLabel(board)}, {"sms", messages}};
 }
 

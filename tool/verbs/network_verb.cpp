@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "verbs/network_verb.h"
 
+#include "common/address.h"
 #include "discovery/address_change.h"
 #include "verbs/board_tasks.h"
 
@@ -58,8 +59,8 @@ std::string DescribeWanted(const WantedAddressing &wanted)
 {
     if (wanted.dynamic)
         return "dynamic";
-    std::string text = "fixed " + FormatAddress(wanted.address) + ", netmask " +
-                       FormatAddress(wanted.netmask) + ", gateway " + FormatAddress(wanted.gateway);
+    std::string text = "fixed " + Dotted(wanted.address) + ", netmask " + Dotted(wanted.netmask) +
+                       ", gateway " + Dotted(wanted.gateway);
     if (wanted.port != 0)
         text += ", port " + std::to_string(wanted.port);
     return text;
@@ -96,7 +97,7 @@ WantedAddressing ParseFixed(const NetworkArguments &arguments)
         const std::uint32_t host = ntohl(address.s_addr) & ~mask;
         if (host == 0 || host == ~mask)
             throw ToolError(ExitStatus::kUsage,
-                            FormatAddress(address) + " is the network's own or its broadcast address");
+                            Dotted(address) + " is the network's own or its broadcast address");
     }
     if (((ntohl(wanted.address.s_addr) ^ ntohl(wanted.gateway.s_addr)) & mask) != 0)
         throw ToolError(ExitStatus::kUsage,
