@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/tool.h"
+#include "verbs/command_line.h"
 
 int main(int argc, char **argv)
 {

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/device_verbs.h"
-
 #include "common/pc/text.h"
 #include "sessions/reboot_schedule.h"
 #include "verbs/setting_task.h"
+#include "verbs/verbs.h"
 
 #include <fmt/format.h>
 

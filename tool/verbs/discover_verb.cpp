@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/discover_verb.h"
-
 #include "common/address.h"
 #include "common/pc/text.h"
 #include "discovery/board_finder.h"
+#include "verbs/verbs.h"
 
 #include <fmt/format.h>
 

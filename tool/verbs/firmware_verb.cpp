@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/firmware_verb.h"
-
 #include "discovery/board_finder.h"
 #include "sessions/firmware_archive.h"
 #include "sessions/firmware_session.h"
 #include "terminal/confirm.h"
 #include "terminal/progress.h"
 #include "verbs/board_tasks.h"
+#include "verbs/verbs.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/info_verb.h"
-
 #include "verbs/board_tasks.h"
+#include "verbs/verbs.h"
 
 #include <memory>
 

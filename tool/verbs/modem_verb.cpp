@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/modem_verb.h"
-
 #include "common/pc/text.h"
 #include "common/text_field.h"
 #include "sessions/modem_session.h"
 #include "verbs/board_tasks.h"
+#include "verbs/verbs.h"
 
 #include <fmt/format.h>
 

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/network_verb.h"
-
 #include "common/address.h"
 #include "discovery/address_change.h"
 #include "verbs/board_tasks.h"
+#include "verbs/verbs.h"
 
 #include <arpa/inet.h>
 

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/screen_verbs.h"
-
 #include "common/pc/text.h"
 #include "sessions/settings_file.h"
 #include "terminal/confirm.h"
 #include "verbs/setting_task.h"
+#include "verbs/verbs.h"
 
 #include <fmt/format.h>
 

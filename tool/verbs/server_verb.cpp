@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/server_verb.h"
-
 #include "common/pc/text.h"
 #include "discovery/server_settings.h"
 #include "terminal/confirm.h"
 #include "terminal/interrupt.h"
 #include "verbs/board_tasks.h"
+#include "verbs/verbs.h"
 
 #include <fmt/format.h>
 

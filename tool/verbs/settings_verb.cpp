@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/settings_verb.h"
-
 #include "common/pc/text.h"
 #include "sessions/settings_file.h"
 #include "verbs/setting_task.h"
+#include "verbs/verbs.h"
 
 #include <fmt/format.h>
 

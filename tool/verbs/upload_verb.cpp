@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/upload_verb.h"
-
 #include "common/pc/text.h"
 #include "sessions/upload_session.h"
 #include "terminal/progress.h"
 #include "verbs/board_tasks.h"
+#include "verbs/verbs.h"
 
 #include <fmt/format.h>
 

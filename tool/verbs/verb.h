@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// tool/verbs/verb.h: what a verb is: one pair of files with one function, and one row in the table of
-// tool.cpp.
+// tool/verbs/verb.h: what a verb is: one function of verbs.h and one row in the table of command_line.cpp.
 #pragma once
 
 #include "common/pc/output.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// tool/verbs/tool.h: the command line: reads it, runs the verb, turns every end into an exit status.
+// tool/verbs/command_line.h: the command line: reads it, runs the verb, turns every end into an exit status.
 #pragma once
 
 namespace ledboard

@@ -1,17 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "verbs/tool.h"
+#include "verbs/command_line.h"
 
 #include "terminal/interrupt.h"
-#include "verbs/device_verbs.h"
-#include "verbs/discover_verb.h"
-#include "verbs/firmware_verb.h"
-#include "verbs/info_verb.h"
-#include "verbs/modem_verb.h"
-#include "verbs/network_verb.h"
-#include "verbs/screen_verbs.h"
-#include "verbs/server_verb.h"
-#include "verbs/settings_verb.h"
-#include "verbs/upload_verb.h"
+#include "verbs/verbs.h"
 
 #include <cmath>
 #include <iostream>
