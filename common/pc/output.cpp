@@ -59,7 +59,7 @@ void Output::Warn(std::string_view line)
     ErrorLine(std::string("ledboard: warning: ").append(line));
 }
 
-void Output::Error(const ToolError &error)
+void Output::Error(const VerbError &error)
 {
     if (json_)
         PrintJson({{"error", ErrorJson(error)}});

@@ -4,7 +4,7 @@
 // place of the result. Any thread may call any of this.
 #pragma once
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <nlohmann/json.hpp>
 
@@ -31,7 +31,7 @@ public:
     void PrintJson(const nlohmann::json &document); // data, on one line
     void Note(std::string_view line);               // not with --quiet, not with --json
     void Warn(std::string_view line);               // always
-    void Error(const ToolError &error);
+    void Error(const VerbError &error);
     void Draw(std::string_view text); // to standard error as it is, for a progress bar
 
     // A heading, bold where data goes to a terminal that may be coloured.

@@ -2,7 +2,7 @@
 #include "discovery/board_selector.h"
 
 #include "common/address.h"
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "example_board.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ std::string Selected(const std::string &text, const std::vector<Board> &boards)
 {
     try {
         return Dotted(SelectBoard(ParseSelector(text), boards).source.address);
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         return StatusWord(error.Status());
     }
 }

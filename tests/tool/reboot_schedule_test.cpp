@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sessions/reboot_schedule.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ template <typename Function> void ExpectUsage(const char *text, Function functio
     try {
         function();
         ADD_FAILURE() << text;
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         EXPECT_EQ(error.Status(), ExitStatus::kUsage) << text;
     }
 }

@@ -4,7 +4,7 @@
 #include "sessions/session_client.h"
 
 #include "common/address.h"
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "example_board.h"
 #include "sessions/keep_alive.h"
 #include "sessions/upload_session.h"
@@ -68,7 +68,7 @@ std::string LogInResult(const std::string &answer, std::string *login = nullptr)
         SessionClient session(board.Where(), "", milliseconds(300));
         session.LogIn(wire::kSessionFirmware);
         return "accepted";
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         return StatusWord(error.Status());
     }
 }
@@ -100,7 +100,7 @@ TEST(UploadSession, ALoginWithoutAnswerMayHaveBeenTaken)
     board.source = listener.Where();
     UploadSession session({milliseconds(100), milliseconds(100)});
     EXPECT_EQ(session.State(), BoardState::kUntouched);
-    EXPECT_THROW(session.Open(board, "", "program", 1), ToolError);
+    EXPECT_THROW(session.Open(board, "", "program", 1), VerbError);
     EXPECT_EQ(session.State(), BoardState::kMayBeEmptied);
 }
 
@@ -114,7 +114,7 @@ TEST(SessionClient, NobodyThere)
     try {
         const SessionClient session(closed, "", milliseconds(300));
         ADD_FAILURE();
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         EXPECT_EQ(error.Status(), ExitStatus::kRefused);
     }
 }
@@ -143,7 +143,7 @@ TEST(KeepAlive, SearchesAgainAndAgainFromTheSessionsAddress)
         EXPECT_EQ(Dotted(from.sin_addr), "127.0.0.5");
     }
     EXPECT_GE(Clock::now() - began, milliseconds(3 * 50)); // not all at once
-    EXPECT_THROW(KeepAlive(Address("127.0.0.5"), board.Where(), "none0"), ToolError);
+    EXPECT_THROW(KeepAlive(Address("127.0.0.5"), board.Where(), "none0"), VerbError);
 }
 
 } // namespace ledboard

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sessions/settings_file.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ std::string MessageOf(const std::string &bytes)
 {
     try {
         Parse(bytes);
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         EXPECT_EQ(error.Status(), ExitStatus::kFailed);
         return error.what();
     }
@@ -96,7 +96,7 @@ TEST(SettingsFile, Assignments)
         try {
             ParseAssignment(text);
             ADD_FAILURE() << text;
-        } catch (const ToolError &error) {
+        } catch (const VerbError &error) {
             EXPECT_EQ(error.Status(), ExitStatus::kUsage) << text;
         }
     }

@@ -2,7 +2,7 @@
 #include "discovery/address_change.h"
 
 #include "common/address.h"
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "discovery/discovery_socket.h"
 
 #include <algorithm>
@@ -183,7 +183,7 @@ Board Exchange::FindAgain()
     acknowledged_ = false;
     const std::optional<Board> seen = Look(Clock::now() + change_.limit);
     if (!seen)
-        throw ToolError(ExitStatus::kTimeout,
+        throw VerbError(ExitStatus::kTimeout,
                         "the change is applied, but the board is not found again afterwards");
     return *seen;
 }
@@ -198,7 +198,7 @@ void Exchange::Acknowledge()
     }
     SendRequest();
     if (!AwaitEcho(Clock::now() + std::min(change_.limit, kEchoLimit)))
-        throw ToolError(ExitStatus::kTimeout, "step 2 of 2: the change is applied, the board is at " +
+        throw VerbError(ExitStatus::kTimeout, "step 2 of 2: the change is applied, the board is at " +
                                                   Dotted(BoardAddress(board_)) +
                                                   ", but its acknowledgement did not come");
 }
@@ -209,7 +209,7 @@ Board Exchange::Run()
         SendRequest();
         const Sign sign = WatchFirst();
         if (sign == Sign::kSilence)
-            throw ToolError(ExitStatus::kTimeout,
+            throw VerbError(ExitStatus::kTimeout,
                             "step 1 of 2: the board has not answered since the request was sent");
         if (sign == Sign::kUnchanged)
             continue; // the request was lost
@@ -219,12 +219,12 @@ Board Exchange::Run()
         if (IsAddressedSo(found, change_.wanted))
             return found;
         if (sign == Sign::kApplied || count > 0)
-            throw ToolError(ExitStatus::kVerification, "the board acknowledged the change, but it is at " +
+            throw VerbError(ExitStatus::kVerification, "the board acknowledged the change, but it is at " +
                                                            Dotted(BoardAddress(found)) + ", " +
                                                            FormatMode(found));
         // An acknowledgement at once belongs to a pair that somebody else began: the next request is a first.
     }
-    throw ToolError(ExitStatus::kRefused, "step 1 of 2: the board keeps its addressing");
+    throw VerbError(ExitStatus::kRefused, "step 1 of 2: the board keeps its addressing");
 }
 
 } // namespace

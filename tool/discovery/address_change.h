@@ -33,7 +33,7 @@ struct AddressChange {
     std::function<void(const std::string &sentence)> note; // what is waited for
 };
 
-// The board as it is found afterwards. Throws ToolError, whose text names the step that failed.
+// The board as it is found afterwards. Throws VerbError, whose text names the step that failed.
 Board ChangeAddressing(const AddressChange &change);
 
 } // namespace ledboard

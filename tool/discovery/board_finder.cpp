@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "discovery/board_finder.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -89,7 +89,7 @@ void BoardFinder::AskForBoards(bool firstTime)
         return;
     try {
         socket_.Broadcast(wire::BytesOf(search), wire::kDiscoveryPort);
-    } catch (const ToolError &) {
+    } catch (const VerbError &) {
         const bool onlyAddresses =
             !selectors_.empty() && std::all_of(selectors_.begin(), selectors_.end(),
                                                [](const auto &selector) { return selector.address; });

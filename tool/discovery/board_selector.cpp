@@ -3,7 +3,7 @@
 
 #include "common/address.h"
 #include "common/pc/text.h"
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "common/text_field.h"
 
 #include <arpa/inet.h>
@@ -27,7 +27,7 @@ std::uint16_t ParsePort(const std::string &selector, const std::string &digits)
     unsigned port = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
     if (error != std::errc() || end != digits.data() + digits.size() || port == 0 || port > 65535)
-        throw ToolError(ExitStatus::kUsage, "'" + selector + "': the port must be a number from 1 to 65535");
+        throw VerbError(ExitStatus::kUsage, "'" + selector + "': the port must be a number from 1 to 65535");
     return static_cast<std::uint16_t>(port);
 }
 
@@ -36,7 +36,7 @@ std::uint16_t ParsePort(const std::string &selector, const std::string &digits)
 BoardSelector ParseSelector(const std::string &text)
 {
     if (text.empty())
-        throw ToolError(ExitStatus::kUsage, "an empty text names no board");
+        throw VerbError(ExitStatus::kUsage, "an empty text names no board");
     const std::size_t colon = text.find(':');
     in_addr address = {};
     if (inet_pton(AF_INET, text.substr(0, colon).c_str(), &address) != 1)
@@ -80,7 +80,7 @@ const Board &SelectBoard(const BoardSelector &selector, const std::vector<Board>
         found.push_back(&board);
     }
     if (found.empty())
-        throw ToolError(ExitStatus::kNoSuchBoard,
+        throw VerbError(ExitStatus::kNoSuchBoard,
                         selector.address ? "no board answers at " + selector.text
                                          : "no board answers that has the identifier, name or MAC '" +
                                                selector.text + "'");
@@ -90,7 +90,7 @@ const Board &SelectBoard(const BoardSelector &selector, const std::vector<Board>
     for (const Board *board : found)
         message += " " + BoardLabel(*board) + " (" + BoardMac(board->record) + ", " +
                    Dotted(BoardAddress(*board)) + ")";
-    throw ToolError(ExitStatus::kUsage, message + "; name one by its address or MAC");
+    throw VerbError(ExitStatus::kUsage, message + "; name one by its address or MAC");
 }
 
 } // namespace ledboard

@@ -16,7 +16,7 @@ struct BoardSelector {
     std::optional<Endpoint> address; // ADDRESS or ADDRESS:PORT; otherwise an identifier, a MAC or a name
 };
 
-// Throws ToolError(kUsage) for what can be no board: an empty text, a port out of range.
+// Throws VerbError(kUsage) for what can be no board: an empty text, a port out of range.
 BoardSelector ParseSelector(const std::string &text);
 
 // How well a board fits; the best fit of all boards counts. Small and capital letters differ only in the
@@ -24,7 +24,7 @@ BoardSelector ParseSelector(const std::string &text);
 enum class Match { kNone, kNameLoosely, kName, kIdLoosely, kExact };
 Match MatchBoard(const BoardSelector &selector, const Board &board);
 
-// The board that the selector means. Throws ToolError: kNoSuchBoard, or kUsage when it fits several equally.
+// The board that the selector means. Throws VerbError: kNoSuchBoard, or kUsage when it fits several equally.
 const Board &SelectBoard(const BoardSelector &selector, const std::vector<Board> &boards);
 
 } // namespace ledboard

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "discovery/discovery_socket.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -54,7 +54,7 @@ void DiscoverySocket::Broadcast(wire::Bytes datagram, std::uint16_t port)
     const std::vector<NetworkInterface> interfaces =
         only_ ? std::vector<NetworkInterface>{*only_} : BroadcastInterfaces();
     if (interfaces.empty())
-        throw ToolError(ExitStatus::kFailed, "no network interface of this PC is up");
+        throw VerbError(ExitStatus::kFailed, "no network interface of this PC is up");
     int sent = 0;
     int lastError = 0;
     for (const NetworkInterface &interface : interfaces) {

@@ -32,7 +32,7 @@ public:
     // Asks on `interfaceName` only; empty: on every interface.
     explicit DiscoverySocket(const std::string &interfaceName);
 
-    // To 255.255.255.255 on each interface; throws ToolError when no interface took it.
+    // To 255.255.255.255 on each interface; throws VerbError when no interface took it.
     void Broadcast(wire::Bytes datagram, std::uint16_t port);
 
     // On one interface; 1 sent, -1 not (errno).

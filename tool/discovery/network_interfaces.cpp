@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "discovery/network_interfaces.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -37,7 +37,7 @@ NetworkInterface InterfaceNamed(const std::string &name)
 {
     const unsigned index = if_nametoindex(name.c_str());
     if (index == 0)
-        throw ToolError(ExitStatus::kUsage, "this PC has no network interface '" + name + "'");
+        throw VerbError(ExitStatus::kUsage, "this PC has no network interface '" + name + "'");
     return {name, index};
 }
 

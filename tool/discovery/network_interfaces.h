@@ -16,7 +16,7 @@ struct NetworkInterface {
 // All that are up and can broadcast, with or without an address or a route.
 std::vector<NetworkInterface> BroadcastInterfaces();
 
-// Throws ToolError(kUsage) when there is none of that name.
+// Throws VerbError(kUsage) when there is none of that name.
 NetworkInterface InterfaceNamed(const std::string &name);
 
 std::string InterfaceName(unsigned index); // empty when there is none

@@ -2,7 +2,7 @@
 #include "discovery/server_settings.h"
 
 #include "common/pc/text.h"
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "common/text_field.h"
 #include "discovery/discovery_socket.h"
 
@@ -64,7 +64,7 @@ Reply Ask(const ServerQuery &query, Request request, std::uint32_t answerCommand
             }
         }
     }
-    throw ToolError(ExitStatus::kTimeout, "the board does not answer at " + FormatEndpoint(endpoint));
+    throw VerbError(ExitStatus::kTimeout, "the board does not answer at " + FormatEndpoint(endpoint));
 }
 
 template <wire::Record Reply> Reply AskStatus(const ServerQuery &query, wire::StatusCommand command)

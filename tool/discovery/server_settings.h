@@ -26,7 +26,7 @@ struct ServerQuery {
     std::chrono::milliseconds patience;
 };
 
-// Throw ToolError; kTimeout when the board does not answer in time.
+// Throw VerbError; kTimeout when the board does not answer in time.
 ServerSettings AskServer(const ServerQuery &query);
 bool AskConnected(const ServerQuery &query);
 void SetServer(const ServerQuery &query, const ServerSettings &settings);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sessions/firmware_archive.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "common/text_field.h"
 
 #include <zlib.h>
@@ -23,7 +23,7 @@ namespace
 constexpr std::size_t kBlockSize = 512;
 constexpr std::size_t kLargestArchive = std::size_t{1} << 31; // the daemon counts in signed 32 bits
 
-ToolError Bad(const std::string &path, const std::string &what)
+VerbError Bad(const std::string &path, const std::string &what)
 {
     return {ExitStatus::kFailed, "'" + path + "' " + what};
 }

@@ -8,7 +8,7 @@
 namespace ledboard
 {
 
-// Reads the archive whole and unpacks it in memory. Throws ToolError(kFailed) that says what is wrong: no
+// Reads the archive whole and unpacks it in memory. Throws VerbError(kFailed) that says what is wrong: no
 // such file, no gzip, cut off, no tar, no "update.sh" that could be run.
 std::string ReadFirmwareArchive(const std::string &path);
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sessions/firmware_session.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <array>
 #include <cstring>
@@ -55,7 +55,7 @@ template <wire::Record Reply> Reply FirmwareSession::Receive()
     Reply reply;
     client_.ReceiveExactly({reinterpret_cast<std::byte *>(&reply), sizeof reply});
     if (reply.header.magic != wire::kFirmwareMagic || reply.header.length != sizeof reply)
-        throw ToolError(ExitStatus::kFailed, "the board's answer is not a firmware packet");
+        throw VerbError(ExitStatus::kFailed, "the board's answer is not a firmware packet");
     return reply;
 }
 
@@ -84,7 +84,7 @@ void FirmwareSession::SendArchive(const std::string &archive,
     request.fileSize = static_cast<std::int32_t>(archive.size());
     SendRequest(wire::kAskRecvNewVersionFile, request);
     if (Receive<wire::FirmwareFileReply>().opened != wire::kArchiveOpened)
-        throw ToolError(ExitStatus::kRefused, "the board cannot take an archive");
+        throw VerbError(ExitStatus::kRefused, "the board cannot take an archive");
     const wire::Bytes bytes = wire::BytesAt(archive.data(), archive.size());
     for (std::size_t at = 0; at < bytes.size(); at += kMostData) {
         const wire::Bytes data = bytes.subspan(at, std::min(kMostData, bytes.size() - at));
@@ -101,7 +101,7 @@ bool FirmwareSession::Install(std::chrono::milliseconds patience)
     // A board that unpacks the archive ends without answering this; one that cannot says so.
     try {
         return AskState().succeeded;
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         if (error.Status() != ExitStatus::kFailed)
             throw;
         return true;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // tool/sessions/firmware_session.h: the client's side of the firmware service (docs/protocols.md,
-// "Firmware"). One thread at a time; every call throws ToolError.
+// "Firmware"). One thread at a time; every call throws VerbError.
 #pragma once
 
 #include "records/firmware_records.h"

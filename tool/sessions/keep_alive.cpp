@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sessions/keep_alive.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "sessions/session_client.h"
 
 #include <sys/socket.h>

@@ -23,7 +23,7 @@ class KeepAlive
 {
 public:
     // The first search goes out at once, the last before the destructor returns. `local` is the session's own
-    // address, `board` where the board takes searches, `interfaceName` as for the session. Throws ToolError.
+    // address, `board` where the board takes searches, `interfaceName` as for the session. Throws VerbError.
     KeepAlive(in_addr local, const Endpoint &board, const std::string &interfaceName,
               std::chrono::milliseconds period = kKeepAlivePeriod);
 

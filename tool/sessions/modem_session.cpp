@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sessions/modem_session.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 namespace ledboard
 {
@@ -11,7 +11,7 @@ namespace
 
 [[noreturn]] void ThrowOdd()
 {
-    throw ToolError(ExitStatus::kFailed, "the board answers with something else");
+    throw VerbError(ExitStatus::kFailed, "the board answers with something else");
 }
 
 } // namespace

@@ -12,7 +12,7 @@
 namespace ledboard
 {
 
-// One thread at a time. Every call throws ToolError.
+// One thread at a time. Every call throws VerbError.
 class ModemSession
 {
 public:

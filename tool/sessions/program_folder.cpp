@@ -2,7 +2,7 @@
 #include "sessions/program_folder.h"
 
 #include "common/pc/text.h"
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "records/upload_records.h"
 
 #include <fmt/format.h>
@@ -31,9 +31,9 @@ ProgramFile ReadEntry(const fs::directory_entry &entry, const fs::path &folder)
     const std::string name = entry.path().lexically_relative(folder).native();
     const std::string problem = UploadNameProblem(name);
     if (!problem.empty())
-        throw ToolError(ExitStatus::kUsage, fmt::format("'{}' {}", ForTerminal(name), problem));
+        throw VerbError(ExitStatus::kUsage, fmt::format("'{}' {}", ForTerminal(name), problem));
     if (!entry.is_regular_file())
-        throw ToolError(ExitStatus::kUsage,
+        throw VerbError(ExitStatus::kUsage,
                         fmt::format("'{}' is neither a file nor a folder", ForTerminal(name)));
     return {name, entry.path().native(), entry.file_size()};
 }
@@ -71,12 +71,12 @@ std::vector<ProgramFile> ReadProgramFolder(const std::string &folder)
                 files.push_back(ReadEntry(entry, folder));
         }
     } catch (const fs::filesystem_error &error) {
-        throw ToolError(ExitStatus::kUsage,
+        throw VerbError(ExitStatus::kUsage,
                         fmt::format("cannot read '{}': {}", ForTerminal(error.path1().native()),
                                     error.code().message()));
     }
     if (files.empty())
-        throw ToolError(ExitStatus::kUsage, fmt::format("there is no file in '{}'", ForTerminal(folder)));
+        throw VerbError(ExitStatus::kUsage, fmt::format("there is no file in '{}'", ForTerminal(folder)));
     std::sort(files.begin(), files.end(),
               [](const ProgramFile &a, const ProgramFile &b) { return a.name < b.name; });
     return files;

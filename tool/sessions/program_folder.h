@@ -18,7 +18,7 @@ struct ProgramFile {
     bool IsVideo() const; // one that a board keeps by its name
 };
 
-// All files below `folder`, ordered by name. Throws ToolError(kUsage) when there is none, when something in
+// All files below `folder`, ordered by name. Throws VerbError(kUsage) when there is none, when something in
 // it is no file, and for every name that a board would refuse, cut or take for something else.
 std::vector<ProgramFile> ReadProgramFolder(const std::string &folder);
 

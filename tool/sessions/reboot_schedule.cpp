@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sessions/reboot_schedule.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -61,7 +61,7 @@ std::uint32_t ParseDays(const std::string &text)
         const std::size_t end = std::min(text.find(',', at), text.size());
         const std::uint32_t bit = BitOf(text.substr(at, end - at));
         if (bit == 0)
-            throw ToolError(ExitStatus::kUsage, "'" + text + "' is no list of days such as mon,thu");
+            throw VerbError(ExitStatus::kUsage, "'" + text + "' is no list of days such as mon,thu");
         mask |= bit;
         at = end + 1;
     }
@@ -80,7 +80,7 @@ void ParseTimeOfDay(const std::string &text, wire::RebootPloy *ploy)
         ploy->second = static_cast<wire::U8>(time.tm_sec);
         return;
     }
-    throw ToolError(ExitStatus::kUsage, "'" + text + "' is no time of day such as 04:30");
+    throw VerbError(ExitStatus::kUsage, "'" + text + "' is no time of day such as 04:30");
 }
 
 std::uint32_t DaysBetweenReboots(std::uint32_t days)

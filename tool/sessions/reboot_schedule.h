@@ -12,10 +12,10 @@
 namespace ledboard
 {
 
-// "mon,thu" as a mask: bit 1 Monday to bit 7 Sunday. Throws ToolError(kUsage).
+// "mon,thu" as a mask: bit 1 Monday to bit 7 Sunday. Throws VerbError(kUsage).
 std::uint32_t ParseDays(const std::string &text);
 
-// "HH:MM" or "HH:MM:SS" into the schedule. Throws ToolError(kUsage).
+// "HH:MM" or "HH:MM:SS" into the schedule. Throws VerbError(kUsage).
 void ParseTimeOfDay(const std::string &text, wire::RebootPloy *ploy);
 
 // Days that really lie between two reboots of a board that is told `days`: it counts modulo one week.

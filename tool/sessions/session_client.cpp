@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sessions/session_client.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <fmt/format.h>
 
@@ -51,12 +51,12 @@ void SessionClient::Connect()
     if (errno != EINPROGRESS)
         throw SystemError(failure, errno);
     if (!WaitFor(fd_.Get(), POLLOUT, Clock::now() + patience_))
-        throw ToolError(ExitStatus::kTimeout, failure + ": no answer");
+        throw VerbError(ExitStatus::kTimeout, failure + ": no answer");
     int error = 0;
     socklen_t size = sizeof error;
     getsockopt(fd_.Get(), SOL_SOCKET, SO_ERROR, &error, &size);
     if (error != 0)
-        throw ToolError(error == ECONNREFUSED ? ExitStatus::kRefused : ExitStatus::kFailed,
+        throw VerbError(error == ECONNREFUSED ? ExitStatus::kRefused : ExitStatus::kFailed,
                         SystemError(failure, error).what());
 }
 
@@ -70,17 +70,17 @@ void SessionClient::LogIn(wire::SessionType service)
     ReceiveExactly(bytes);
     const auto reply = wire::Read<wire::LoginReply>(bytes);
     if (!reply || reply->length != sizeof(wire::LoginReply))
-        throw ToolError(ExitStatus::kFailed, "the board answers the login with something else");
+        throw VerbError(ExitStatus::kFailed, "the board answers the login with something else");
     switch (reply->status) {
     case wire::kLoginAccepted:
     case wire::kLoginModem:
         return;
     case wire::kLoginRefused:
-        throw ToolError(ExitStatus::kRefused, "the board has as many sessions open as it allows");
+        throw VerbError(ExitStatus::kRefused, "the board has as many sessions open as it allows");
     case wire::kLoginUpgrading:
-        throw ToolError(ExitStatus::kRefused, "the board is in the middle of a firmware upgrade");
+        throw VerbError(ExitStatus::kRefused, "the board is in the middle of a firmware upgrade");
     default:
-        throw ToolError(ExitStatus::kRefused,
+        throw VerbError(ExitStatus::kRefused,
                         fmt::format("the board refuses the login with status {}", reply->status));
     }
 }
@@ -96,7 +96,7 @@ void SessionClient::Send(wire::Bytes bytes)
         if (sent < 0 && errno != EAGAIN && errno != EINTR)
             throw SystemError("the connection to the board broke", errno);
         if (!WaitFor(fd_.Get(), POLLOUT, Clock::now() + patience_))
-            throw ToolError(ExitStatus::kTimeout, "the board takes no more data");
+            throw VerbError(ExitStatus::kTimeout, "the board takes no more data");
     }
 }
 
@@ -104,7 +104,7 @@ std::size_t SessionClient::ReceiveSome(wire::MutableBytes bytes)
 {
     for (;;) {
         if (!WaitFor(fd_.Get(), POLLIN, Clock::now() + patience_))
-            throw ToolError(ExitStatus::kTimeout, "the board does not answer");
+            throw VerbError(ExitStatus::kTimeout, "the board does not answer");
         const ssize_t received = recv(fd_.Get(), bytes.data(), bytes.size(), 0);
         if (received >= 0)
             return static_cast<std::size_t>(received);
@@ -118,7 +118,7 @@ void SessionClient::ReceiveExactly(wire::MutableBytes bytes)
     while (!bytes.empty()) {
         const std::size_t received = ReceiveSome(bytes);
         if (received == 0)
-            throw ToolError(ExitStatus::kFailed, "the board closed the session");
+            throw VerbError(ExitStatus::kFailed, "the board closed the session");
         bytes = bytes.subspan(received);
     }
 }

@@ -18,10 +18,10 @@ namespace ledboard
 // The port of the board's sessions: the custom port for a board that was asked on it.
 Endpoint SessionEndpoint(const Board &board);
 
-// What leaves by `socket` leaves by that interface; empty: as the routing table says. Throws ToolError.
+// What leaves by `socket` leaves by that interface; empty: as the routing table says. Throws VerbError.
 void UseInterface(int socket, const std::string &interfaceName);
 
-// One thread at a time. Every call throws ToolError: kTimeout when the board does nothing for `patience`,
+// One thread at a time. Every call throws VerbError: kTimeout when the board does nothing for `patience`,
 // kFailed when the connection breaks, kInterrupted.
 class SessionClient
 {

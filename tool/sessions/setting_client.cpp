@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sessions/setting_client.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "records/fpga_frame.h"
 
 #include <algorithm>
@@ -42,13 +42,13 @@ void SettingClient::ConnectToPort(const Endpoint &port, const std::string &inter
             client_ = std::make_unique<SessionClient>(port, interfaceName, patience);
             BoardClock(); // who came second into the queue is thrown out of it when the port closes
             return;
-        } catch (const ToolError &error) {
+        } catch (const VerbError &error) {
             const bool busy = error.Status() == ExitStatus::kRefused ||
                               (error.Status() == ExitStatus::kFailed && client_ != nullptr);
             if (!busy)
                 throw;
             if (Clock::now() >= deadline)
-                throw ToolError(ExitStatus::kRefused, std::string(error.what()) +
+                throw VerbError(ExitStatus::kRefused, std::string(error.what()) +
                                                           "; the board serves one setting program at a time");
         }
         WaitFor(-1, 0, Clock::now() + kBusyPause);
@@ -81,7 +81,7 @@ void SettingClient::CommandAcknowledged(wire::SettingCode code, wire::Bytes argu
 {
     Command(code, argument);
     if (Receive<wire::SettingCommand>().code != code)
-        throw ToolError(ExitStatus::kFailed, "the board answers with something else");
+        throw VerbError(ExitStatus::kFailed, "the board answers with something else");
 }
 
 void SettingClient::Frame(std::uint8_t command, std::uint32_t value)
@@ -104,7 +104,7 @@ std::int64_t SettingClient::BoardClock()
     Command(wire::kSettingGetClock);
     const auto time = Receive<wire::SettingTime>();
     if (time.command.code != wire::kSettingGetClock)
-        throw ToolError(ExitStatus::kFailed, "the board answers with something else");
+        throw VerbError(ExitStatus::kFailed, "the board answers with something else");
     return time.milliseconds;
 }
 
@@ -119,12 +119,12 @@ void SettingClient::SendFile(wire::SettingCode code, wire::Bytes file)
     try {
         if (TransferFile(code, file))
             return;
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         if (error.Status() != ExitStatus::kFailed)
             throw;
-        throw ToolError(error.Status(), std::string(error.what()) + " (its disk may be full)");
+        throw VerbError(error.Status(), std::string(error.what()) + " (its disk may be full)");
     }
-    throw ToolError(ExitStatus::kFailed, "the board did not store the file");
+    throw VerbError(ExitStatus::kFailed, "the board did not store the file");
 }
 
 bool SettingClient::TransferFile(wire::SettingCode code, wire::Bytes file)
@@ -152,7 +152,7 @@ std::optional<BoardSettings> ReadSettings(SettingClient *client)
         return std::nullopt;
     const auto brightness = wire::Read<wire::SettingRecord>(stream);
     if (!ended || stream.size() < 2 * kSlot || brightness->id != wire::kIdBrightnessPercent)
-        throw ToolError(ExitStatus::kFailed, "the settings came in part only");
+        throw VerbError(ExitStatus::kFailed, "the settings came in part only");
     return BoardSettings{.file = {stream.begin() + kSlot, stream.end() - kSlot},
                          .brightness = brightness->value};
 }

@@ -20,7 +20,7 @@ constexpr std::size_t kMostSettingData = 254;  // bytes of a file in one data pa
 constexpr std::size_t kMostArgument = 250;     // bytes behind a command's code
 constexpr std::size_t kMostTransferData = 249; // bytes of a file in one packet of a file transfer
 
-// One thread at a time. Every call throws ToolError as SessionClient does.
+// One thread at a time. Every call throws VerbError as SessionClient does.
 class SettingClient
 {
 public:

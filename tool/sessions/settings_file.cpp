@@ -2,7 +2,7 @@
 #include "sessions/settings_file.h"
 
 #include "common/pc/text.h"
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <fmt/format.h>
 
@@ -66,10 +66,10 @@ SettingsFile ParseSettings(wire::Bytes file, const std::string &what)
 {
     const auto header = wire::Read<wire::SettingFileHeader>(file);
     if (!header || header->headId != wire::kSettingHeadId)
-        throw ToolError(ExitStatus::kFailed, what + " is no settings file");
+        throw VerbError(ExitStatus::kFailed, what + " is no settings file");
     const std::size_t length = header->count * sizeof(wire::SettingRecord);
     if (header->count == 0 || header->dataLength != length || file.size() < sizeof *header + length)
-        throw ToolError(ExitStatus::kFailed, what + " is damaged: its header does not fit its records");
+        throw VerbError(ExitStatus::kFailed, what + " is damaged: its header does not fit its records");
     SettingsFile settings;
     for (std::size_t at = sizeof *header; at < sizeof *header + length; at += sizeof(wire::SettingRecord))
         settings.records.push_back(*wire::Read<wire::SettingRecord>(file, at));
@@ -92,9 +92,9 @@ std::pair<std::uint8_t, std::uint32_t> ParseAssignment(const std::string &text)
     const auto id = IdOf(text.substr(0, equals));
     const auto value = equals == std::string::npos ? std::nullopt : ValueOf(text.substr(equals + 1));
     if (!id)
-        throw ToolError(ExitStatus::kUsage, "'" + text + "' names no parameter (a name, or 0 to 255)");
+        throw VerbError(ExitStatus::kUsage, "'" + text + "' names no parameter (a name, or 0 to 255)");
     if (!value)
-        throw ToolError(ExitStatus::kUsage, "'" + text + "' has no value (a number, or WIDTHxHEIGHT)");
+        throw VerbError(ExitStatus::kUsage, "'" + text + "' has no value (a number, or WIDTHxHEIGHT)");
     return {static_cast<std::uint8_t>(*id), *value};
 }
 

@@ -19,14 +19,14 @@ struct SettingsFile {
     std::size_t tailBytes = 0;                // what lies behind them
 };
 
-// Throws ToolError(kFailed) for a file that a board would not send to its FPGA as a whole; the message begins
+// Throws VerbError(kFailed) for a file that a board would not send to its FPGA as a whole; the message begins
 // with `what`.
 SettingsFile ParseSettings(wire::Bytes file, const std::string &what);
 
 const char *SettingName(std::uint32_t id); // "" for a parameter that is only known by its number
 
 // "ID=VALUE" with a number or a name, and a decimal or 0x number, or WIDTHxHEIGHT for the screen size. Throws
-// ToolError(kUsage).
+// VerbError(kUsage).
 std::pair<std::uint8_t, std::uint32_t> ParseAssignment(const std::string &text);
 
 // The value as a person reads it: a size as "128x64", the luminance against its maximum.

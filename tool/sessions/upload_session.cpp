@@ -2,7 +2,7 @@
 #include "sessions/upload_session.h"
 
 #include "common/pc/text.h"
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "common/unique_fd.h"
 
 #include <fmt/format.h>
@@ -84,7 +84,7 @@ public:
             if (count < 0 && errno != EINTR)
                 throw SystemError("cannot read '" + name_ + "'", errno);
             if (count == 0)
-                throw ToolError(ExitStatus::kFailed, "'" + name_ + "' has become shorter");
+                throw VerbError(ExitStatus::kFailed, "'" + name_ + "' has become shorter");
             bytes = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
         }
     }
@@ -151,7 +151,7 @@ void UploadSession::Open(const Board &board, const std::string &interfaceName, c
     state_ = BoardState::kMayBeEmptied; // a board that is late with its answer still logs in
     try {
         client_->LogIn(wire::kSessionUpload);
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         if (error.Status() == ExitStatus::kRefused)
             state_ = BoardState::kUntouched;
         throw;
@@ -206,7 +206,7 @@ void UploadSession::SendFile(const ProgramFile &file, const std::function<void(s
     frames.reserve(kFramesPerSend * wire::kSessionBufferSize);
     while (reader.Left() > 0) {
         if (Interrupted())
-            throw ToolError(ExitStatus::kInterrupted, "interrupted");
+            throw VerbError(ExitStatus::kInterrupted, "interrupted");
         frames.clear();
         std::uint64_t taken = 0;
         for (std::size_t i = 0; i < kFramesPerSend && reader.Left() > 0; ++i)
@@ -227,7 +227,7 @@ void UploadSession::Finish()
     SendCommand(wire::kUploadAskTransComplete);
     try {
         Expect(wire::kUploadAnswerTransComplete);
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         if (error.Status() == ExitStatus::kRefused)
             state_ = BoardState::kIncomplete;
         throw;
@@ -253,7 +253,7 @@ void UploadSession::Expect(wire::UploadCode code)
 {
     const std::vector<std::byte> reply = ReceiveReply(code);
     if (reply.size() != 1 || reply.front() != std::byte{1})
-        throw ToolError(ExitStatus::kRefused, code == wire::kUploadAnswerTransComplete
+        throw VerbError(ExitStatus::kRefused, code == wire::kUploadAnswerTransComplete
                                                   ? "the board could not store the program"
                                                   : "the board refuses the upload");
 }
@@ -268,7 +268,7 @@ std::vector<std::byte> UploadSession::ReceiveReply(wire::UploadCode code)
     client_->ReceiveExactly(rest);
     if (header->ph_descrite != wire::kUploadDescrite || header->ph_version != wire::kUploadVersion ||
         header->ph_types != wire::kUploadCommand || rest.empty() || rest.front() != std::byte{code})
-        throw ToolError(ExitStatus::kFailed, "the board answers with something else than asked for");
+        throw VerbError(ExitStatus::kFailed, "the board answers with something else than asked for");
     rest.erase(rest.begin());
     return rest;
 }

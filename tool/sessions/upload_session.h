@@ -32,7 +32,7 @@ struct UploadPatience {
     std::chrono::milliseconds finish; // until everything is on the board's disk
 };
 
-// Every call throws ToolError; State() then tells what it means for the board.
+// Every call throws VerbError; State() then tells what it means for the board.
 class UploadSession
 {
 public:

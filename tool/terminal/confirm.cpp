@@ -2,7 +2,7 @@
 #include "terminal/confirm.h"
 
 #include "common/pc/text.h"
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 #include "terminal/interrupt.h"
 
 #include <poll.h>
@@ -16,7 +16,7 @@ void Confirm(Output &output, bool yes, const std::string &question)
     if (yes)
         return;
     if (output.Json() || isatty(STDIN_FILENO) != 1)
-        throw ToolError(ExitStatus::kUsage, question + " nobody can be asked here; say --yes to agree");
+        throw VerbError(ExitStatus::kUsage, question + " nobody can be asked here; say --yes to agree");
     output.Draw(ForTerminal(question) + " [y/N] ");
     std::string answer;
     char c = '\n';
@@ -27,7 +27,7 @@ void Confirm(Output &output, bool yes, const std::string &question)
         answer += c;
     } while (c != '\n');
     if (answer != "y\n" && answer != "Y\n" && answer != "yes\n")
-        throw ToolError(ExitStatus::kFailed, "declined; nothing was done");
+        throw VerbError(ExitStatus::kFailed, "declined; nothing was done");
 }
 
 } // namespace ledboard

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "terminal/interrupt.h"
 
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -60,7 +60,7 @@ bool WaitFor(int fd, short events, Clock::time_point deadline)
         if (ready < 0 && errno != EINTR)
             throw SystemError("cannot wait", errno);
         if (ready > 0 && watched[1].revents != 0)
-            throw ToolError(ExitStatus::kInterrupted, "interrupted");
+            throw VerbError(ExitStatus::kInterrupted, "interrupted");
         if (ready > 0 && watched[0].revents != 0)
             return true;
         if (Clock::now() >= deadline)

@@ -16,7 +16,7 @@ void WatchInterrupt();
 bool Interrupted();
 
 // Waits until `fd` (-1: none) has one of the poll `events`. False when the deadline passes first; throws
-// ToolError(kInterrupted) when the tool is interrupted.
+// VerbError(kInterrupted) when the tool is interrupted.
 bool WaitFor(int fd, short events, Clock::time_point deadline);
 
 } // namespace ledboard

@@ -20,7 +20,7 @@ struct Outcome {
     std::string label; // how messages name the board
     const Board *board = nullptr;
     nlohmann::json result;
-    std::optional<ToolError> error;
+    std::optional<VerbError> error;
 };
 
 // One outcome per board, ordered by BoardKey; then one per name that has no board.
@@ -32,7 +32,7 @@ std::vector<Outcome> Resolve(const std::vector<BoardSelector> &selectors, const 
         try {
             const Board &board = SelectBoard(selector, boards);
             resolved.emplace(BoardKey(board), Outcome{BoardLabel(board), &board, {}, std::nullopt});
-        } catch (const ToolError &error) {
+        } catch (const VerbError &error) {
             unresolved.push_back({ToUtf8(selector.text), nullptr, {}, error});
         }
     }
@@ -48,10 +48,10 @@ void RunOne(Outcome &outcome, const BoardTask &task)
 {
     try {
         outcome.result = task.run(*outcome.board);
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         outcome.error = error;
     } catch (const std::exception &error) {
-        outcome.error = ToolError(ExitStatus::kFailed, error.what());
+        outcome.error = VerbError(ExitStatus::kFailed, error.what());
     }
 }
 
@@ -63,7 +63,7 @@ void RunAll(std::vector<Outcome> &outcomes, const BoardTask &task, unsigned jobs
             if (outcomes[i].error)
                 continue;
             if (Interrupted())
-                outcomes[i].error = ToolError(ExitStatus::kInterrupted, "interrupted");
+                outcomes[i].error = VerbError(ExitStatus::kInterrupted, "interrupted");
             else
                 RunOne(outcomes[i], task);
         }

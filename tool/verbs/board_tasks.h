@@ -13,7 +13,7 @@ namespace ledboard
 {
 
 struct BoardTask {
-    // The work on one board and its result; called from several threads at once. Throws ToolError.
+    // The work on one board and its result; called from several threads at once. Throws VerbError.
     std::function<nlohmann::json(const Board &board)> run;
     // The result as a person reads it, ending in a newline.
     std::function<std::string(const Board &board, const nlohmann::json &result)> text;

@@ -116,7 +116,7 @@ VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const 
         std::cout.flush();
         return nullptr;
     } catch (const CLI::ParseError &error) {
-        throw ToolError(ExitStatus::kUsage, UsageMessage(app, error));
+        throw VerbError(ExitStatus::kUsage, UsageMessage(app, error));
     }
     for (auto &[command, action] : actions)
         if (command->parsed())
@@ -133,7 +133,7 @@ bool AsksForJson(int argc, const char *const *argv)
     return false;
 }
 
-ExitStatus Report(Output &output, const ToolError &error)
+ExitStatus Report(Output &output, const VerbError &error)
 {
     output.Error(error);
     return error.Status();
@@ -146,7 +146,7 @@ ExitStatus RunVerb(Output &output, const VerbAction &action, const ToolOptions &
         const ExitStatus status = action(context);
         output.Finish();
         return status;
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         return Report(output, error);
     } catch (const std::exception &error) {
         return Report(output, {ExitStatus::kFailed, error.what()});
@@ -164,7 +164,7 @@ int RunTool(int argc, const char *const *argv)
     try {
         WatchInterrupt();
         action = ReadCommandLine(app, options, argc, argv);
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         Output output(AsksForJson(argc, argv), false);
         Report(output, error);
         output.Note("\"ledboard --help\" and \"ledboard VERB --help\" explain the usage");

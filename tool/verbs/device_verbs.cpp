@@ -54,7 +54,7 @@ SettingTask SetClock(const std::string &plan, std::function<std::int64_t()> time
         client.End();
         const auto since = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - began);
         if (std::abs(clock - wanted - since.count()) > kClockTolerance)
-            throw ToolError(ExitStatus::kVerification, "the board has stayed at " + TimeText(clock));
+            throw VerbError(ExitStatus::kVerification, "the board has stayed at " + TimeText(clock));
         return ClockJson(clock);
     };
     return {plan, set, ClockText};
@@ -83,7 +83,7 @@ VerbAction DefineClockSet(CLI::App &command)
     return [=](ToolContext &context) {
         const auto time = ParseTime(*text);
         if (!time)
-            throw ToolError(ExitStatus::kUsage,
+            throw VerbError(ExitStatus::kUsage,
                             "'" + *text + "' is no time; write 2026-05-17T08:30:00, with Z for UTC");
         return RunSettingTask(context, *arguments,
                               SetClock("would set the clock to " + TimeText(*time),
@@ -130,7 +130,7 @@ SettingTask ChangePloy(const std::string &plan, std::function<void(wire::RebootP
         const wire::RebootPloy stored = ReadPloy(&client);
         client.End();
         if (std::memcmp(&stored, &ploy, sizeof ploy) != 0)
-            throw ToolError(ExitStatus::kVerification, "the board did not store the schedule");
+            throw VerbError(ExitStatus::kVerification, "the board did not store the schedule");
         return PloyJson(stored);
     };
     return {plan, run, PloyText};
@@ -214,7 +214,7 @@ VerbAction DefineScheduleEvery(CLI::App &command)
         wire::RebootPloy ploy = MakePloy(*schedule);
         const auto days = ParseNumber(schedule->days);
         if (!days || *days < 1 || *days > 62)
-            throw ToolError(ExitStatus::kUsage, "'" + schedule->days + "' is no number of days, 1 to 62");
+            throw VerbError(ExitStatus::kUsage, "'" + schedule->days + "' is no number of days, 1 to 62");
         ploy.days = *days;
         if (DaysBetweenReboots(ploy.days) != ploy.days)
             context.output.Warn(fmt::format("a board counts modulo one week: it reboots every {} days",
@@ -253,7 +253,7 @@ VerbAction DefineName(CLI::App &command)
     const auto arguments = AddSettingArguments(command);
     return [=](ToolContext &context) {
         if (text->empty() || text->size() > kLongestName)
-            throw ToolError(ExitStatus::kUsage, "a name has 1 to 249 bytes");
+            throw VerbError(ExitStatus::kUsage, "a name has 1 to 249 bytes");
         return RunSettingTask(context, *arguments, StoreText(wire::kSettingName, "name", *text));
     };
 }
@@ -267,7 +267,7 @@ VerbAction DefineIdentity(CLI::App &command)
     const auto arguments = AddSettingArguments(command);
     return [=](ToolContext &context) {
         if (text->size() != kIdentityLength)
-            throw ToolError(ExitStatus::kUsage, "an identifier has 13 characters");
+            throw VerbError(ExitStatus::kUsage, "an identifier has 13 characters");
         RequireOneBoard(*arguments, "an identifier belongs to one board only");
         return RunSettingTask(context, *arguments, StoreText(wire::kSettingIdentity, "identifier", *text));
     };

@@ -81,13 +81,13 @@ nlohmann::json AwaitResult(ToolContext &context, const Board &board)
             DiscoverySocket socket(context.options.interface);
             const std::vector<Board> boards = BoardFinder(socket, selectors).Search(kLookPeriod);
             return AskResult(context, SelectBoard(selectors.front(), boards));
-        } catch (const ToolError &error) {
+        } catch (const VerbError &error) {
             if (error.Status() == ExitStatus::kInterrupted)
                 throw;
         }
         WaitFor(-1, 0, next);
     }
-    throw ToolError(ExitStatus::kTimeout, "the board did not come back after the installation");
+    throw VerbError(ExitStatus::kTimeout, "the board did not come back after the installation");
 }
 
 nlohmann::json Install(ToolContext &context, const Board &board, const std::string &archive, bool alone)
@@ -107,12 +107,12 @@ nlohmann::json Install(ToolContext &context, const Board &board, const std::stri
         }
         context.output.Note(BoardLabel(board) + ": installing");
         if (!session.Install(context.Timeout(kInstallPatience)))
-            throw ToolError(ExitStatus::kFailed,
+            throw VerbError(ExitStatus::kFailed,
                             "the board cannot unpack the archive; its firmware is as it was");
     }
     nlohmann::json result = AwaitResult(context, board);
     if (!result["succeeded"])
-        throw ToolError(ExitStatus::kFailed, "the board is back and says that the installation failed");
+        throw VerbError(ExitStatus::kFailed, "the board is back and says that the installation failed");
     result["before"] = before;
     result["bytes"] = archive.size();
     return result;

@@ -71,7 +71,7 @@ in_addr ParseAddress(const std::string &text)
     const bool isAddress = inet_pton(AF_INET, text.c_str(), &address) == 1;
     const std::uint32_t first = ntohl(address.s_addr) >> 24;
     if (!isAddress || first == 0 || first == 127 || first >= 224)
-        throw ToolError(ExitStatus::kUsage, "'" + text + "' is no address for a board or a gateway");
+        throw VerbError(ExitStatus::kUsage, "'" + text + "' is no address for a board or a gateway");
     return address;
 }
 
@@ -84,7 +84,7 @@ WantedAddressing ParseFixed(const NetworkArguments &arguments)
     const auto [end, error] =
         std::from_chars(prefixText.data(), prefixText.data() + prefixText.size(), prefix);
     if (error != std::errc() || end != prefixText.data() + prefixText.size() || prefix < 1 || prefix > 30)
-        throw ToolError(ExitStatus::kUsage, "'" + arguments.fixed +
+        throw VerbError(ExitStatus::kUsage, "'" + arguments.fixed +
                                                 "' is not ADDRESS/PREFIX, such as "
                                                 "192.168.1.50/24");
     WantedAddressing wanted;
@@ -95,14 +95,14 @@ WantedAddressing ParseFixed(const NetworkArguments &arguments)
     for (const in_addr address : {wanted.address, wanted.gateway}) {
         const std::uint32_t host = ntohl(address.s_addr) & ~mask;
         if (host == 0 || host == ~mask)
-            throw ToolError(ExitStatus::kUsage,
+            throw VerbError(ExitStatus::kUsage,
                             Dotted(address) + " is the network's own or its broadcast address");
     }
     if (((ntohl(wanted.address.s_addr) ^ ntohl(wanted.gateway.s_addr)) & mask) != 0)
-        throw ToolError(ExitStatus::kUsage,
+        throw VerbError(ExitStatus::kUsage,
                         "the gateway " + arguments.gateway + " is not in the network of " + arguments.fixed);
     if (wanted.address.s_addr == wanted.gateway.s_addr)
-        throw ToolError(ExitStatus::kUsage, "board and gateway cannot have the same address");
+        throw VerbError(ExitStatus::kUsage, "board and gateway cannot have the same address");
     return wanted;
 }
 

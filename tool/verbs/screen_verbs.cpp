@@ -30,7 +30,7 @@ VerbAction DefineFileTransfer(CLI::App &command, wire::SettingCode code, const c
     return [=](ToolContext &context) {
         const std::vector<std::byte> file = ReadLocalFile(*path);
         if (file.empty())
-            throw ToolError(ExitStatus::kFailed, "'" + *path + "' is empty");
+            throw VerbError(ExitStatus::kFailed, "'" + *path + "' is empty");
         const auto send = [&](SettingClient &client, const Board &) -> nlohmann::json {
             client.SendFile(code, file);
             client.End();
@@ -76,10 +76,10 @@ std::vector<std::byte> ReadLuminance(SettingClient *client)
     constexpr std::size_t kNoFile = 2; // bytes of the answer then
     std::vector<std::byte> stream = client->End();
     if (stream.size() == kNoFile)
-        throw ToolError(ExitStatus::kFailed, "the board has no luminance file");
+        throw VerbError(ExitStatus::kFailed, "the board has no luminance file");
     const auto size = wire::Read<wire::U32>(stream);
     if (!size || stream.size() != sizeof *size + *size)
-        throw ToolError(ExitStatus::kFailed, "the luminance file came in part only");
+        throw VerbError(ExitStatus::kFailed, "the luminance file came in part only");
     stream.erase(stream.begin(), stream.begin() + sizeof *size);
     return stream;
 }
@@ -116,12 +116,12 @@ SettingTask Told(const std::string &plan, const std::function<void(SettingClient
     return {plan, run, [done](const nlohmann::json &) { return done; }};
 }
 
-// 1 to 100. Throws ToolError(kUsage).
+// 1 to 100. Throws VerbError(kUsage).
 std::uint32_t ParsePercent(const std::string &text)
 {
     const auto percent = ParseNumber(text);
     if (!percent || *percent < 1 || *percent > 100)
-        throw ToolError(ExitStatus::kUsage, "'" + text + "' is no brightness: 1 to 100, or 'show'");
+        throw VerbError(ExitStatus::kUsage, "'" + text + "' is no brightness: 1 to 100, or 'show'");
     return *percent;
 }
 
@@ -140,7 +140,7 @@ nlohmann::json Brighten(SettingClient &client, std::optional<std::uint32_t> perc
     else if (percent) // a board without a settings file does not say
         result["brightness"] = *percent;
     if (percent && result["brightness"] != *percent)
-        throw ToolError(ExitStatus::kVerification,
+        throw VerbError(ExitStatus::kVerification,
                         fmt::format("the board says {} %", std::uint32_t{last.value}));
     return result;
 }

@@ -42,9 +42,9 @@ ServerSettings ParseServer(const ServerArguments &arguments)
         return text.find_first_of(std::string("\n\0", 2)) == std::string::npos;
     };
     if (!isPort || host.empty() || host.size() > kLongestHost || !isLine(host))
-        throw ToolError(ExitStatus::kUsage, "'" + arguments.server + "' is not HOST:PORT");
+        throw VerbError(ExitStatus::kUsage, "'" + arguments.server + "' is not HOST:PORT");
     if (arguments.user.size() > kLongestUser || !isLine(arguments.user))
-        throw ToolError(ExitStatus::kUsage, "a user name has at most 20 bytes");
+        throw VerbError(ExitStatus::kUsage, "a user name has at most 20 bytes");
     return {host, port, arguments.user};
 }
 
@@ -86,7 +86,7 @@ nlohmann::json Set(const ToolContext &context, const Board &board, const ServerS
         return {{"board", BoardLabel(board)}, {"dryRun", true}, {"wanted", TextOf(settings)}};
     SetServer(query, settings);
     if (TextOf(AskServer(query)) != TextOf(settings))
-        throw ToolError(ExitStatus::kVerification, "the board has kept another server");
+        throw VerbError(ExitStatus::kVerification, "the board has kept another server");
     const Clock::time_point deadline = Clock::now() + context.Timeout(kConnectPatience);
     while (!AskConnected(query) && Clock::now() < deadline)
         WaitFor(-1, 0, Clock::now() + kLookPeriod);

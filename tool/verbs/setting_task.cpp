@@ -60,7 +60,7 @@ ExitStatus RunSettingTask(ToolContext &context, const SettingArguments &argument
 void RequireOneBoard(const SettingArguments &arguments, const char *why)
 {
     if (arguments.boards.size() != 1)
-        throw ToolError(ExitStatus::kUsage, why);
+        throw VerbError(ExitStatus::kUsage, why);
 }
 
 std::vector<std::byte> ReadLocalFile(const std::string &path)

@@ -32,10 +32,10 @@ void AddViaSession(CLI::App &command, SettingArguments &arguments);
 
 ExitStatus RunSettingTask(ToolContext &context, const SettingArguments &arguments, const SettingTask &task);
 
-// Throws ToolError(kUsage) with `why` when there are several.
+// Throws VerbError(kUsage) with `why` when there are several.
 void RequireOneBoard(const SettingArguments &arguments, const char *why);
 
-// Throw ToolError. A file is replaced as a whole: the old one stays when the disk is full.
+// Throw VerbError. A file is replaced as a whole: the old one stays when the disk is full.
 std::vector<std::byte> ReadLocalFile(const std::string &path);
 void WriteLocalFile(const std::string &path, wire::Bytes content);
 

@@ -22,7 +22,7 @@ BoardSettings Read(SettingClient *client)
 {
     auto settings = ReadSettings(client);
     if (!settings)
-        throw ToolError(ExitStatus::kFailed, "the board has no settings file");
+        throw VerbError(ExitStatus::kFailed, "the board has no settings file");
     return std::move(*settings);
 }
 
@@ -84,7 +84,7 @@ void VerifyLoad(const std::vector<std::byte> &sent, const std::vector<std::byte>
 {
     const bool length = keepTail ? stored.size() >= sent.size() : stored.size() == sent.size();
     if (!length || !std::equal(sent.begin(), sent.end(), stored.begin()))
-        throw ToolError(ExitStatus::kVerification, "the board holds something else than was sent");
+        throw VerbError(ExitStatus::kVerification, "the board holds something else than was sent");
 }
 
 VerbAction DefineLoad(CLI::App &command)
@@ -118,7 +118,7 @@ VerbAction DefineLoad(CLI::App &command)
     };
 }
 
-// The words up to the first without "="; the others name boards. Throws ToolError(kUsage).
+// The words up to the first without "="; the others name boards. Throws VerbError(kUsage).
 Assignments TakeAssignments(const std::vector<std::string> &words, std::vector<std::string> *boards)
 {
     Assignments assignments;
@@ -127,14 +127,14 @@ Assignments TakeAssignments(const std::vector<std::string> &words, std::vector<s
         const auto assignment = ParseAssignment(*word);
         for (const auto &earlier : assignments) {
             if (earlier.first == assignment.first)
-                throw ToolError(ExitStatus::kUsage,
+                throw VerbError(ExitStatus::kUsage,
                                 fmt::format("parameter {} is given twice", earlier.first));
         }
         assignments.push_back(assignment);
     }
     boards->assign(word, words.end());
     if (assignments.empty() || boards->empty())
-        throw ToolError(ExitStatus::kUsage, "it takes ID=VALUE... and then BOARD...");
+        throw VerbError(ExitStatus::kUsage, "it takes ID=VALUE... and then BOARD...");
     return assignments;
 }
 
@@ -150,7 +150,7 @@ nlohmann::json Set(SettingClient &client, const Assignments &assignments)
     for (const auto &[id, value] : assignments) {
         const auto held = FindValue(file, id);
         if (held && *held != value)
-            throw ToolError(ExitStatus::kVerification,
+            throw VerbError(ExitStatus::kVerification,
                             fmt::format("the board holds {} as parameter {}, not {}", *held, id, value));
         set.push_back({{"id", id}, {"value", value}, {"stored", held.has_value()}});
         if (*SettingName(id) != '\0')

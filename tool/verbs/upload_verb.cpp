@@ -135,13 +135,13 @@ nlohmann::json RunUpload(ToolContext &context, const Board &board, const Upload 
     Stage stage;
     try {
         return RunSession(context, &session, board, upload, &stage);
-    } catch (const ToolError &error) {
+    } catch (const VerbError &error) {
         std::string message = error.what();
         if (session.State() != BoardState::kUntouched)
             message += ", " + stage.what;
         if (stage.sending && error.Status() == ExitStatus::kFailed)
             message += " (its disk may be full or gone)";
-        throw ToolError(error.Status(), message + "; " + DescribeState(session.State()));
+        throw VerbError(error.Status(), message + "; " + DescribeState(session.State()));
     }
 }
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "common/pc/output.h"
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include <CLI/CLI.hpp>
 
@@ -42,7 +42,7 @@ struct ToolContext {
 // How long a search for boards lasts unless --timeout says otherwise.
 constexpr std::chrono::milliseconds kSearchTime{2000};
 
-// Runs the verb after the command line is read. Throws ToolError.
+// Runs the verb after the command line is read. Throws VerbError.
 using VerbAction = std::function<ExitStatus(ToolContext &)>;
 
 struct Verb {

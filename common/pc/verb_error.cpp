@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "common/pc/tool_error.h"
+#include "common/pc/verb_error.h"
 
 #include "common/pc/text.h"
 
@@ -33,12 +33,12 @@ const char *StatusWord(ExitStatus status)
     return "failed";
 }
 
-ToolError SystemError(const std::string &message, int errorNumber)
+VerbError SystemError(const std::string &message, int errorNumber)
 {
     return {ExitStatus::kFailed, message + ": " + std::generic_category().message(errorNumber)};
 }
 
-nlohmann::json ErrorJson(const ToolError &error)
+nlohmann::json ErrorJson(const VerbError &error)
 {
     return {{"status", static_cast<int>(error.Status())},
             {"kind", StatusWord(error.Status())},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// common/pc/tool_error.h: how the tool ends: one exit status per kind of end, and the exception that carries
+// common/pc/verb_error.h: how the tool ends: one exit status per kind of end, and the exception that carries
 // it.
 #pragma once
 
@@ -27,10 +27,10 @@ enum class ExitStatus : int {
 const char *StatusWord(ExitStatus status);
 
 // Ends a verb, or one board's share of it. The text is a sentence without capital and full stop.
-class ToolError : public std::runtime_error
+class VerbError : public std::runtime_error
 {
 public:
-    ToolError(ExitStatus status, const std::string &message) : std::runtime_error(message), status_(status) {}
+    VerbError(ExitStatus status, const std::string &message) : std::runtime_error(message), status_(status) {}
     ExitStatus Status() const { return status_; }
 
 private:
@@ -38,9 +38,9 @@ private:
 };
 
 // kFailed with the text of `errorNumber` behind the message.
-ToolError SystemError(const std::string &message, int errorNumber);
+VerbError SystemError(const std::string &message, int errorNumber);
 
 // {"status": 3, "kind": "no-such-board", "message": "..."}
-nlohmann::json ErrorJson(const ToolError &error);
+nlohmann::json ErrorJson(const VerbError &error);
 
 } // namespace ledboard
