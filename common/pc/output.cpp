@@ -26,8 +26,8 @@ void AppendPadded(std::string &line, const std::string &cell, std::size_t width)
 
 } // namespace
 
-Output::Output(bool json, bool quiet)
-    : json_(json), quiet_(quiet), errorIsTerminal_(isatty(STDERR_FILENO) == 1)
+Output::Output(const char *program, const OutputOptions &options)
+    : program_(program), options_(options), errorIsTerminal_(isatty(STDERR_FILENO) == 1)
 {
     const char *noColour = std::getenv("NO_COLOR");
     const char *terminal = std::getenv("TERM");
@@ -50,21 +50,21 @@ void Output::PrintJson(const nlohmann::json &document)
 
 void Output::Note(std::string_view line)
 {
-    if (!quiet_ && !json_)
+    if (!options_.quiet && !options_.json)
         ErrorLine(line);
 }
 
 void Output::Warn(std::string_view line)
 {
-    ErrorLine(std::string("ledboard: warning: ").append(line));
+    ErrorLine(std::string(program_).append(": warning: ").append(line));
 }
 
 void Output::Error(const VerbError &error)
 {
-    if (json_)
+    if (options_.json)
         PrintJson({{"error", ErrorJson(error)}});
     else
-        ErrorLine("ledboard: " + ForTerminal(error.what()));
+        ErrorLine(std::string(program_) + ": " + ForTerminal(error.what()));
 }
 
 void Output::Draw(std::string_view text)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// common/pc/output.h: where the tool's words go. Data goes to standard output and nothing else does; notes,
-// questions, progress and errors go to standard error. With --json an error is data too: an object in the
-// place of the result. Any thread may call any of this.
+// common/pc/output.h: what a program on the PC prints. Only data goes to standard output; notes, questions,
+// progress and errors go to standard error. With --json an error is data too: an object instead of the
+// result. Every thread may call this.
 #pragma once
 
 #include "common/pc/verb_error.h"
@@ -17,14 +17,19 @@
 namespace ledboard
 {
 
+struct OutputOptions {
+    bool json = false;  // one JSON document instead of text; errors too
+    bool quiet = false; // no notes, no progress
+};
+
 class Output
 {
 public:
-    // Looks at the terminal and at NO_COLOR once, here.
-    Output(bool json, bool quiet);
+    // `program` stands before errors and warnings. Looks at the terminal and at NO_COLOR once, here.
+    Output(const char *program, const OutputOptions &options);
 
-    bool Json() const { return json_; }
-    bool Quiet() const { return quiet_; }
+    bool Json() const { return options_.json; }
+    bool Quiet() const { return options_.quiet; }
     bool ErrorIsTerminal() const { return errorIsTerminal_; }
 
     void Print(std::string_view text);              // data as it is
@@ -44,8 +49,8 @@ private:
     void ErrorLine(std::string_view text);
 
     std::mutex mutex_;
-    bool json_;
-    bool quiet_;
+    const char *program_;
+    OutputOptions options_;
     bool colour_;
     bool errorIsTerminal_;
     int writeError_ = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// common/pc/verb_error.h: how the tool ends: one exit status per kind of end, and the exception that carries
-// it.
+// common/pc/verb_error.h: how a program on the PC ends: one exit status per kind of end, and the exception
+// that carries it.
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -26,7 +26,7 @@ TEST(Progress, SaysHowFarHowFastAndHowLong)
 
 TEST(Progress, ALineEachTenPerCentOffATerminal)
 {
-    Output output(true, false);
+    Output output("ledboard", {.json = true});
     testing::internal::CaptureStdout();
     {
         Progress progress(output, "C1-0000000001", "sending", 1000, true);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "verbs/command_line.h"
 
+#include "common/pc/command_line.h"
 #include "terminal/interrupt.h"
 #include "verbs/verbs.h"
 
@@ -13,6 +14,8 @@ namespace ledboard
 
 namespace
 {
+
+constexpr const char *kProgram = "ledboard";
 
 constexpr Verb kVerbs[] = {
     {"discover", "List the boards on the network.", DefineDiscover},
@@ -74,26 +77,6 @@ void AddCommonOptions(CLI::App &command, ToolOptions &options)
         ->group(kGroup);
 }
 
-// What is wrong with the command line; CLI11's own words do not name what is missing.
-std::string UsageMessage(const CLI::App &app, const CLI::ParseError &error)
-{
-    const auto missing = [](const CLI::App &command) {
-        return command.get_require_subcommand_min() > 0 && command.get_subcommands().empty();
-    };
-    if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::RequiredError))
-        return error.what();
-    if (missing(app))
-        return app.remaining().empty() ? "a verb is missing"
-                                       : "there is no verb '" + app.remaining().front() + "'";
-    const CLI::App *const verb = app.get_subcommands().front();
-    if (!missing(*verb))
-        return error.what();
-    std::string actions;
-    for (const CLI::App *action : verb->get_subcommands([](const CLI::App *) { return true; }))
-        actions += (actions.empty() ? "" : ", ") + action->get_name();
-    return "\"" + verb->get_name() + "\" takes one of the words " + actions + " first";
-}
-
 // The verb that the command line names; nothing when it is complete without one (--help, --version).
 VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const char *const *argv)
 {
@@ -124,15 +107,6 @@ VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const 
     return nullptr;
 }
 
-// --json counts also on a command line that cannot be read otherwise.
-bool AsksForJson(int argc, const char *const *argv)
-{
-    for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i)
-        if (std::string_view(argv[i]) == "--json")
-            return true;
-    return false;
-}
-
 ExitStatus Report(Output &output, const VerbError &error)
 {
     output.Error(error);
@@ -159,20 +133,20 @@ int RunTool(int argc, const char *const *argv)
 {
     ToolOptions options;
     // Actions ask which of their sub-verbs was named: the command line outlives them.
-    CLI::App app("Finds LED display controller boards on the network and looks after them.", "ledboard");
+    CLI::App app("Finds LED display controller boards on the network and looks after them.", kProgram);
     VerbAction action;
     try {
         WatchInterrupt();
         action = ReadCommandLine(app, options, argc, argv);
     } catch (const VerbError &error) {
-        Output output(AsksForJson(argc, argv), false);
+        Output output(kProgram, {.json = AsksForJson(argc, argv)});
         Report(output, error);
         output.Note("\"ledboard --help\" and \"ledboard VERB --help\" explain the usage");
         return static_cast<int>(error.Status());
     }
     if (!action)
         return static_cast<int>(std::cout.good() ? ExitStatus::kDone : ExitStatus::kFailed);
-    Output output(options.json, options.quiet);
+    Output output(kProgram, options);
     return static_cast<int>(RunVerb(output, action, options));
 }
 

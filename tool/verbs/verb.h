@@ -16,9 +16,7 @@ namespace ledboard
 {
 
 // What every verb understands, whether it needs it or not.
-struct ToolOptions {
-    bool json = false;
-    bool quiet = false;
+struct ToolOptions : OutputOptions {
     bool dryRun = false;
     bool yes = false;
     unsigned jobs = 4;
