@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "board_link.h"
 
+#include "common/text_field.h"
+
 #include <asio/buffer.hpp>
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
@@ -8,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <utility>
 
 namespace server
@@ -86,11 +87,11 @@ asio::awaitable<BoardLogin> BoardLink::ReceiveLogin()
     const auto login = wire::Read<wire::RemoteLoginPacket>(packet);
     if (!login || login->prefix.command != wire::kRemoteLogin)
         throw BadPacket("not a login");
-    const std::string id = IdText(login->id);
+    const std::string id(ledboard::FieldText(login->id));
     if (!IsPrintable(id))
         throw BadPacket("an identifier that is not printable");
     id_ = id;
-    co_return BoardLogin{id_, std::string(login->username, strnlen(login->username, sizeof login->username))};
+    co_return BoardLogin{id_, std::string(ledboard::FieldText(login->username))};
 }
 
 void BoardLink::Send(std::string packet)

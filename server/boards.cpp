@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "boards.h"
 
+#include "common/address.h"
+#include "common/pc/text.h"
+#include "common/text_field.h"
+
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
-#include <fmt/chrono.h>
-#include <fmt/format.h>
-
-#include <arpa/inet.h>
 
 #include <algorithm>
-#include <cstring>
 
 namespace server
 {
@@ -23,31 +22,19 @@ using namespace std::chrono_literals;
 constexpr std::chrono::seconds kLongestSilence = 45s; // a board says something every 7 seconds
 constexpr std::size_t kMostAway = 4096;               // boards remembered that are not connected
 
-std::string Utc(SystemClock::time_point time)
+// The four bytes in the order in which they lie in the record: addresses in network order, versions.
+std::string DottedBytes(const wire::I32 &bytes)
 {
-    const auto seconds = std::chrono::floor<std::chrono::milliseconds>(time);
-    return fmt::format("{:%Y-%m-%dT%H:%M:}{:06.3f}Z", fmt::gmtime(SystemClock::to_time_t(seconds)),
-                       static_cast<double>(seconds.time_since_epoch().count() % 60000) / 1000.0);
-}
-
-template <std::size_t N> std::string FieldText(const char (&field)[N])
-{
-    return std::string(field, strnlen(field, N));
-}
-
-std::string Dotted(std::int32_t address)
-{
-    char text[INET_ADDRSTRLEN];
-    return inet_ntop(AF_INET, &address, text, sizeof text);
+    return ledboard::Dotted({static_cast<in_addr_t>(std::int32_t{bytes})});
 }
 
 nlohmann::json RecordJson(const wire::DeviceRecord &record)
 {
-    return {{"name", FieldText(record.name)},
+    return {{"name", ledboard::FieldText(record.name)},
             {"mac", std::string(record.mac, sizeof record.mac)},
-            {"address", Dotted(record.ipaddr)},
-            {"player", Dotted(record.plexa)},
-            {"fpga", Dotted(record.fpga)},
+            {"address", DottedBytes(record.ipaddr)},
+            {"player", DottedBytes(record.plexa)},
+            {"fpga", DottedBytes(record.fpga)},
             {"width", static_cast<int>(record.width)},
             {"height", static_cast<int>(record.height)},
             {"deviceType", static_cast<int>(record.device_type)},
@@ -57,11 +44,16 @@ nlohmann::json RecordJson(const wire::DeviceRecord &record)
 
 nlohmann::json EntryJson(const BoardEntry &entry)
 {
-    nlohmann::json json =
-        {{"id", entry.id},         {"user", entry.username},         {"connected", entry.link != nullptr},
-         {"peer", entry.peer},     {"since", Utc(entry.since)},      {"heard", Utc(entry.heard)},
-         {"logins", entry.logins}, {"heartbeats", entry.heartbeats}, {"device", nullptr},
-         {"push", nullptr}};
+    nlohmann::json json = {{"id", entry.id},
+                           {"user", entry.username},
+                           {"connected", entry.link != nullptr},
+                           {"peer", entry.peer},
+                           {"since", ledboard::FormatUtc(entry.since)},
+                           {"heard", ledboard::FormatUtc(entry.heard)},
+                           {"logins", entry.logins},
+                           {"heartbeats", entry.heartbeats},
+                           {"device", nullptr},
+                           {"push", nullptr}};
     if (entry.record)
         json["device"] = RecordJson(*entry.record);
     if (!entry.push.empty())

@@ -6,11 +6,12 @@
 #include <CLI/CLI.hpp>
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 
 namespace
 {
+
+using ledboard::ExitStatus;
 
 std::string DefaultControl()
 {
@@ -18,7 +19,7 @@ std::string DefaultControl()
     return (folder != nullptr && *folder != '\0' ? std::string(folder) : "/run") + "/ledboard-server.sock";
 }
 
-int Serve(server::ServerOptions options, const std::string &listen)
+ExitStatus Serve(server::ServerOptions options, const std::string &listen)
 {
     const std::size_t colon = listen.rfind(':');
     options.address = colon == std::string::npos ? "0.0.0.0" : listen.substr(0, colon);
@@ -29,10 +30,10 @@ int Serve(server::ServerOptions options, const std::string &listen)
             throw std::out_of_range("port " + port);
         options.port = static_cast<std::uint16_t>(number);
         server::ManagementServer(std::move(options)).Run();
-        return 0;
+        return ExitStatus::kDone;
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "ledboard-server: %s\n", error.what());
-        return 1;
+        ledboard::Output("ledboard-server", {}).Error({ExitStatus::kFailed, error.what()});
+        return ExitStatus::kFailed;
     }
 }
 
@@ -73,14 +74,14 @@ int main(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? 0 : 2;
+        return static_cast<int>(app.exit(error) == 0 ? ExitStatus::kDone : ExitStatus::kUsage);
     }
     if (run->parsed()) {
         serverOptions.control = operatorOptions.control;
         serverOptions.quiet = operatorOptions.quiet;
         serverOptions.users.insert(users.begin(), users.end());
-        return Serve(std::move(serverOptions), listen);
+        return static_cast<int>(Serve(std::move(serverOptions), listen));
     }
-    return boards->parsed() ? server::ListBoards(operatorOptions)
-                            : server::PushFolder(operatorOptions, folder, to);
+    return static_cast<int>(boards->parsed() ? server::ListBoards(operatorOptions)
+                                             : server::PushFolder(operatorOptions, folder, to));
 }

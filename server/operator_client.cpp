@@ -9,12 +9,10 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <unistd.h>
-
-#include <cstdio>
+#include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <map>
-#include <stdexcept>
 
 namespace server
 {
@@ -22,41 +20,20 @@ namespace server
 namespace
 {
 
+using ledboard::ExitStatus;
+using ledboard::Output;
+using ledboard::VerbError;
 using nlohmann::json;
 
-enum Status {
-    kDone = 0,
-    kFailed = 1,
-    kUsage = 2,
-    kNoSuchBoard = 3,
-    kRefused = 5,
-    kVerification = 6,
-    kPartly = 7
-};
-
-class Problem : public std::runtime_error
+ExitStatus StatusOf(const std::string &kind)
 {
-public:
-    Problem(int status, const std::string &kind, const std::string &text)
-        : std::runtime_error(text), status_(status), kind_(kind)
-    {
-    }
-    int Status() const { return status_; }
-    const std::string &Kind() const { return kind_; }
-
-private:
-    int status_;
-    std::string kind_;
-};
-
-int StatusOf(const std::string &kind)
-{
-    static const std::map<std::string, int> kStatuses = {{"done", kDone},
-                                                         {"no-such-board", kNoSuchBoard},
-                                                         {"refused", kRefused},
-                                                         {"verification", kVerification}};
+    static const std::map<std::string, ExitStatus> kStatuses = {{"done", ExitStatus::kDone},
+                                                                {"usage", ExitStatus::kUsage},
+                                                                {"no-such-board", ExitStatus::kNoSuchBoard},
+                                                                {"refused", ExitStatus::kRefused},
+                                                                {"verification", ExitStatus::kVerification}};
     const auto found = kStatuses.find(kind);
-    return found == kStatuses.end() ? kFailed : found->second;
+    return found == kStatuses.end() ? ExitStatus::kFailed : found->second;
 }
 
 // The connection to the running server.
@@ -69,9 +46,10 @@ public:
             socket_.connect(asio::local::stream_protocol::endpoint(path));
             asio::write(socket_, asio::buffer(request.dump() + "\n"));
         } catch (const std::system_error &error) {
-            throw Problem(kFailed, "failed", "no ledboard-server on " + path + ": " + error.code().message());
+            throw VerbError(ExitStatus::kFailed,
+                            "no ledboard-server on " + path + ": " + error.code().message());
         } catch (const json::type_error &) {
-            throw Problem(kUsage, "usage", "the folder and the board must be named in UTF-8");
+            throw VerbError(ExitStatus::kUsage, "the folder and the board must be named in UTF-8");
         }
     }
 
@@ -81,11 +59,11 @@ public:
         asio::error_code error;
         const std::size_t size = asio::read_until(socket_, asio::dynamic_buffer(received_), '\n', error);
         if (error)
-            throw Problem(kFailed, "failed", "the server has ended");
+            throw VerbError(ExitStatus::kFailed, "the server has ended");
         json answer = json::parse(received_.substr(0, size));
         received_.erase(0, size);
         if (answer.contains("error"))
-            throw Problem(StatusOf(answer.value("kind", "")), answer.value("kind", ""), answer["error"]);
+            throw VerbError(StatusOf(answer.value("kind", "")), answer["error"]);
         return answer;
     }
 
@@ -105,22 +83,11 @@ std::string Printable(const json &value)
     return text;
 }
 
-int Report(const OperatorOptions &options, const Problem &problem)
-{
-    const json object = {
-        {"error", {{"status", problem.Status()}, {"kind", problem.Kind()}, {"message", problem.what()}}}};
-    if (options.json)
-        fmt::print("{}\n", object.dump(-1, ' ', false, json::error_handler_t::replace));
-    else
-        fmt::print(stderr, "ledboard-server: {}\n", problem.what());
-    return problem.Status();
-}
-
 // Progress as an operator reads it: a line when the state changes, and each 10 % of the bytes.
 class ProgressLines
 {
 public:
-    explicit ProgressLines(bool quiet) : quiet_(quiet) {}
+    explicit ProgressLines(Output &output) : output_(output) {}
 
     void Show(const json &progress)
     {
@@ -130,14 +97,15 @@ public:
         const std::uint64_t total = progress["total"];
         const std::uint64_t tenth = state == "sending" && total > 0 ? done * 10 / total : 0;
         Shown &shown = shown_[id];
-        if (quiet_ || (shown.state == state && shown.tenth == tenth))
+        if (shown.state == state && shown.tenth == tenth)
             return;
         shown = {.state = state, .tenth = tenth};
         if (state == "sending")
-            fmt::print(stderr, "{}: {:3} % of {} bytes, {}\n", id,
-                       done * 100 / std::max<std::uint64_t>(total, 1), total, Printable(progress["file"]));
+            output_.Note(fmt::format("{}: {:3} % of {} bytes, {}", id,
+                                     done * 100 / std::max<std::uint64_t>(total, 1), total,
+                                     Printable(progress["file"])));
         else
-            fmt::print(stderr, "{}: {}\n", id, state);
+            output_.Note(fmt::format("{}: {}", id, state));
     }
 
 private:
@@ -145,25 +113,26 @@ private:
         std::string state;
         std::uint64_t tenth = 0;
     };
-    bool quiet_;
+    Output &output_;
     std::map<std::string, Shown> shown_;
 };
 
-int OverallStatus(const json &results)
+ExitStatus OverallStatus(const json &results)
 {
-    std::map<int, int> counts;
+    std::map<ExitStatus, int> counts;
     for (const json &result : results)
         ++counts[StatusOf(result["result"])];
     if (counts.size() == 1)
         return counts.begin()->first;
-    return counts.contains(kDone) ? kPartly : kFailed;
+    return counts.contains(ExitStatus::kDone) ? ExitStatus::kPartly : ExitStatus::kFailed;
 }
 
-void PrintResult(const json &result)
+std::string ResultText(const json &result)
 {
     const double seconds = result["seconds"];
     const double bytes = result["bytes"];
-    fmt::print("{}: {}{}; {} sent, {} of them resumed, {} unchanged, {} removed; {} bytes in {:.1f} s, "
+    return fmt::
+        format("{}: {}{}; {} sent, {} of them resumed, {} unchanged, {} removed; {} bytes in {:.1f} s, "
                "{:.1f} MiB/s\n",
                Printable(result["id"]), Printable(result["result"]),
                result.contains("message") ? " (" + Printable(result["message"]) + ")" : "",
@@ -173,64 +142,80 @@ void PrintResult(const json &result)
                seconds > 0 ? bytes / seconds / (1024.0 * 1024.0) : 0.0);
 }
 
-void PrintBoard(const json &board)
+constexpr const char *kBoardRow = "{:<14} {:<5} {:<22} {:<16} {:<20} {}\n";
+
+std::string BoardText(const json &board)
 {
     const json device = board["device"].is_null() ? json::object() : board["device"];
-    fmt::print("{:<14} {:<5} {:<22} {:<16} {:<20} {}\n", Printable(board["id"]),
-               board["connected"].get<bool>() ? "here" : "away", Printable(board["peer"]),
-               Printable(device.value("name", "-")), Printable(board["heard"]).substr(0, 19) + "Z",
-               board["push"].is_null() ? "" : Printable(board["push"]));
+    return fmt::format(kBoardRow, Printable(board["id"]), board["connected"].get<bool>() ? "here" : "away",
+                       Printable(board["peer"]), Printable(device.value("name", "-")),
+                       Printable(board["heard"]).substr(0, 19) + "Z",
+                       board["push"].is_null() ? "" : Printable(board["push"]));
+}
+
+ExitStatus List(const OperatorOptions &options, Output &output)
+{
+    const json answer = Server(options.control, {{"command", "boards"}}).Next();
+    if (output.Json()) {
+        output.PrintJson(answer);
+        return ExitStatus::kDone;
+    }
+    output.Print(fmt::format(kBoardRow, "ID", "", "FROM", "NAME", "HEARD", "PUSH"));
+    for (const json &board : answer["boards"])
+        output.Print(BoardText(board));
+    return ExitStatus::kDone;
+}
+
+ExitStatus PushTo(const OperatorOptions &options, const std::string &folder, const std::string &to,
+                  Output &output)
+{
+    if (folder.empty())
+        throw VerbError(ExitStatus::kUsage, "the folder has no name");
+    const std::string path = std::filesystem::absolute(folder);
+    Server server(options.control, {{"command", "push"}, {"folder", path}, {"to", to}});
+    ProgressLines progress(output);
+    for (;;) {
+        const json answer = server.Next();
+        if (answer.contains("results")) {
+            if (output.Json())
+                output.PrintJson(answer);
+            else
+                for (const json &result : answer["results"])
+                    output.Print(ResultText(result));
+            return OverallStatus(answer["results"]);
+        }
+        if (!output.Json())
+            progress.Show(answer["progress"]);
+        else if (!output.Quiet())
+            output.PrintJson(answer);
+    }
+}
+
+// Runs one verb; its error becomes its output and its status.
+ExitStatus Run(const OperatorOptions &options, const std::function<ExitStatus(Output &output)> &verb)
+{
+    Output output("ledboard-server", options);
+    try {
+        return verb(output);
+    } catch (const VerbError &error) {
+        output.Error(error);
+        return error.Status();
+    } catch (const std::exception &error) {
+        output.Error({ExitStatus::kFailed, error.what()});
+        return ExitStatus::kFailed;
+    }
 }
 
 } // namespace
 
-int ListBoards(const OperatorOptions &options)
+ExitStatus ListBoards(const OperatorOptions &options)
 {
-    try {
-        const json answer = Server(options.control, {{"command", "boards"}}).Next();
-        if (options.json) {
-            fmt::print("{}\n", answer.dump());
-            return kDone;
-        }
-        fmt::print("{:<14} {:<5} {:<22} {:<16} {:<20} {}\n", "ID", "", "FROM", "NAME", "HEARD", "PUSH");
-        for (const json &board : answer["boards"])
-            PrintBoard(board);
-        return kDone;
-    } catch (const Problem &problem) {
-        return Report(options, problem);
-    } catch (const std::exception &error) {
-        return Report(options, Problem(kFailed, "failed", error.what()));
-    }
+    return Run(options, [&](Output &output) { return List(options, output); });
 }
 
-int PushFolder(const OperatorOptions &options, const std::string &folder, const std::string &to)
+ExitStatus PushFolder(const OperatorOptions &options, const std::string &folder, const std::string &to)
 {
-    try {
-        if (folder.empty())
-            throw Problem(kUsage, "usage", "the folder has no name");
-        const std::string path = std::filesystem::absolute(folder);
-        Server server(options.control, {{"command", "push"}, {"folder", path}, {"to", to}});
-        ProgressLines progress(options.quiet);
-        for (;;) {
-            const json answer = server.Next();
-            if (answer.contains("results")) {
-                if (options.json)
-                    fmt::print("{}\n", answer.dump());
-                else
-                    for (const json &result : answer["results"])
-                        PrintResult(result);
-                return OverallStatus(answer["results"]);
-            }
-            if (!options.json)
-                progress.Show(answer["progress"]);
-            else if (!options.quiet)
-                fmt::print("{}\n", answer.dump());
-        }
-    } catch (const Problem &problem) {
-        return Report(options, problem);
-    } catch (const std::exception &error) {
-        return Report(options, Problem(kFailed, "failed", error.what()));
-    }
+    return Run(options, [&](Output &output) { return PushTo(options, folder, to, output); });
 }
 
 } // namespace server

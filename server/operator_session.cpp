@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "operator_session.h"
 
+#include "common/pc/output.h"
 #include "push.h"
 
 #include <asio/buffer.hpp>
@@ -23,20 +24,15 @@ namespace
 {
 
 using namespace std::chrono_literals;
+using ledboard::ExitStatus;
 using Socket = asio::local::stream_protocol::socket;
 
 constexpr std::size_t kLongestRequest = 65536;
 constexpr auto kProgressPeriod = 200ms;
 
-// A name may be no UTF-8.
-std::string Line(const nlohmann::json &json)
+nlohmann::json Problem(ExitStatus status, const std::string &text)
 {
-    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-}
-
-nlohmann::json Problem(const std::string &kind, const std::string &text)
-{
-    return {{"error", text}, {"kind", kind}};
+    return {{"error", text}, {"kind", ledboard::StatusWord(status)}};
 }
 
 // The boards that a request names; throws std::out_of_range.
@@ -81,7 +77,7 @@ public:
         while (results_.size() < pushes_.size() || !news_.empty()) {
             std::string lines;
             for (const auto &[id, progress] : news_)
-                lines += Line(ProgressJson(id, progress));
+                lines += ledboard::JsonLine(ProgressJson(id, progress));
             news_.clear();
             if (present && !lines.empty())
                 present = co_await Write(socket, lines);
@@ -95,7 +91,7 @@ public:
         nlohmann::json list = nlohmann::json::array();
         for (const auto &[id, report] : results_)
             list.push_back(report.Json());
-        const std::string line = Line({{"results", list}});
+        const std::string line = ledboard::JsonLine({{"results", list}});
         if (present)
             co_await Write(socket, line);
     }
@@ -157,7 +153,7 @@ std::shared_ptr<PushSession> MakePush(Boards &boards, const asio::any_io_executo
         const std::vector<std::string> ids = Targets(boards, request.at("to"));
         for (const std::string &id : ids) {
             if (!boards.Find(id)->push.empty()) {
-                *problem = Problem("refused", "a push to " + id + " is under way");
+                *problem = Problem(ExitStatus::kRefused, "a push to " + id + " is under way");
                 return nullptr;
             }
         }
@@ -168,16 +164,16 @@ std::shared_ptr<PushSession> MakePush(Boards &boards, const asio::any_io_executo
         session->Start(ids, source);
         return session;
     } catch (const std::out_of_range &error) {
-        *problem = Problem("no-such-board", error.what());
+        *problem = Problem(ExitStatus::kNoSuchBoard, error.what());
     } catch (const std::exception &error) {
-        *problem = Problem("failed", error.what());
+        *problem = Problem(ExitStatus::kFailed, error.what());
     }
     return nullptr;
 }
 
 asio::awaitable<void> Answer(Socket &socket, const nlohmann::json &answer)
 {
-    const std::string line = Line(answer);
+    const std::string line = ledboard::JsonLine(answer);
     co_await asio::async_write(socket, asio::buffer(line), asio::use_awaitable);
 }
 
@@ -185,7 +181,7 @@ asio::awaitable<void> HandleRequest(Boards &boards, Socket &socket, std::string 
 {
     const nlohmann::json request = nlohmann::json::parse(line, nullptr, false);
     const std::string command = request.is_object() ? request.value("command", "") : "";
-    nlohmann::json problem = Problem("usage", "no such command");
+    nlohmann::json problem = Problem(ExitStatus::kUsage, "no such command");
     if (command == "boards") {
         const nlohmann::json list = {{"boards", boards.List()}};
         co_await Answer(socket, list);

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "packets.h"
 
-#include <algorithm>
-#include <cstring>
+#include "common/text_field.h"
 
 namespace server
 {
@@ -19,16 +18,11 @@ wire::RemoteHeader Header(std::string_view id, std::size_t length, std::uint32_t
 {
     wire::RemoteHeader header{};
     header.prefix = {.length = static_cast<std::uint32_t>(length), .command = command};
-    std::memcpy(header.id, id.data(), std::min(id.size(), sizeof header.id));
+    ledboard::SetFieldText(header.id, id);
     return header;
 }
 
 } // namespace
-
-std::string IdText(const char (&id)[wire::kDeviceIdSize])
-{
-    return std::string(id, strnlen(id, sizeof id));
-}
 
 std::string MakeLoginAnswer(bool accepted)
 {

@@ -20,9 +20,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// A board's identifier as it is shown and named: without the zeros behind it.
-std::string IdText(const char (&id)[wire::kDeviceIdSize]);
-
 std::string MakeLoginAnswer(bool accepted);
 
 // A packet of the remote session, addressed to the board.

@@ -40,13 +40,8 @@ bool BoardsTake(const std::string &name)
 
 SourceReader::SourceReader(const SourceFile &file) : fd_(open(file.path.c_str(), O_RDONLY | O_CLOEXEC))
 {
-    if (fd_ == -1)
+    if (!fd_.Valid())
         throw std::system_error(errno, std::system_category(), file.path);
-}
-
-SourceReader::~SourceReader()
-{
-    close(fd_);
 }
 
 std::string SourceReader::Read(std::uint64_t offset, std::size_t size) const
@@ -54,7 +49,8 @@ std::string SourceReader::Read(std::uint64_t offset, std::size_t size) const
     std::string data(size, '\0');
     std::size_t got = 0;
     while (got < size) {
-        const ssize_t count = pread(fd_, data.data() + got, size - got, static_cast<off_t>(offset + got));
+        const ssize_t count =
+            pread(fd_.Get(), data.data() + got, size - got, static_cast<off_t>(offset + got));
         if (count == -1 && errno == EINTR)
             continue;
         if (count == -1)

@@ -3,6 +3,8 @@
 // Digests are computed once, off the event loop, however many boards ask.
 #pragma once
 
+#include "common/unique_fd.h"
+
 #include <asio/awaitable.hpp>
 #include <asio/thread_pool.hpp>
 
@@ -32,15 +34,12 @@ class SourceReader
 {
 public:
     explicit SourceReader(const SourceFile &file); // throws std::system_error
-    ~SourceReader();
-    SourceReader(const SourceReader &) = delete;
-    SourceReader &operator=(const SourceReader &) = delete;
 
     // As many bytes from `offset` as are there, at most `size`; throws std::system_error.
     std::string Read(std::uint64_t offset, std::size_t size) const;
 
 private:
-    int fd_;
+    ledboard::UniqueFd fd_;
 };
 
 class SourceFolder

@@ -44,8 +44,7 @@ void Output::Print(std::string_view text)
 
 void Output::PrintJson(const nlohmann::json &document)
 {
-    constexpr int kOneLine = -1;
-    Print(document.dump(kOneLine, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
+    Print(JsonLine(document));
 }
 
 void Output::Note(std::string_view line)
@@ -91,6 +90,12 @@ void Output::Finish()
 void Output::ErrorLine(std::string_view text)
 {
     Draw(std::string(text) + '\n');
+}
+
+std::string JsonLine(const nlohmann::json &document)
+{
+    constexpr int kOneLine = -1;
+    return document.dump(kOneLine, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
 }
 
 std::string Table::Render(const Output &output) const

@@ -56,6 +56,9 @@ private:
     int writeError_ = 0;
 };
 
+// The document on one line with its newline; bytes that are not UTF-8 become U+FFFD.
+std::string JsonLine(const nlohmann::json &document);
+
 // Columns as wide as their widest cell; cells are valid UTF-8 without control characters.
 class Table
 {
