@@ -94,11 +94,6 @@ std::string OrDash(const std::string &text)
 
 } // namespace
 
-std::string FormatEndpoint(const Endpoint &endpoint)
-{
-    return fmt::format("{}:{}", Dotted(endpoint.address), endpoint.port);
-}
-
 std::optional<wire::DeviceRecord> DecodeSearchReply(wire::Bytes datagram, std::uint32_t cookie)
 {
     const auto reply = ReadReply<wire::SearchReply>(datagram, cookie);

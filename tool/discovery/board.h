@@ -2,11 +2,10 @@
 // tool/discovery/board.h: one board as its discovery answer tells it: decoding and showing, no sockets.
 #pragma once
 
+#include "discovery/endpoint.h"
 #include "records/discovery_records.h"
 
 #include <nlohmann/json.hpp>
-
-#include <netinet/in.h>
 
 #include <chrono>
 #include <optional>
@@ -15,17 +14,6 @@
 
 namespace ledboard
 {
-
-struct Endpoint {
-    in_addr address{};
-    std::uint16_t port = 0; // host byte order
-    bool operator==(const Endpoint &other) const
-    {
-        return address.s_addr == other.address.s_addr && port == other.port;
-    }
-};
-
-std::string FormatEndpoint(const Endpoint &endpoint); // "10.0.0.7:8878"
 
 // What status command 1 tells beside the record.
 struct Addressing {

@@ -24,15 +24,6 @@ void EnlargeReceiveBuffer(int fd)
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &wanted, sizeof wanted);
 }
 
-sockaddr_in SocketAddress(const Endpoint &endpoint)
-{
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(endpoint.port);
-    address.sin_addr = endpoint.address;
-    return address;
-}
-
 } // namespace
 
 DiscoverySocket::DiscoverySocket(const std::string &interfaceName)

@@ -11,20 +11,6 @@
 namespace ledboard
 {
 
-namespace
-{
-
-sockaddr_in SocketAddress(const Endpoint &endpoint)
-{
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(endpoint.port);
-    address.sin_addr = endpoint.address;
-    return address;
-}
-
-} // namespace
-
 KeepAlive::KeepAlive(in_addr local, const Endpoint &board, const std::string &interfaceName,
                      std::chrono::milliseconds period)
     : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)), period_(period)

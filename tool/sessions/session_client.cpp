@@ -42,10 +42,7 @@ SessionClient::SessionClient(const Endpoint &board, const std::string &interface
 void SessionClient::Connect()
 {
     const std::string failure = "cannot connect to " + FormatEndpoint(peer_);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(peer_.port);
-    address.sin_addr = peer_.address;
+    const sockaddr_in address = SocketAddress(peer_);
     if (connect(fd_.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
         return;
     if (errno != EINPROGRESS)

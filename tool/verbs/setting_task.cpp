@@ -95,12 +95,12 @@ void WriteLocalFile(const std::string &path, wire::Bytes content)
     throw SystemError("cannot write '" + path + "'", error);
 }
 
-VerbAction DefineSubVerbs(CLI::App &command, const std::vector<SubVerb> &verbs)
+VerbAction DefineSubVerbs(CLI::App &command, const std::vector<Verb> &verbs)
 {
     std::vector<std::pair<CLI::App *, VerbAction>> actions;
     command.require_subcommand(1);
     command.get_formatter()->label("SUBCOMMAND", "ACTION");
-    for (const SubVerb &verb : verbs) {
+    for (const Verb &verb : verbs) {
         CLI::App *const sub = command.add_subcommand(verb.name, verb.summary)->group("Actions");
         actions.emplace_back(sub, verb.define(*sub));
     }

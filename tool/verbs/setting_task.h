@@ -39,15 +39,8 @@ void RequireOneBoard(const SettingArguments &arguments, const char *why);
 std::vector<std::byte> ReadLocalFile(const std::string &path);
 void WriteLocalFile(const std::string &path, wire::Bytes content);
 
-// One sub-verb of a verb: a row of its table.
-struct SubVerb {
-    const char *name;
-    const char *summary;
-    VerbAction (*define)(CLI::App &command);
-};
-
 // Defines the sub-verbs; the action runs the one that the command line names.
-VerbAction DefineSubVerbs(CLI::App &command, const std::vector<SubVerb> &verbs);
+VerbAction DefineSubVerbs(CLI::App &command, const std::vector<Verb> &verbs);
 
 // An "on" or "off" in front of BOARD....
 VerbAction DefineOnOff(CLI::App &command, const char *what, const std::function<SettingTask(bool on)> &make);
