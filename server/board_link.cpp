@@ -19,7 +19,7 @@ namespace
 {
 
 constexpr std::size_t kReceiveSize = 16384;
-constexpr std::size_t kMostReplies = 4096; // that nobody takes; a board never answers unasked
+constexpr std::size_t kMaxReplies = 4096; // that nobody takes; a board never answers unasked
 
 std::string PeerOf(const asio::ip::tcp::socket &socket)
 {
@@ -127,7 +127,7 @@ void BoardLink::Close()
 
 void BoardLink::PutReply(Reply reply)
 {
-    if (replies_.size() == kMostReplies)
+    if (replies_.size() == kMaxReplies)
         throw BadPacket("replies to nothing");
     replies_.push_back(std::move(reply));
     replyCame_.cancel();

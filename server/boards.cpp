@@ -19,8 +19,8 @@ namespace
 using SystemClock = std::chrono::system_clock;
 using namespace std::chrono_literals;
 
-constexpr std::chrono::seconds kLongestSilence = 45s; // a board says something every 7 seconds
-constexpr std::size_t kMostAway = 4096;               // boards remembered that are not connected
+constexpr std::chrono::seconds kMaxSilence = 45s; // a board says something every 7 seconds
+constexpr std::size_t kMaxAway = 4096;            // boards remembered that are not connected
 
 // The four bytes in the order in which they lie in the record: addresses in network order, versions.
 std::string DottedBytes(const wire::I32 &bytes)
@@ -156,7 +156,7 @@ asio::awaitable<void> Boards::WatchSilence()
     for (;;) {
         sweep_.expires_after(5s);
         co_await sweep_.async_wait(asio::use_awaitable);
-        const auto oldest = std::chrono::steady_clock::now() - kLongestSilence;
+        const auto oldest = std::chrono::steady_clock::now() - kMaxSilence;
         for (const auto &[id, entry] : boards_) {
             if (entry.link != nullptr && entry.link->LastHeard() < oldest)
                 entry.link->Close();
@@ -172,7 +172,7 @@ void Boards::ForgetOldest()
         if (entry.link == nullptr && entry.push.empty())
             away.push_back(&entry);
     }
-    if (away.size() < kMostAway)
+    if (away.size() < kMaxAway)
         return;
     const auto older = [](const BoardEntry *a, const BoardEntry *b) { return a->since < b->since; };
     boards_.erase(boards_.find((*std::min_element(away.begin(), away.end(), older))->id));

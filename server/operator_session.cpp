@@ -27,7 +27,7 @@ using namespace std::chrono_literals;
 using ledboard::ExitStatus;
 using Socket = asio::local::stream_protocol::socket;
 
-constexpr std::size_t kLongestRequest = 65536;
+constexpr std::size_t kMaxRequest = 65536;
 constexpr auto kProgressPeriod = 200ms;
 
 nlohmann::json Problem(ExitStatus status, const std::string &text)
@@ -205,7 +205,7 @@ asio::awaitable<void> ServeOperator(Boards &boards, Socket socket)
     try {
         for (;;) {
             const std::size_t size =
-                co_await asio::async_read_until(socket, asio::dynamic_buffer(received, kLongestRequest), '\n',
+                co_await asio::async_read_until(socket, asio::dynamic_buffer(received, kMaxRequest), '\n',
                                                 asio::use_awaitable);
             std::string line = received.substr(0, size);
             received.erase(0, size);

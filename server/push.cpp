@@ -25,7 +25,7 @@ constexpr std::size_t kChunkPacket = sizeof(wire::RemoteChunkRequest) + kChunkSi
 static_assert(2 * kChunkPacket == kWindow);
 
 constexpr std::size_t kDigestsInFlight = kWindow / sizeof(wire::RemoteNamePacket);
-constexpr std::size_t kMostNames = 1'000'000; // in a board's listing
+constexpr std::size_t kMaxNames = 1'000'000; // in a board's listing
 
 // What a board tells of an empty file, and of a folder, which opens and reads as one.
 constexpr char kEmptyDigest[] = "d41d8cd98f00b204";
@@ -126,7 +126,7 @@ asio::awaitable<void> Push::Abort()
     link_->Send(MakeRequest(report_.id, wire::kRemoteListVideos));
     const auto deadline = Clock::now() + kAbortLimit;
     try {
-        for (std::vector<std::string> names; names.size() <= kMostNames && Clock::now() < deadline;) {
+        for (std::vector<std::string> names; names.size() <= kMaxNames && Clock::now() < deadline;) {
             const std::optional<Reply> reply = co_await link_->NextReply(deadline);
             if (reply && reply->code == wire::kRemoteVideosReply && TakeNames(*reply, &names))
                 co_return;
@@ -180,7 +180,7 @@ asio::awaitable<Push::Names> Push::ListFiles()
     for (bool last = false; !last;) {
         const Reply reply = co_await Expect(wire::kRemoteFilesReply);
         last = TakeNames(reply, &names);
-        if (names.size() > kMostNames)
+        if (names.size() > kMaxNames)
             throw BadPacket("a listing without an end");
     }
     co_return names;

@@ -36,9 +36,9 @@ CodePoint DecodeFirst(std::string_view text)
             return {};
         value = value << 6U | (at(i) & 0x3FU);
     }
-    constexpr std::array<char32_t, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
+    constexpr std::array<char32_t, 5> kMinValue = {0, 0, 0x80, 0x800, 0x10000};
     const bool surrogate = value >= 0xD800 && value <= 0xDFFF;
-    if (value < kSmallest.at(size) || value > 0x10FFFF || surrogate)
+    if (value < kMinValue.at(size) || value > 0x10FFFF || surrogate)
         return {};
     return {value, size};
 }

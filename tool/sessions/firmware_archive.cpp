@@ -21,7 +21,7 @@ namespace
 {
 
 constexpr std::size_t kBlockSize = 512;
-constexpr std::size_t kLargestArchive = std::size_t{1} << 31; // the daemon counts in signed 32 bits
+constexpr std::size_t kMaxArchive = (std::size_t{1} << 31) - 1; // boards count in signed 32 bits
 
 VerbError Bad(const std::string &path, const std::string &what)
 {
@@ -34,7 +34,7 @@ std::string ReadWhole(const std::string &path)
     if (!file)
         throw SystemError("cannot read '" + path + "'", errno);
     std::string content{std::istreambuf_iterator<char>(file), {}};
-    if (file.bad() || content.size() >= kLargestArchive)
+    if (file.bad() || content.size() > kMaxArchive)
         throw Bad(path, "cannot be read or is too large");
     return content;
 }

@@ -78,7 +78,7 @@ UpgradeState FirmwareSession::AskState()
 void FirmwareSession::SendArchive(const std::string &archive,
                                   const std::function<void(std::uint64_t)> &advance)
 {
-    constexpr std::size_t kMostData =
+    constexpr std::size_t kMaxData =
         wire::kSessionBufferSize - sizeof(wire::FrameHeader) - sizeof(wire::FirmwareHeader);
     wire::FirmwareFileRequest request{};
     request.fileSize = static_cast<std::int32_t>(archive.size());
@@ -86,8 +86,8 @@ void FirmwareSession::SendArchive(const std::string &archive,
     if (Receive<wire::FirmwareFileReply>().opened != wire::kArchiveOpened)
         throw VerbError(ExitStatus::kRefused, "the board cannot take an archive");
     const wire::Bytes bytes = wire::BytesAt(archive.data(), archive.size());
-    for (std::size_t at = 0; at < bytes.size(); at += kMostData) {
-        const wire::Bytes data = bytes.subspan(at, std::min(kMostData, bytes.size() - at));
+    for (std::size_t at = 0; at < bytes.size(); at += kMaxData) {
+        const wire::Bytes data = bytes.subspan(at, std::min(kMaxData, bytes.size() - at));
         Send(wire::kFirmwareData, data);
         advance(data.size());
     }

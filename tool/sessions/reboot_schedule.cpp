@@ -20,9 +20,9 @@ namespace
 
 constexpr std::string_view kDays[] = {"mon", "tue", "wed", "thu", "fri", "sat", "sun"};
 constexpr std::uint32_t kDaysOfWeek = 7;
-constexpr std::uint32_t kMostDays = 62;
-constexpr std::uint32_t kMostMask = 255;
-constexpr int kMostOffset = 1440; // minutes, both ways
+constexpr std::uint32_t kMaxDays = 62;
+constexpr std::uint32_t kMaxMask = 255;
+constexpr int kMaxOffset = 1440; // minutes, both ways
 
 std::uint32_t BitOf(std::string day)
 {
@@ -38,7 +38,7 @@ std::uint32_t BitOf(std::string day)
 std::vector<std::string> DaysOf(std::uint32_t mask)
 {
     std::vector<std::string> days;
-    for (unsigned index = 0; mask <= kMostMask && index < kDaysOfWeek; ++index) {
+    for (unsigned index = 0; mask <= kMaxMask && index < kDaysOfWeek; ++index) {
         if ((mask >> (index + 1) & 1U) != 0)
             days.emplace_back(kDays[index]);
     }
@@ -93,11 +93,11 @@ nlohmann::json PloyJson(const wire::RebootPloy &ploy)
     const int offset = std::int16_t{ploy.minuteOffset};
     nlohmann::json json = {{"enabled", ploy.enabled != 0}};
     json["time"] = fmt::format("{:02}:{:02}:{:02}", ploy.hour, ploy.minute, ploy.second);
-    json["minuteOffset"] = offset < -kMostOffset || offset > kMostOffset ? 0 : offset;
+    json["minuteOffset"] = offset < -kMaxOffset || offset > kMaxOffset ? 0 : offset;
     if (ploy.mode == 1)
         json["on"] = DaysOf(ploy.weekdayMask);
     else
-        json["everyDays"] = ploy.days == 0 || ploy.days > kMostDays ? 1U : std::uint32_t{ploy.days};
+        json["everyDays"] = ploy.days == 0 || ploy.days > kMaxDays ? 1U : std::uint32_t{ploy.days};
     return json;
 }
 

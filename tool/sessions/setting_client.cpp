@@ -95,8 +95,8 @@ void SettingClient::Frame(std::uint8_t command, std::uint32_t value)
 
 void SettingClient::Data(wire::Bytes data)
 {
-    for (; !data.empty(); data = data.subspan(std::min(data.size(), kMostSettingData)))
-        SendPacket(wire::kPacketData, data.first(std::min(data.size(), kMostSettingData)));
+    for (; !data.empty(); data = data.subspan(std::min(data.size(), kMaxSettingData)))
+        SendPacket(wire::kPacketData, data.first(std::min(data.size(), kMaxSettingData)));
 }
 
 std::int64_t SettingClient::BoardClock()
@@ -129,11 +129,11 @@ void SettingClient::SendFile(wire::SettingCode code, wire::Bytes file)
 
 bool SettingClient::TransferFile(wire::SettingCode code, wire::Bytes file)
 {
-    std::array<std::byte, 1 + kMostTransferData> room;
-    for (; !file.empty(); file = file.subspan(std::min(file.size(), kMostTransferData))) {
+    std::array<std::byte, 1 + kMaxTransferData> room;
+    for (; !file.empty(); file = file.subspan(std::min(file.size(), kMaxTransferData))) {
         wire::Writer writer(room);
         writer.Put(static_cast<wire::U8>(wire::kChunkData));
-        writer.PutBytes(file.first(std::min(file.size(), kMostTransferData)));
+        writer.PutBytes(file.first(std::min(file.size(), kMaxTransferData)));
         Command(code, writer.Written());
     }
     Command(code, wire::BytesOf(static_cast<wire::U8>(wire::kChunkEnd)));

@@ -16,9 +16,8 @@ namespace ledboard
 
 enum class SettingDoor { kPort, kSession };
 
-constexpr std::size_t kMostSettingData = 254;  // bytes of a file in one data packet
-constexpr std::size_t kMostArgument = 250;     // bytes behind a command's code
-constexpr std::size_t kMostTransferData = 249; // bytes of a file in one packet of a file transfer
+constexpr std::size_t kMaxSettingData = 254;  // bytes of a file in one data packet
+constexpr std::size_t kMaxTransferData = 249; // bytes of a file in one packet of a file transfer
 
 // One thread at a time. Every call throws VerbError as SessionClient does.
 class SettingClient

@@ -25,9 +25,9 @@ std::string FormatTimeLeft(const ProgressState &state)
     const double rate = Rate(state);
     if (rate <= 0)
         return "-:--";
-    constexpr double kLongest = 359999; // 99:59:59
+    constexpr double kMaxSeconds = 359999; // 99:59:59
     const double left = static_cast<double>(state.total - std::min(state.done, state.total)) / rate;
-    const auto seconds = static_cast<unsigned>(std::min(left + 0.5, kLongest));
+    const auto seconds = static_cast<unsigned>(std::min(left + 0.5, kMaxSeconds));
     if (seconds < 3600)
         return fmt::format("{}:{:02}", seconds / 60, seconds % 60);
     return fmt::format("{}:{:02}:{:02}", seconds / 3600, seconds / 60 % 60, seconds % 60);

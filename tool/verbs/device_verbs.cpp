@@ -15,7 +15,7 @@ namespace ledboard
 namespace
 {
 
-constexpr std::size_t kLongestName = 249;
+constexpr std::size_t kMaxName = 249;
 constexpr std::int64_t kClockTolerance = 3000; // ms; a board's clock is set to whole seconds
 constexpr std::size_t kIdentityLength = 13;
 
@@ -252,7 +252,7 @@ VerbAction DefineName(CLI::App &command)
     command.add_option("TEXT", *text, "the new name, at most 249 bytes")->required()->type_name("");
     const auto arguments = AddSettingArguments(command);
     return [=](ToolContext &context) {
-        if (text->empty() || text->size() > kLongestName)
+        if (text->empty() || text->size() > kMaxName)
             throw VerbError(ExitStatus::kUsage, "a name has 1 to 249 bytes");
         return RunSettingTask(context, *arguments, StoreText(wire::kSettingName, "name", *text));
     };

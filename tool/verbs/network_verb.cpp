@@ -17,8 +17,8 @@ namespace
 
 // A board that finds no DHCP server gives itself an address after some 20 s.
 constexpr std::chrono::milliseconds kChangeTime{40000};
-constexpr int kLowestPort = 10000;
-constexpr int kHighestPort = 65535;
+constexpr int kMinPort = 10000;
+constexpr int kMaxPort = 65535;
 
 struct NetworkArguments {
     std::vector<std::string> names;
@@ -110,7 +110,7 @@ std::string CheckPort(const std::string &text)
 {
     int port = 0;
     const bool isNumber = CLI::detail::lexical_cast(text, port);
-    return isNumber && (port == 0 || (port >= kLowestPort && port <= kHighestPort))
+    return isNumber && (port == 0 || (port >= kMinPort && port <= kMaxPort))
                ? ""
                : "must be 0 (none) or from 10000 to 65535";
 }

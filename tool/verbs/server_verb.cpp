@@ -20,8 +20,8 @@ namespace
 constexpr std::chrono::milliseconds kAnswerPatience{2'000};
 constexpr std::chrono::milliseconds kConnectPatience{5'000};
 constexpr std::chrono::milliseconds kLookPeriod{200};
-constexpr std::size_t kLongestHost = 255;
-constexpr std::size_t kLongestUser = 20;
+constexpr std::size_t kMaxHost = 255;
+constexpr std::size_t kMaxUser = 20;
 
 struct ServerArguments {
     std::vector<std::string> names;
@@ -41,9 +41,9 @@ ServerSettings ParseServer(const ServerArguments &arguments)
     const auto isLine = [](const std::string &text) {
         return text.find_first_of(std::string("\n\0", 2)) == std::string::npos;
     };
-    if (!isPort || host.empty() || host.size() > kLongestHost || !isLine(host))
+    if (!isPort || host.empty() || host.size() > kMaxHost || !isLine(host))
         throw VerbError(ExitStatus::kUsage, "'" + arguments.server + "' is not HOST:PORT");
-    if (arguments.user.size() > kLongestUser || !isLine(arguments.user))
+    if (arguments.user.size() > kMaxUser || !isLine(arguments.user))
         throw VerbError(ExitStatus::kUsage, "a user name has at most 20 bytes");
     return {host, port, arguments.user};
 }
