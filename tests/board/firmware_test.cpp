@@ -150,7 +150,7 @@ TEST_F(Firmware, ArchiveIsWrittenFromItsStartAndAFullDiskIsAnError)
         EXPECT_EQ(peer.Take(273 + 25), kOpened + VersionReply(0));
         EXPECT_EQ(board->Root().Read(kArchive), "abcdef");
     }
-    ASSERT_TRUE(board->Record().WaitForLog("firmware session closed."));
+    ASSERT_TRUE(board->Record().WaitForLog("LogOut::519---]"));
     board->Root().Write("/home/root/temp/left", "over");
     board->Forget();
     const Peer peer = LogIn();
@@ -191,7 +191,7 @@ TEST_F(Firmware, BrokenArchiveLeavesTheDaemonRunning)
             EXPECT_EQ(peer.Take(50), VersionReply(0) + VersionReply(1));
         }
         EXPECT_EQ(board->Daemon().Pid(), daemon);
-        EXPECT_TRUE(board->Record().WaitForLog("firmware session closed."));
+        EXPECT_TRUE(board->Record().WaitForLog("LogOut::519---]"));
         board->Forget();
     }
 }

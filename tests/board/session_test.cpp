@@ -105,8 +105,8 @@ TEST_F(Sessions, SecondFirmwareClientIsToldOfTheUpgrade)
         EXPECT_EQ(second.Take(8), LoginReply(2));
         EXPECT_TRUE(second.Ended());
     }
-    ExpectCount("firmware session opened.", 1);
-    ExpectCount("firmware session closed.", 0); // the refused one was never logged in
+    ExpectCount("version_thread.cpp::LogIn::512---]", 1);
+    ExpectCount("version_thread.cpp::LogOut::519---]", 0); // the refused one was never logged in
     EXPECT_TRUE(first.Send(AskVersion()));
     EXPECT_EQ(first.Take(kVersionReply).size(), kVersionReply);
 }
