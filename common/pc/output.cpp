@@ -107,7 +107,7 @@ std::string Table::Render(const Output &output) const
             width = std::max(width, DisplayWidth(row.at(column)));
         widths.push_back(width + kColumnGap);
     }
-    widths.back() = 0; // nothing stands behind the last column
+    widths.back() = 0; // no padding after the last column
     const auto line = [&](const std::vector<std::string> &cells) {
         std::string text;
         for (std::size_t column = 0; column < cells.size(); ++column)

@@ -25,24 +25,24 @@ struct OutputOptions {
 class Output
 {
 public:
-    // `program` stands before errors and warnings. Looks at the terminal and at NO_COLOR once, here.
+    // `program` stands before errors and warnings. Checks the terminal and NO_COLOR here, once.
     Output(const char *program, const OutputOptions &options);
 
     bool Json() const { return options_.json; }
     bool Quiet() const { return options_.quiet; }
     bool ErrorIsTerminal() const { return errorIsTerminal_; }
 
-    void Print(std::string_view text);              // data as it is
+    void Print(std::string_view text);              // data, unchanged
     void PrintJson(const nlohmann::json &document); // data, on one line
     void Note(std::string_view line);               // not with --quiet, not with --json
     void Warn(std::string_view line);               // always
     void Error(const VerbError &error);
-    void Draw(std::string_view text); // to standard error as it is, for a progress bar
+    void Draw(std::string_view text); // to standard error, unchanged: for progress bars and questions
 
-    // A heading, bold where data goes to a terminal that may be coloured.
+    // `text` as a heading: bold if standard output is a terminal with colours.
     std::string Heading(std::string_view text) const;
 
-    // Writes out what is still buffered; throws when standard output did not take all of it.
+    // Flushes standard output. Throws VerbError if not all data could be written.
     void Finish();
 
 private:
@@ -59,7 +59,7 @@ private:
 // The document on one line with its newline; bytes that are not UTF-8 become U+FFFD.
 std::string JsonLine(const nlohmann::json &document);
 
-// Columns as wide as their widest cell; cells are valid UTF-8 without control characters.
+// A table with columns as wide as their widest cell. Cells are valid UTF-8 without control characters.
 class Table
 {
 public:
@@ -72,7 +72,7 @@ private:
     std::vector<std::vector<std::string>> rows_;
 };
 
-// "name      value" lines, the values in one column.
+// One line "name  value" per field, the values in one column.
 std::string RenderFields(const std::vector<std::pair<std::string, std::string>> &fields);
 
 } // namespace ledboard

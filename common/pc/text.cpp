@@ -17,10 +17,11 @@ namespace
 {
 
 struct CodePoint {
-    std::optional<char32_t> value; // nothing: the byte starts no valid character
+    std::optional<char32_t> value; // nullopt: no valid character starts with this byte
     std::size_t bytes = 1;
 };
 
+// RFC 3629: no overlong forms, no surrogates, nothing after U+10FFFF.
 CodePoint DecodeFirst(std::string_view text)
 {
     const auto at = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
@@ -54,17 +55,17 @@ template <std::size_t N> bool IsIn(const Range (&ranges)[N], char32_t value)
                        [=](const Range &range) { return value >= range.first && value <= range.last; });
 }
 
-// Controls, and the characters that break lines or turn the writing direction.
-constexpr Range kSteering[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0x61C, 0x61C},  {0x200E, 0x200F},
+// Control characters, and those that break lines or change the writing direction.
+constexpr Range kControls[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0x61C, 0x61C},  {0x200E, 0x200F},
                                {0x2028, 0x202E}, {0x2066, 0x2069}, {0xFEFF, 0xFEFF}};
 constexpr Range kDoubleWidth[] = {{0x1100, 0x115F},   {0x2E80, 0x303E},   {0x3041, 0xA4CF},  {0xAC00, 0xD7A3},
                                   {0xF900, 0xFAFF},   {0xFE30, 0xFE6F},   {0xFF00, 0xFF60},  {0xFFE0, 0xFFE6},
                                   {0x1F300, 0x1F64F}, {0x1F900, 0x1F9FF}, {0x20000, 0x3FFFD}};
-constexpr Range kNoWidth[] = {{0x300, 0x36F}, {0x200B, 0x200D}, {0xFE00, 0xFE0F}};
+constexpr Range kZeroWidth[] = {{0x300, 0x36F}, {0x200B, 0x200D}, {0xFE00, 0xFE0F}};
 
 std::size_t WidthOf(char32_t value)
 {
-    if (IsIn(kNoWidth, value))
+    if (IsIn(kZeroWidth, value))
         return 0;
     return IsIn(kDoubleWidth, value) ? 2 : 1;
 }
@@ -98,7 +99,7 @@ std::string ForTerminal(std::string_view bytes)
     Walk(bytes, [&](std::optional<char32_t> value, std::string_view raw) {
         if (!value)
             text += kReplacement;
-        else if (!IsIn(kSteering, *value))
+        else if (!IsIn(kControls, *value))
             text += raw;
         else if (*value < 0x100)
             text += fmt::format("\\x{:02x}", static_cast<std::uint32_t>(*value));
@@ -159,7 +160,7 @@ std::optional<std::int64_t> ParseTime(const std::string &text)
         if (rest == nullptr || (*rest != '\0' && std::string_view(rest) != "Z"))
             continue;
         time.tm_isdst = -1;
-        std::tm known = time; // a time that does not exist comes out as another one
+        std::tm known = time; // mktime turns a time that does not exist into another
         const std::time_t seconds = *rest == '\0' ? mktime(&known) : timegm(&known);
         const bool same = known.tm_mon == time.tm_mon && known.tm_mday == time.tm_mday &&
                           known.tm_hour == time.tm_hour && known.tm_min == time.tm_min &&

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// common/pc/text.h: texts that came over the network, made fit for JSON and for a terminal, and the forms in
-// which the tool shows sizes and times.
+// common/pc/text.h: makes texts from the network safe for JSON and for terminals; formats sizes and times;
+// reads the numbers and times that users write.
 #pragma once
 
 #include <chrono>
@@ -13,28 +13,27 @@
 namespace ledboard
 {
 
-// Valid UTF-8: each byte that is none becomes U+FFFD. Control characters stay.
+// Valid UTF-8: every invalid byte becomes U+FFFD. Control characters stay.
 std::string ToUtf8(std::string_view bytes);
 
-// As ToUtf8, and with everything that could steer a terminal (control characters, changes of the writing
-// direction) written as \x1b or \u202e.
+// As ToUtf8; what could control a terminal (control characters, changes of the writing direction) is written
+// as \x1b or \u202e.
 std::string ForTerminal(std::string_view bytes);
 
-// Columns that valid UTF-8 takes on a terminal: two for East Asian characters, none for combining ones.
+// Columns that valid UTF-8 takes on a terminal: two for East Asian characters, zero for combining ones.
 std::size_t DisplayWidth(std::string_view utf8);
 
-// At most `columns` wide; a text that is cut ends in an ellipsis.
+// At most `columns` wide; a truncated text ends in an ellipsis.
 std::string Shortened(std::string_view utf8, std::size_t columns);
 
 // "512 KiB", "698 MiB", "29.1 GiB"
 std::string FormatKib(std::uint64_t kib);
 
-// Decimal, or hexadecimal behind "0x"; nothing for anything else.
+// Decimal, or hexadecimal after "0x"; nullopt for anything else.
 std::optional<std::uint32_t> ParseNumber(std::string_view text);
 
-// "2026-05-17T08:30:00" as milliseconds since the epoch: local time of this PC, UTC with a Z at its end. A
-// blank may stand for the T, and seconds may be left out. Nothing for anything else, such as the 31st of
-// June.
+// "2026-05-17T08:30:00" as milliseconds since the epoch: local time of this PC, or UTC with a Z at the end. A
+// blank may replace the T, and seconds may be left out. nullopt for anything else, such as 31 June.
 std::optional<std::int64_t> ParseTime(const std::string &text);
 
 // UTC, ISO 8601 with milliseconds: "2024-05-17T08:03:09.250Z"

@@ -23,10 +23,10 @@ enum class ExitStatus : int {
     kInterrupted = 130,
 };
 
-// The word that stands for the status in JSON, such as "no-such-board".
+// The word for the status in JSON, such as "no-such-board".
 const char *StatusWord(ExitStatus status);
 
-// Ends a verb, or one board's share of it. The text is a sentence without capital and full stop.
+// Ends a verb, or its work on one board. The message starts without a capital and ends without a full stop.
 class VerbError : public std::runtime_error
 {
 public:
@@ -37,7 +37,7 @@ private:
     ExitStatus status_;
 };
 
-// kFailed with the text of `errorNumber` behind the message.
+// kFailed; the text of the errno value follows the message.
 VerbError SystemError(const std::string &message, int errorNumber);
 
 // {"status": 3, "kind": "no-such-board", "message": "..."}

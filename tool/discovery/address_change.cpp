@@ -18,10 +18,10 @@ namespace
 
 using std::chrono::milliseconds;
 
-constexpr int kFirstRequests = 3;        // a request that was lost is sent again this often
-constexpr milliseconds kAskPause{300};   // between two questions for the state
+constexpr int kFirstRequests = 3;        // in all, if requests are lost
+constexpr milliseconds kAskPause{300};   // between two requests for the state
 constexpr milliseconds kEchoLimit{3000}; // the echo comes at once or not at all
-constexpr milliseconds kFlushTime{2000}; // the board's DHCP client takes the old address away in that time
+constexpr milliseconds kFlushTime{2000}; // within it the board's DHCP client removes the old address
 
 wire::I32 NetworkOrder(in_addr address)
 {
@@ -54,10 +54,10 @@ public:
     Board Run();
 
 private:
-    enum class Sign { kSilence, kUnchanged, kApplied, kAcknowledged };
+    enum class Reaction { kSilence, kUnchanged, kApplied, kAcknowledged };
 
     void SendRequest();
-    Sign WatchFirst();
+    Reaction WatchFirst();
     void Acknowledge();
     Board FindAgain();
     std::optional<Board> Look(Clock::time_point deadline);
@@ -74,7 +74,7 @@ private:
     bool acknowledged_ = false;
 };
 
-// To the board alone where that is possible: boards may share an identifier.
+// To the board alone if it has an address, because boards may share an identifier.
 void Exchange::SendRequest()
 {
     const wire::Bytes bytes = wire::BytesOf(request_);
@@ -85,22 +85,22 @@ void Exchange::SendRequest()
         throw SystemError("the request cannot be sent", errno);
 }
 
-// Everywhere the board may be by now.
+// At every address that the board may have by now.
 void Exchange::Ask(std::uint32_t cookie)
 {
     const wire::SearchRequest search = MakeSearch(cookie);
     const wire::StatusRequest status = MakeStatusRequest(board_.record, cookie);
-    std::vector<Endpoint> places = {{{INADDR_BROADCAST}, wire::kDiscoveryPort}};
+    std::vector<Endpoint> endpoints = {{{INADDR_BROADCAST}, wire::kDiscoveryPort}};
     if (board_.source.address.s_addr != 0)
-        places.push_back(board_.source);
+        endpoints.push_back(board_.source);
     if (!change_.wanted.dynamic) {
-        places.push_back({change_.wanted.address, wire::kDiscoveryPort});
+        endpoints.push_back({change_.wanted.address, wire::kDiscoveryPort});
         if (change_.wanted.port != 0)
-            places.push_back({change_.wanted.address, static_cast<std::uint16_t>(change_.wanted.port)});
+            endpoints.push_back({change_.wanted.address, static_cast<std::uint16_t>(change_.wanted.port)});
     }
-    for (const Endpoint &place : places) {
-        socket_.SendOn(board_.interface, place, wire::BytesOf(search)); // a failure shows as no answer
-        socket_.SendOn(board_.interface, place, wire::BytesOf(status));
+    for (const Endpoint &endpoint : endpoints) {
+        socket_.SendOn(board_.interface, endpoint, wire::BytesOf(search)); // a failure shows as no answer
+        socket_.SendOn(board_.interface, endpoint, wire::BytesOf(status));
     }
 }
 
@@ -137,8 +137,8 @@ void Exchange::Take(const Datagram &datagram, std::uint32_t cookie, std::optiona
     }
 }
 
-// The board as it answers to questions that were asked from now on. Nothing when it does not, or when the
-// echo came first.
+// The board as it answers requests sent from now on; nullopt if it does not answer, or if the echo arrives
+// first.
 std::optional<Board> Exchange::Look(Clock::time_point deadline)
 {
     const std::uint32_t cookie = ++cookie_;
@@ -168,14 +168,14 @@ bool Exchange::AwaitEcho(Clock::time_point deadline)
     return acknowledged_;
 }
 
-Exchange::Sign Exchange::WatchFirst()
+Exchange::Reaction Exchange::WatchFirst()
 {
     const std::optional<Board> seen = Look(Clock::now() + change_.limit);
     if (acknowledged_)
-        return Sign::kAcknowledged;
+        return Reaction::kAcknowledged;
     if (!seen)
-        return Sign::kSilence;
-    return IsAddressedSo(*seen, change_.wanted) ? Sign::kApplied : Sign::kUnchanged;
+        return Reaction::kSilence;
+    return HasAddressing(*seen, change_.wanted) ? Reaction::kApplied : Reaction::kUnchanged;
 }
 
 Board Exchange::FindAgain()
@@ -188,7 +188,7 @@ Board Exchange::FindAgain()
     return *seen;
 }
 
-// The second request. No other follows it: the board would apply it again.
+// Sends the second request. It is never repeated: the board would apply a third one.
 void Exchange::Acknowledge()
 {
     if (change_.wanted.dynamic) {
@@ -207,29 +207,30 @@ Board Exchange::Run()
 {
     for (int count = 0; count < kFirstRequests; ++count) {
         SendRequest();
-        const Sign sign = WatchFirst();
-        if (sign == Sign::kSilence)
+        const Reaction reaction = WatchFirst();
+        if (reaction == Reaction::kSilence)
             throw VerbError(ExitStatus::kTimeout,
                             "step 1 of 2: the board has not answered since the request was sent");
-        if (sign == Sign::kUnchanged)
+        if (reaction == Reaction::kUnchanged)
             continue; // the request was lost
-        if (sign == Sign::kApplied)
+        if (reaction == Reaction::kApplied)
             Acknowledge();
         Board found = FindAgain();
-        if (IsAddressedSo(found, change_.wanted))
+        if (HasAddressing(found, change_.wanted))
             return found;
-        if (sign == Sign::kApplied || count > 0)
+        if (reaction == Reaction::kApplied || count > 0)
             throw VerbError(ExitStatus::kVerification, "the board acknowledged the change, but it is at " +
                                                            Dotted(BoardAddress(found)) + ", " +
                                                            FormatMode(found));
-        // An acknowledgement at once belongs to a pair that somebody else began: the next request is a first.
+        // An immediate acknowledgement completes a pair that another program began; the next request is a
+        // first.
     }
     throw VerbError(ExitStatus::kRefused, "step 1 of 2: the board keeps its addressing");
 }
 
 } // namespace
 
-bool IsAddressedSo(const Board &board, const WantedAddressing &wanted)
+bool HasAddressing(const Board &board, const WantedAddressing &wanted)
 {
     if (!board.addressing || board.addressing->dynamic != wanted.dynamic)
         return false;

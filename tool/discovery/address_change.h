@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // tool/discovery/address_change.h: changes a board's addressing and finds the board again.
 //
-// A board applies a change without a word and acknowledges it when the same request comes once more; a third
-// one it would apply again. So the board's state is read in between, and the second request goes out once,
-// and only when the first was applied.
+// A board applies the first request without an answer, acknowledges the second, and would apply a third
+// again. So the board's state is read in between, and the second request goes out only once, after the first
+// was applied.
 #pragma once
 
 #include "discovery/board.h"
@@ -16,24 +16,24 @@ namespace ledboard
 
 struct WantedAddressing {
     bool dynamic = false;
-    in_addr address{}; // these and the port count for a fixed address only
+    in_addr address{}; // this and the following are for a fixed address only
     in_addr netmask{};
     in_addr gateway{};
-    int port = 0; // 0: no custom port
+    int port = 0; // the custom port; 0: no custom port
 };
 
-// What the board says of itself is what is wanted.
-bool IsAddressedSo(const Board &board, const WantedAddressing &wanted);
+// True if the board reports exactly this addressing.
+bool HasAddressing(const Board &board, const WantedAddressing &wanted);
 
 struct AddressChange {
     Board board;
     WantedAddressing wanted;
-    std::string interface;                                 // PC's interface to use, empty: the board's
-    std::chrono::milliseconds limit;                       // of every step
-    std::function<void(const std::string &sentence)> note; // what is waited for
+    std::string interface;           // of the PC; empty: the one that the board answered on
+    std::chrono::milliseconds limit; // for each step
+    std::function<void(const std::string &sentence)> note; // called with what is waited for
 };
 
-// The board as it is found afterwards. Throws VerbError, whose text names the step that failed.
+// Returns the board as it answers after the change. Throws VerbError; its message names the step that failed.
 Board ChangeAddressing(const AddressChange &change);
 
 } // namespace ledboard

@@ -26,11 +26,11 @@ wire::ProtocolHeader MakeHeader(std::size_t length, std::uint32_t cookie)
     header.ph_descrite = std::uint16_t{0x7466}; // "ft"
     header.ph_version = std::uint16_t{0x0100};
     header.ph_length = static_cast<std::uint16_t>(length);
-    header.ph_data_crc = cookie; // boards echo it unread: tells our answers from those to others
+    header.ph_data_crc = cookie; // boards echo it unread; it marks the answers to our own requests
     return header;
 }
 
-// A reply of exactly this form to one of our requests.
+// The datagram as a `Reply`; nullopt if its size or its cookie is another.
 template <wire::Record Reply> std::optional<Reply> ReadReply(wire::Bytes datagram, std::uint32_t cookie)
 {
     if (datagram.size() != sizeof(Reply))
@@ -75,7 +75,7 @@ bool IsHexPair(std::string_view pair)
     return digit(pair[1]) && (pair[0] == ' ' || digit(pair[0]));
 }
 
-// What a person wants to know of the address: how it is reached, and what the record says if that differs.
+// The address at which the board is reached, and the record's if that differs.
 std::string DescribeAddress(const Board &board)
 {
     const RecordAddress stored = DecodeRecordAddress(board.record, board.source.address);
@@ -150,12 +150,12 @@ RecordAddress DecodeRecordAddress(const wire::DeviceRecord &record, in_addr sour
     }
     const std::uint32_t mask = Unsigned(record.maskaddr);
     const std::uint32_t gateway = Unsigned(record.gwaddr);
-    const auto besideGateway = [&](in_addr address) {
+    const auto inGatewaySubnet = [&](in_addr address) {
         return mask != 0 && gateway != 0 && (ntohl(address.s_addr) & mask) == (gateway & mask);
     };
-    if (besideGateway(stored) != besideGateway(reversed))
-        return besideGateway(stored) ? RecordAddress{stored, AddressOrder::kNetwork}
-                                     : RecordAddress{reversed, AddressOrder::kReversed};
+    if (inGatewaySubnet(stored) != inGatewaySubnet(reversed))
+        return inGatewaySubnet(stored) ? RecordAddress{stored, AddressOrder::kNetwork}
+                                       : RecordAddress{reversed, AddressOrder::kReversed};
     return {stored, AddressOrder::kUnknown};
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// tool/discovery/board.h: one board as its discovery answer tells it: decoding and showing, no sockets.
+// tool/discovery/board.h: one board as it describes itself in its discovery answer: decodes and formats, no
+// sockets.
 #pragma once
 
 #include "discovery/endpoint.h"
@@ -15,14 +16,14 @@
 namespace ledboard
 {
 
-// What status command 1 tells beside the record.
+// What the board reports on status command 1, besides its record.
 struct Addressing {
     bool dynamic;
-    int customPort; // 0: none
+    int customPort; // 0: no custom port
 };
 
-// The order in which the record holds the address: network order since the board's start, reversed since a
-// change to a fixed address.
+// The byte order of the address in the record: network order after the board's start, reversed after a change
+// to a fixed address.
 enum class AddressOrder { kUnknown, kNetwork, kReversed };
 
 struct RecordAddress {
@@ -32,14 +33,14 @@ struct RecordAddress {
 
 struct Board {
     wire::DeviceRecord record;
-    Endpoint source;        // of the answer; address 0.0.0.0 when the board has none
+    Endpoint source;        // of the answer; 0.0.0.0 if the board has no address
     unsigned interface = 0; // index of the PC's interface on which the answer came
     std::string interfaceName;
     std::chrono::system_clock::time_point answered;
-    std::optional<Addressing> addressing; // nothing: the board did not say
+    std::optional<Addressing> addressing; // nullopt: the board did not report it
 };
 
-// The record out of a datagram: only out of a search answer whose header echoes `cookie` (ph_data_crc).
+// The record in a datagram; nullopt unless it is a search answer whose header echoes `cookie` (ph_data_crc).
 std::optional<wire::DeviceRecord> DecodeSearchReply(wire::Bytes datagram, std::uint32_t cookie);
 
 struct StatusAnswer {
@@ -51,24 +52,24 @@ std::optional<StatusAnswer> DecodeStatusReply(wire::Bytes datagram, std::uint32_
 wire::SearchRequest MakeSearch(std::uint32_t cookie);
 wire::StatusRequest MakeStatusRequest(const wire::DeviceRecord &record, std::uint32_t cookie);
 
-// For the board of this record; the change's own identifier is filled in.
+// For the board of this record: its identifier replaces the one in `change`.
 wire::AddressChangeRequest MakeAddressChange(const wire::DeviceRecord &record, wire::UpdateLocalIP change,
                                              std::uint32_t cookie);
 
-// The record's address in the order that equals `source`; the other order is tried against the gateway's
-// subnet where `source` is 0.0.0.0. An address that equals neither way is given in network order, kUnknown.
+// The record's address, read in the byte order in which it equals `source`. If `source` is 0.0.0.0, in the
+// order in which it is in the gateway's subnet. If that does not decide, in network order with kUnknown.
 RecordAddress DecodeRecordAddress(const wire::DeviceRecord &record, in_addr source);
 
-// The address by which the board is reached: the answer's source where that is known, else the record's.
+// The address at which the board is reached: the source of its answer, or the record's if that is 0.0.0.0.
 in_addr BoardAddress(const Board &board);
 
-// "aa:bb:0c:dd:ee:ff" out of the record's blank-padded digits; empty when the board has no MAC.
+// "aa:bb:0c:dd:ee:ff" from the record's blank-padded digits; empty if the board has no MAC.
 std::string BoardMac(const wire::DeviceRecord &record);
 
-std::string BoardId(const wire::DeviceRecord &record);   // fit for a terminal
-std::string BoardName(const wire::DeviceRecord &record); // fit for a terminal
+std::string BoardId(const wire::DeviceRecord &record);   // safe for a terminal
+std::string BoardName(const wire::DeviceRecord &record); // safe for a terminal
 
-// Tells boards apart, and orders them: identifier, then MAC, then (for boards without a MAC) address.
+// Distinguishes boards and orders them: by identifier, then MAC, then (without a MAC) address.
 std::string BoardKey(const Board &board);
 
 // How a message names the board: its identifier, else its MAC, else its address.
@@ -82,6 +83,6 @@ std::string FormatUsbRoom(const wire::DeviceRecord &record);  // "-" without a d
 std::string FormatScreen(const wire::DeviceRecord &record);   // "128x64"
 
 nlohmann::json BoardJson(const Board &board);
-std::string DescribeBoard(const Board &board); // the whole record, a field a line
+std::string DescribeBoard(const Board &board); // the whole record, one field per line
 
 } // namespace ledboard

@@ -17,17 +17,18 @@ namespace
 
 using std::chrono::milliseconds;
 
-// The time of a search is cut into sixths: boards are asked for at the start of the first three, modes that
-// are still missing until the start of the fifth; the last ones are left for late answers.
+// A search has six parts of equal length. Boards are searched for at the start of the first three, missing
+// modes are asked for at the start of the first five; the rest of the time is for late answers.
 constexpr int kSixths = 6;
 constexpr int kBoardRounds = 3;
 constexpr int kModeRounds = 5;
 
-// Every mode question is a broadcast that each board reads: so many at a time, so far apart, overrun nobody.
+// Every mode request may be a broadcast that all boards read. Bursts of this size, with this pause, overrun
+// no board.
 constexpr std::size_t kModeBurst = 16;
 constexpr milliseconds kModePause{5};
 
-// A second board with the same identifier gets this long to show up beside the first.
+// How much later than the first a second board with the same identifier may answer.
 constexpr milliseconds kTwinTime{300};
 
 } // namespace
@@ -68,24 +69,24 @@ std::vector<Board> BoardFinder::Search(milliseconds time)
     return Result();
 }
 
-// An address is asked directly. Where that gets no answer, the board may sit on the PC's wire with an address
-// to which no route leads; everybody is asked then.
+// An address is asked directly. If it does not answer, the board may be on the PC's own network with an
+// address that no route leads to; then the search is broadcast.
 void BoardFinder::AskForBoards(bool firstTime)
 {
     const wire::SearchRequest search = MakeSearch(cookie_);
-    bool everybody = selectors_.empty();
+    bool broadcast = selectors_.empty();
     for (const BoardSelector &selector : selectors_) {
         if (Settled(selector))
             continue;
         if (!selector.address) {
-            everybody = true;
+            broadcast = true;
             continue;
         }
         socket_.SendTo(*selector.address, wire::BytesOf(search)); // a failure shows as no answer
         if (!firstTime && selector.address->port == wire::kDiscoveryPort)
-            everybody = true;
+            broadcast = true;
     }
-    if (!everybody)
+    if (!broadcast)
         return;
     try {
         socket_.Broadcast(wire::BytesOf(search), wire::kDiscoveryPort);
@@ -94,7 +95,7 @@ void BoardFinder::AskForBoards(bool firstTime)
             !selectors_.empty() && std::all_of(selectors_.begin(), selectors_.end(),
                                                [](const auto &selector) { return selector.address; });
         if (firstTime && !onlyAddresses)
-            throw; // otherwise the questions asked so far stand
+            throw; // in all other cases a direct request may still be answered
     }
 }
 
@@ -137,7 +138,7 @@ void BoardFinder::TakeSearchReply(const Datagram &datagram, const wire::DeviceRe
     known->second.board = std::move(board);
 }
 
-// The answer names the identifier only; the sender's address tells twins apart.
+// The answer has only the identifier; the sender's address distinguishes boards that share one.
 void BoardFinder::TakeStatusReply(const Datagram &datagram, const StatusAnswer &answer)
 {
     for (auto &[key, found] : found_) {
@@ -169,7 +170,8 @@ void BoardFinder::AskWaitingForMode()
     }
 }
 
-// Directly where the board was asked directly; by broadcast where it was not, or where that leads nowhere.
+// Directly if the board was found that way. By broadcast if it was not, or if the direct request failed or
+// got no answer.
 void BoardFinder::AskForMode(Found &found)
 {
     const wire::StatusRequest request = MakeStatusRequest(found.board.record, cookie_);
@@ -182,7 +184,7 @@ void BoardFinder::AskForMode(Found &found)
     socket_.BroadcastOn(found.board.interface, wire::BytesOf(request), wire::kDiscoveryPort);
 }
 
-// Two boards with one identifier and one address: nobody can tell which of them answered.
+// If two boards share identifier and address, it is unknown which of them reported its mode.
 void BoardFinder::ForgetAmbiguousModes()
 {
     for (auto one = found_.begin(); one != found_.end(); ++one) {
@@ -208,7 +210,7 @@ bool BoardFinder::Wanted(const Board &board) const
            });
 }
 
-// Only an exact fit settles: behind a name there may always be a second board.
+// Only an exact match settles a selector: a second board may have the same name.
 bool BoardFinder::Settled(const BoardSelector &selector) const
 {
     return std::any_of(found_.begin(), found_.end(), [&](const auto &entry) {

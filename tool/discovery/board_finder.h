@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// tool/discovery/board_finder.h: asks for boards and collects what answers.
+// tool/discovery/board_finder.h: searches for boards.
 //
-// A search is three times asked and read throughout; every board that is wanted is then asked for its
-// addressing mode by status command 1. Datagrams get lost, so boards that have not told their mode are asked
-// again until the time is over.
+// A search request goes out three times, and answers are read all the time. Each board that is found is then
+// asked for its addressing mode (status command 1). Datagrams get lost, so boards that have not reported
+// their mode are asked again until the time is up.
 #pragma once
 
 #include "discovery/board_selector.h"
@@ -21,17 +21,17 @@ namespace ledboard
 class BoardFinder
 {
 public:
-    // Without selectors every board is wanted and the whole time is used. With selectors the search ends as
-    // soon as each of them has its board. Both references stay with the caller.
+    // Without selectors a search finds every board and takes its whole time. With selectors it ends as soon
+    // as each of them has its board. The caller keeps both objects alive.
     BoardFinder(DiscoverySocket &socket, const std::vector<BoardSelector> &selectors);
 
-    // Ordered by BoardKey, so by identifier first.
+    // Ordered by BoardKey, so by identifier first. Throws VerbError.
     std::vector<Board> Search(std::chrono::milliseconds time);
 
 private:
     struct Found {
         Board board;
-        std::optional<Endpoint> askedAt; // the address of the direct question that it answers
+        std::optional<Endpoint> askedAt; // where it was asked directly; nullopt: found by broadcast
         Clock::time_point heard;         // first answer
         bool askedForMode;
     };
@@ -54,7 +54,7 @@ private:
     const std::vector<BoardSelector> &selectors_;
     std::uint32_t cookie_;
     FoundMap found_;
-    std::vector<std::string> waitingForMode_; // keys of found_, next one last
+    std::vector<std::string> waitingForMode_; // keys of found_, the next one last
     Clock::time_point nextModeBurst_;
 };
 

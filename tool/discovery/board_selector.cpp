@@ -49,7 +49,8 @@ BoardSelector ParseSelector(const std::string &text)
 Match MatchBoard(const BoardSelector &selector, const Board &board)
 {
     if (selector.address) {
-        // A board on the custom port answers from it, so that two boards behind one address stay apart.
+        // A board asked on its custom port answers from it, which distinguishes boards behind one router's
+        // address.
         const bool fits = selector.address->port == wire::kDiscoveryPort
                               ? selector.address->address.s_addr == BoardAddress(board).s_addr
                               : *selector.address == board.source;
@@ -81,9 +82,9 @@ const Board &SelectBoard(const BoardSelector &selector, const std::vector<Board>
     }
     if (found.empty())
         throw VerbError(ExitStatus::kNoSuchBoard,
-                        selector.address ? "no board answers at " + selector.text
-                                         : "no board answers that has the identifier, name or MAC '" +
-                                               selector.text + "'");
+                        selector.address
+                            ? "no board answers at " + selector.text
+                            : "no board answers with the identifier, name or MAC '" + selector.text + "'");
     if (found.size() == 1)
         return *found.front();
     std::string message = "'" + selector.text + "' fits several boards:";

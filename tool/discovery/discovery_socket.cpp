@@ -15,8 +15,8 @@ namespace ledboard
 namespace
 {
 
-// Several hundred boards answer within a millisecond. A PC's default buffer holds 166 such answers; root gets
-// what is asked for here, everybody else what the system allows.
+// Several hundred boards answer within a millisecond, and a PC's default buffer holds 166 such answers. Root
+// gets the size wanted here, other users at most the system's limit (net.core.rmem_max).
 void EnlargeReceiveBuffer(int fd)
 {
     const int wanted = 8 * 1024 * 1024;
@@ -121,7 +121,7 @@ std::optional<Datagram> DiscoverySocket::Receive()
     message.msg_controllen = sizeof control;
     const ssize_t received = recvmsg(fd_.Get(), &message, MSG_DONTWAIT);
     if (received < 0)
-        return std::nullopt; // nothing there, or the report of a datagram that could not be delivered
+        return std::nullopt; // no datagram, or the error of one that could not be delivered
     datagram.bytes.resize(static_cast<std::size_t>(received));
     datagram.source = {source.sin_addr, ntohs(source.sin_port)};
     for (cmsghdr *header = CMSG_FIRSTHDR(&message); header != nullptr;

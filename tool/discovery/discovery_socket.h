@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-// tool/discovery/discovery_socket.h: the UDP socket through which boards are asked and through which their
-// answers come.
+// tool/discovery/discovery_socket.h: the UDP socket for requests to boards and for their answers.
 //
-// It is bound to 0.0.0.0: boards answer by broadcast more often than not, and a socket bound to one of the
-// PC's addresses never gets a broadcast. The interface is therefore chosen per datagram (packet info), which
-// also reaches interfaces that no route leads to.
+// It is bound to 0.0.0.0 because boards usually answer by broadcast, which a socket bound to one of the PC's
+// addresses does not receive. So the interface is chosen for each datagram (IP_PKTINFO), which also reaches
+// interfaces that no route leads to.
 #pragma once
 
 #include "common/unique_fd.h"
@@ -29,25 +28,25 @@ struct Datagram {
 class DiscoverySocket
 {
 public:
-    // Asks on `interfaceName` only; empty: on every interface.
+    // Uses `interfaceName` only; all interfaces if it is empty. Throws VerbError.
     explicit DiscoverySocket(const std::string &interfaceName);
 
-    // To 255.255.255.255 on each interface; throws VerbError when no interface took it.
+    // To 255.255.255.255 on each interface. Throws VerbError if it could not be sent on any.
     void Broadcast(wire::Bytes datagram, std::uint16_t port);
 
-    // On one interface; 1 sent, -1 not (errno).
+    // To 255.255.255.255 on one interface; 1 sent, -1 failed (errno).
     int BroadcastOn(unsigned interface, wire::Bytes datagram, std::uint16_t port);
 
-    // Through one interface, as if the board hung on it when no route leads there; 1 sent, -1 not (errno).
+    // Through one interface, even if no route leads to the board; 1 sent, -1 failed (errno).
     int SendOn(unsigned interface, const Endpoint &board, wire::Bytes datagram);
 
-    // Through the routing table, or through the interface given at construction; 1 sent, -1 not (errno).
+    // By the routing table, or through the interface given to the constructor; 1 sent, -1 failed (errno).
     int SendTo(const Endpoint &board, wire::Bytes datagram);
 
-    // The next datagram that is there already.
+    // The next datagram that has arrived, without waiting; nullopt if there is none.
     std::optional<Datagram> Receive();
 
-    // False when none comes before the deadline. Throws when interrupted.
+    // False if no datagram arrives before the deadline. Throws VerbError(kInterrupted).
     bool WaitForDatagram(Clock::time_point deadline);
 
 private:

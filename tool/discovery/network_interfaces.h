@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// tool/discovery/network_interfaces.h: the PC's interfaces on which boards can be asked.
+// tool/discovery/network_interfaces.h: the PC's network interfaces on which boards can be searched for.
 #pragma once
 
 #include <string>
@@ -13,12 +13,12 @@ struct NetworkInterface {
     unsigned index;
 };
 
-// All that are up and can broadcast, with or without an address or a route.
+// All that are up and can broadcast, with or without an address or a route. Throws VerbError.
 std::vector<NetworkInterface> BroadcastInterfaces();
 
-// Throws VerbError(kUsage) when there is none of that name.
+// Throws VerbError(kUsage) if no interface has that name.
 NetworkInterface InterfaceNamed(const std::string &name);
 
-std::string InterfaceName(unsigned index); // empty when there is none
+std::string InterfaceName(unsigned index); // empty if there is no such interface
 
 } // namespace ledboard

@@ -25,7 +25,7 @@ std::uint32_t NewCookie()
     return random();
 }
 
-// A reply's start: the header with our cookie, the command and the board's identifier.
+// The start of every reply: the header with our cookie, the command, the board's identifier.
 struct ReplyStart {
     wire::ProtocolHeader header;
     wire::U32 cmd;
@@ -41,7 +41,7 @@ bool IsAnswer(const Datagram &datagram, std::uint32_t cookie, std::uint32_t comm
            start->cmd == command && std::memcmp(start->id, board.record.id, sizeof start->id) == 0;
 }
 
-// Sends the request until the board answers it.
+// Repeats the request until the board answers.
 template <wire::Record Reply, wire::Record Request>
 Reply Ask(const ServerQuery &query, Request request, std::uint32_t answerCommand)
 {
@@ -79,7 +79,7 @@ template <wire::Record Reply> Reply AskStatus(const ServerQuery &query, wire::St
 ServerSettings AskServer(const ServerQuery &query)
 {
     const auto reply = AskStatus<wire::RemoteAddressReply>(query, wire::kStatusGetRemoteAddress);
-    // A board that has read its file may hold the port as a negative number; the low 16 bits count.
+    // A board that has read the port from its file may send a negative number; only the low 16 bits count.
     return {ToUtf8(FieldText(reply.server.addr)), static_cast<std::uint16_t>(reply.server.port),
             ToUtf8(FieldText(reply.server.username))};
 }

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-// tool/discovery/server_settings.h: asks a board about its remote management server by UDP
-// (docs/protocols.md, "Discovery").
+// tool/discovery/server_settings.h: reads and changes a board's management server by UDP (docs/protocols.md,
+// "Discovery").
 //
-// All requests go to the board's own address: the one that sets the server is obeyed by every board that gets
-// it.
+// All requests go to the board's own address, because every board that receives a new server uses it.
 #pragma once
 
 #include "discovery/board.h"
@@ -15,18 +14,18 @@ namespace ledboard
 {
 
 struct ServerSettings {
-    std::string host; // empty: none is set
+    std::string host; // empty: no server is set
     int port = 0;
     std::string user;
 };
 
 struct ServerQuery {
     const Board &board;
-    const std::string &interfaceName; // of the PC; empty: whichever the routing table says
+    const std::string &interfaceName; // of the PC; empty: chosen by the routing table
     std::chrono::milliseconds patience;
 };
 
-// Throw VerbError; kTimeout when the board does not answer in time.
+// Throw VerbError; kTimeout if the board does not answer in time.
 ServerSettings AskServer(const ServerQuery &query);
 bool AskConnected(const ServerQuery &query);
 void SetServer(const ServerQuery &query, const ServerSettings &settings);

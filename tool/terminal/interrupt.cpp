@@ -18,7 +18,7 @@ namespace ledboard
 namespace
 {
 
-// Readable for good once the tool is interrupted: nobody takes the count out, so every waiter sees it.
+// An eventfd that the first signal makes readable. Nobody reads it, so it stays readable for every waiter.
 int s_interruptFd = -1;
 
 void OnSignal(int)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// tool/terminal/progress.h: how far a long job is: a bar on a terminal, a line each 10 % elsewhere, an object
-// a line with
-// --json, nothing with --quiet. One thread per Progress; several of them may run at once.
+// tool/terminal/progress.h: shows how far a long job is: a bar on a terminal, elsewhere a line per 10 %, with
+// --json an object per line, with --quiet nothing. Each Progress belongs to one thread; several may run at
+// once.
 #pragma once
 
 #include "common/pc/output.h"
@@ -27,7 +27,7 @@ std::string FormatBar(const std::string &what, const ProgressState &state);
 class Progress
 {
 public:
-    // `alone`: nothing else draws, so there may be a bar. `label` names the board.
+    // `alone`: no other job shows its progress, so a bar is possible. `label` names the board.
     Progress(Output &output, std::string label, std::string what, std::uint64_t total, bool alone);
     ~Progress();
     Progress(const Progress &) = delete;

@@ -132,7 +132,7 @@ ExitStatus Change(ToolContext &context, const NetworkArguments &arguments,
                                  {"changed", false},
                                  {"wanted", DescribeWanted(wanted)},
                                  {"before", NetworkJson(board)}};
-        if (context.options.dryRun || IsAddressedSo(board, wanted))
+        if (context.options.dryRun || HasAddressing(board, wanted))
             return result;
         const Board found = ChangeAddressing(
             {board, wanted, context.options.interface, context.Timeout(kChangeTime),
