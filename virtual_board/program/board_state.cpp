@@ -18,6 +18,22 @@
 namespace board
 {
 
+namespace
+{
+
+std::string DaemonText(const VirtualBoard &board)
+{
+    if (board.Daemon().Running())
+        return fmt::format("process {}, {}, {} descriptors", board.Daemon().Pid(),
+                           board.Daemon().Listens() ? "listening" : "not listening",
+                           board.Daemon().OpenDescriptors());
+    if (const auto exit = board.Daemon().Exit())
+        return fmt::format("ended, status {}", *exit);
+    return "not started";
+}
+
+} // namespace
+
 std::vector<Connection> Connections(const VirtualBoard &board)
 {
     const std::vector<SocketEntry> sockets = ListSockets(board.Processes().InitPid(), "tcp");
@@ -72,6 +88,16 @@ nlohmann::json StateJson(const VirtualBoard &board)
     };
 }
 
+std::string DumpJson(const nlohmann::json &document)
+{
+    return document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string ConnectionLine(const Connection &connection)
+{
+    return fmt::format("{} on port {}", connection.peer, connection.port);
+}
+
 std::string ModemText(const ModemView &modem)
 {
     if (!modem.in)
@@ -88,17 +114,6 @@ std::string ModemText(const ModemView &modem)
     else
         how = modem.network == ModemNetwork::kDenied ? "in, refused by the network" : "in, searching";
     return fmt::format("{}, {} SMS", how, modem.sms);
-}
-
-static std::string DaemonText(const VirtualBoard &board)
-{
-    if (board.Daemon().Running())
-        return fmt::format("process {}, {}, {} descriptors", board.Daemon().Pid(),
-                           board.Daemon().Listens() ? "listening" : "not listening",
-                           board.Daemon().OpenDescriptors());
-    if (const auto exit = board.Daemon().Exit())
-        return fmt::format("ended, status {}", *exit);
-    return "not started";
 }
 
 std::vector<std::string> StateLines(const VirtualBoard &board)

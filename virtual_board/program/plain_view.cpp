@@ -15,28 +15,12 @@
 namespace board
 {
 
-static std::atomic<bool> s_end = false;
-
-void WatchForEnd()
+namespace
 {
-    struct sigaction action = {};
-    action.sa_handler = [](int) { s_end = true; };
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(number, &action, nullptr);
-}
 
-bool EndWanted()
-{
-    return s_end;
-}
+std::atomic<bool> s_end = false;
 
-int ShowLive(VirtualBoard &board)
-{
-    WatchForEnd();
-    return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0 ? ShowScreen(board) : ShowLines(board);
-}
-
-static void Print(const char *kind, const std::string &text)
+void Print(const char *kind, const std::string &text)
 {
     const auto now = std::chrono::system_clock::now();
     const auto part = std::chrono::duration_cast<Milliseconds>(now.time_since_epoch()).count() % 1000;
@@ -46,7 +30,7 @@ static void Print(const char *kind, const std::string &text)
 
 // Prints what a list holds beyond what was shown; a list that became shorter was emptied.
 template <typename Item, typename Line>
-static void PrintNew(const char *kind, const std::vector<Item> &items, std::size_t &shown, Line line)
+void PrintNew(const char *kind, const std::vector<Item> &items, std::size_t &shown, Line line)
 {
     if (items.size() < shown)
         shown = 0;
@@ -59,7 +43,7 @@ struct Shown {
     std::vector<std::string> state;
 };
 
-static void PrintWhatHappened(const VirtualBoard &board, Shown &shown)
+void PrintWhatHappened(const VirtualBoard &board, Shown &shown)
 {
     auto state = StateLines(board);
     for (std::size_t i = 0; i < state.size(); ++i) {
@@ -78,7 +62,7 @@ static void PrintWhatHappened(const VirtualBoard &board, Shown &shown)
 }
 
 // Commands as from the PC shell, one a line. false: standard input has ended.
-static bool TakeCommands(VirtualBoard &board)
+bool TakeCommands(VirtualBoard &board)
 {
     static std::string pending;
     char bytes[1024];
@@ -99,6 +83,27 @@ static bool TakeCommands(VirtualBoard &board)
             Print(answer.ok ? "answer" : "error", CleanLine(line));
     }
     return true;
+}
+
+} // namespace
+
+void WatchForEnd()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) { s_end = true; };
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(number, &action, nullptr);
+}
+
+bool EndWanted()
+{
+    return s_end;
+}
+
+int ShowLive(VirtualBoard &board)
+{
+    WatchForEnd();
+    return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0 ? ShowScreen(board) : ShowLines(board);
 }
 
 int ShowLines(VirtualBoard &board)

@@ -2,6 +2,7 @@
 // The live view on a terminal (ncurses).
 #include "program/board_state.h"
 #include "program/board_view.h"
+#include "program/commands.h"
 #include "program/steering.h"
 
 #include <fmt/core.h>
@@ -18,9 +19,12 @@
 namespace board
 {
 
-static constexpr int kRefreshMilliseconds = 100;
-static constexpr int kSmallestHeight = 16;
-static constexpr int kSmallestWidth = 60;
+namespace
+{
+
+constexpr int kRefreshMilliseconds = 100;
+constexpr int kMinHeight = 16;
+constexpr int kMinWidth = 60;
 
 enum Color : short { kTitle = 1, kGood, kBad };
 
@@ -69,7 +73,7 @@ struct Area {
     int top, left, height, width;
 };
 
-static void Put(const Area &area, int row, const std::string &text, attr_t look = A_NORMAL)
+void Put(const Area &area, int row, const std::string &text, attr_t look = A_NORMAL)
 {
     if (row >= area.height)
         return;
@@ -80,7 +84,7 @@ static void Put(const Area &area, int row, const std::string &text, attr_t look 
 }
 
 // The newest lines that fit below a title.
-static void PutList(const Area &area, const std::string &title, const std::vector<std::string> &lines)
+void PutList(const Area &area, const std::string &title, const std::vector<std::string> &lines)
 {
     Put(area, 0, fmt::format("{} ({})", title, lines.size()),
         A_BOLD | static_cast<attr_t>(COLOR_PAIR(kTitle)));
@@ -91,21 +95,21 @@ static void PutList(const Area &area, const std::string &title, const std::vecto
 }
 
 template <typename Item, typename Line>
-static std::vector<std::string> LinesOf(const std::vector<Item> &items, Line line)
+std::vector<std::string> LinesOf(const std::vector<Item> &items, Line line)
 {
     std::vector<std::string> lines;
     std::transform(items.begin(), items.end(), std::back_inserter(lines), line);
     return lines;
 }
 
-static std::vector<std::string> SessionLines(const VirtualBoard &board)
+std::vector<std::string> SessionLines(const VirtualBoard &board)
 {
     return LinesOf(Connections(board),
                    [](const Connection &one) { return fmt::format("{:<22} port {}", one.peer, one.port); });
 }
 
 // Commands and stand-in calls are shown together: a stand-in is part of a command.
-static std::vector<std::string> CommandLines(const VirtualBoard &board)
+std::vector<std::string> CommandLines(const VirtualBoard &board)
 {
     auto lines = LinesOf(board.Record().Commands(), CleanLine);
     for (const auto &call : board.Record().StandInCalls())
@@ -113,14 +117,14 @@ static std::vector<std::string> CommandLines(const VirtualBoard &board)
     return lines;
 }
 
-static void Draw(const VirtualBoard &board, const std::string &note)
+void Draw(const VirtualBoard &board, const std::string &note)
 {
     int height = 0, width = 0;
     getmaxyx(stdscr, height, width);
     erase();
     const Area all{0, 0, height, width};
-    if (height < kSmallestHeight || width < kSmallestWidth) {
-        Put(all, 0, fmt::format("{} x {} at least, please", kSmallestWidth, kSmallestHeight));
+    if (height < kMinHeight || width < kMinWidth) {
+        Put(all, 0, fmt::format("{} x {} at least, please", kMinWidth, kMinHeight));
         refresh();
         return;
     }
@@ -150,7 +154,7 @@ static void Draw(const VirtualBoard &board, const std::string &note)
 }
 
 // A shell on the terminal, with this program as its parent; the terminal comes back afterwards.
-static void RunShell(Screen &screen, const std::vector<std::string> &command)
+void RunShell(Screen &screen, const std::vector<std::string> &command)
 {
     screen.Suspend();
     fmt::print("\nexit leads back to the board.\n");
@@ -161,13 +165,7 @@ static void RunShell(Screen &screen, const std::vector<std::string> &command)
         tcsetpgrp(STDIN_FILENO, getpid());
         for (const int number : {SIGINT, SIGTSTP, SIGTTIN, SIGTTOU})
             signal(number, SIG_DFL);
-        std::vector<std::string> copy = command;
-        std::vector<char *> words;
-        words.reserve(copy.size() + 1);
-        for (std::string &word : copy)
-            words.push_back(word.data());
-        words.push_back(nullptr);
-        execvp(words.front(), words.data());
+        Execute(command);
         _exit(127);
     }
     waitpid(child, nullptr, 0);
@@ -175,7 +173,7 @@ static void RunShell(Screen &screen, const std::vector<std::string> &command)
     screen.Resume();
 }
 
-static std::string Obey(VirtualBoard &board, Screen &screen, int key)
+std::string Obey(VirtualBoard &board, Screen &screen, int key)
 {
     const char *shell = std::getenv("SHELL");
     switch (key) {
@@ -203,13 +201,15 @@ static std::string Obey(VirtualBoard &board, Screen &screen, int key)
 }
 
 // A process group of its own, in front on the terminal: a shell started from here can give the terminal back.
-static void TakeTerminal()
+void TakeTerminal()
 {
     for (const int number : {SIGTTOU, SIGTTIN, SIGTSTP})
         signal(number, SIG_IGN);
     setpgid(0, 0);
     tcsetpgrp(STDIN_FILENO, getpgrp());
 }
+
+} // namespace
 
 int ShowScreen(VirtualBoard &board)
 {
