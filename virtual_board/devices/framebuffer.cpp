@@ -15,12 +15,15 @@
 namespace board
 {
 
-static fb_bitfield Field(unsigned offset, unsigned length)
+namespace
+{
+
+fb_bitfield Field(unsigned offset, unsigned length)
 {
     return {offset, length, 0};
 }
 
-static void Lay(BoardRoot &root, const inside::FramebufferPaths &paths, const ScreenMode &mode)
+void Lay(BoardRoot &root, const inside::FramebufferPaths &paths, const ScreenMode &mode)
 {
     inside::FramebufferState state{};
     fb_var_screeninfo &variable = state.variable;
@@ -44,6 +47,8 @@ static void Lay(BoardRoot &root, const inside::FramebufferPaths &paths, const Sc
     root.Write(paths.state, std::string(reinterpret_cast<const char *>(&state), sizeof state));
     root.Write(paths.device, std::string(state.fixed.smem_len, '\0'), 0660);
 }
+
+} // namespace
 
 void MakeFramebuffers(BoardRoot &root, const std::vector<ScreenMode> &modes)
 {

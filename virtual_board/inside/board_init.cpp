@@ -23,18 +23,22 @@
 #include <string>
 #include <vector>
 
-using inside::ProcessReport;
+namespace inside
+{
 
-static std::map<pid_t, std::uint32_t> s_processes; // those the library asked for, with its ids
+namespace
+{
 
-static void Fail(const char *what)
+std::map<pid_t, std::uint32_t> s_processes; // those the library asked for, with its ids
+
+void Fail(const char *what)
 {
     std::fprintf(stderr, "virtual board: %s: %s\n", what, std::strerror(errno));
     std::exit(1);
 }
 
 // The root becomes "/"; mounts that the PC side makes below it later (a USB disk) still arrive here.
-static void EnterRoot(const char *root)
+void EnterRoot(const char *root)
 {
     if (mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) != 0)
         Fail("mount namespace");
@@ -51,13 +55,13 @@ static void EnterRoot(const char *root)
 }
 
 // The clock, the kernel and its log belong to the machine, not to the board.
-static void DropCapabilities()
+void DropCapabilities()
 {
     for (const int capability : {CAP_SYS_TIME, CAP_SYS_MODULE, CAP_SYS_RAWIO, CAP_SYSLOG})
         prctl(PR_CAPBSET_DROP, capability, 0, 0, 0);
 }
 
-static void Report(int channel, inside::Kind kind, std::uint32_t id, int value, int descriptor = -1)
+void Report(int channel, Kind kind, std::uint32_t id, int value, int descriptor = -1)
 {
     ProcessReport report{kind, id, value};
     iovec part{&report, sizeof report};
@@ -77,7 +81,7 @@ static void Report(int channel, inside::Kind kind, std::uint32_t id, int value, 
     sendmsg(channel, &message, MSG_NOSIGNAL);
 }
 
-static void SetSoftFileLimit(std::uint32_t limit)
+void SetSoftFileLimit(std::uint32_t limit)
 {
     rlimit now{};
     if (limit == 0 || getrlimit(RLIMIT_NOFILE, &now) != 0)
@@ -87,14 +91,14 @@ static void SetSoftFileLimit(std::uint32_t limit)
 }
 
 struct Spawn {
-    inside::SpawnHeader header{};
+    SpawnHeader header{};
     std::string folder;
     std::vector<std::string> arguments;
     std::vector<std::string> environment;
     int descriptors[3] = {-1, -1, -1};
 };
 
-[[noreturn]] static void Become(const Spawn &spawn)
+[[noreturn]] void Become(const Spawn &spawn)
 {
     std::vector<char *> arguments, environment;
     for (const std::string &text : spawn.arguments)
@@ -123,23 +127,23 @@ struct Spawn {
     _exit(errno == ENOENT ? 127 : 126);
 }
 
-static void Start(int channel, const Spawn &spawn)
+void Start(int channel, const Spawn &spawn)
 {
     const pid_t child = fork();
     if (child == 0)
         Become(spawn);
     if (child < 0) {
-        Report(channel, inside::kFailed, spawn.header.id, errno);
+        Report(channel, kFailed, spawn.header.id, errno);
         return;
     }
     s_processes[child] = spawn.header.id;
     const int descriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
-    Report(channel, inside::kStarted, spawn.header.id, child, descriptor);
+    Report(channel, kStarted, spawn.header.id, child, descriptor);
     if (descriptor >= 0)
         close(descriptor);
 }
 
-static bool TakeText(const char *&at, const char *end, std::string &text)
+bool TakeText(const char *&at, const char *end, std::string &text)
 {
     const void *zero = std::memchr(at, 0, static_cast<std::size_t>(end - at));
     if (zero == nullptr)
@@ -149,14 +153,14 @@ static bool TakeText(const char *&at, const char *end, std::string &text)
     return true;
 }
 
-static bool Decode(const char *bytes, std::size_t size, Spawn &spawn)
+bool Decode(const char *bytes, std::size_t size, Spawn &spawn)
 {
     if (size < sizeof spawn.header)
         return false;
     std::memcpy(&spawn.header, bytes, sizeof spawn.header);
     const char *at = bytes + sizeof spawn.header;
     const char *end = bytes + size;
-    if (spawn.header.kind != inside::kSpawn || !TakeText(at, end, spawn.folder))
+    if (spawn.header.kind != kSpawn || !TakeText(at, end, spawn.folder))
         return false;
     std::string text;
     for (std::uint32_t i = 0; i < spawn.header.arguments && TakeText(at, end, text); ++i)
@@ -166,7 +170,7 @@ static bool Decode(const char *bytes, std::size_t size, Spawn &spawn)
     return !spawn.arguments.empty() && spawn.environment.size() == spawn.header.environment;
 }
 
-static void TakeDescriptors(msghdr &message, int (&descriptors)[3])
+void TakeDescriptors(msghdr &message, int (&descriptors)[3])
 {
     for (cmsghdr *header = CMSG_FIRSTHDR(&message); header != nullptr;
          header = CMSG_NXTHDR(&message, header)) {
@@ -176,9 +180,9 @@ static void TakeDescriptors(msghdr &message, int (&descriptors)[3])
 }
 
 // false: the library is gone.
-static bool TakeRequest(int channel)
+bool TakeRequest(int channel)
 {
-    static char bytes[inside::kLargestMessage];
+    static char bytes[kMaxMessage];
     iovec part{bytes, sizeof bytes};
     alignas(cmsghdr) char control[CMSG_SPACE(3 * sizeof(int))] = {};
     msghdr message{};
@@ -200,17 +204,19 @@ static bool TakeRequest(int channel)
     return true;
 }
 
-static void Reap(int channel)
+void Reap(int channel)
 {
     int status = 0;
     for (pid_t child = waitpid(-1, &status, WNOHANG); child > 0; child = waitpid(-1, &status, WNOHANG)) {
         const auto known = s_processes.find(child);
         if (known == s_processes.end())
             continue; // an orphan that init inherited
-        Report(channel, inside::kEnded, known->second, status);
+        Report(channel, kEnded, known->second, status);
         s_processes.erase(known);
     }
 }
+
+} // namespace
 
 int RunInit(const char *root, int channel)
 {
@@ -238,3 +244,5 @@ int RunInit(const char *root, int channel)
             return 0;
     }
 }
+
+} // namespace inside

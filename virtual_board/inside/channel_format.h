@@ -34,7 +34,7 @@ struct ProcessReport {
     std::int32_t value;
 };
 
-constexpr std::size_t kLargestMessage = 160 * 1024;
+constexpr std::size_t kMaxMessage = 160 * 1024;
 
 // The journal: every shell command line and every stand-in call, in order, one append each.
 // Length of the rest (32 bits), kind byte, then the command line, or the arguments with zero bytes between.

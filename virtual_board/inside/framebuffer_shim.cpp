@@ -12,7 +12,10 @@
 #include <cerrno>
 #include <cstdarg>
 
-static const inside::FramebufferPaths *FramebufferOf(int fd)
+namespace
+{
+
+const inside::FramebufferPaths *FramebufferOf(int fd)
 {
     struct stat opened, device;
     if (fstat(fd, &opened) != 0)
@@ -25,7 +28,7 @@ static const inside::FramebufferPaths *FramebufferOf(int fd)
     return nullptr;
 }
 
-static int Set(inside::FramebufferState &state, const fb_var_screeninfo &wanted, int file)
+int Set(inside::FramebufferState &state, const fb_var_screeninfo &wanted, int file)
 {
     const bool refused = wanted.bits_per_pixel == 32   ? state.refuses32 != 0
                          : wanted.bits_per_pixel == 16 ? state.refuses16 != 0
@@ -39,7 +42,7 @@ static int Set(inside::FramebufferState &state, const fb_var_screeninfo &wanted,
     return pwrite(file, &state, sizeof state, 0) == static_cast<ssize_t>(sizeof state) ? 0 : -1;
 }
 
-static int Answer(const char *statePath, unsigned long request, void *argument)
+int Answer(const char *statePath, unsigned long request, void *argument)
 {
     inside::FramebufferState state;
     const int file = open(statePath, O_RDWR | O_CLOEXEC);
@@ -57,6 +60,8 @@ static int Answer(const char *statePath, unsigned long request, void *argument)
         close(file);
     return result;
 }
+
+} // namespace
 
 extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
 {

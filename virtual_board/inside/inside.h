@@ -3,6 +3,9 @@
 // the name it was started under. Static, without sanitizers, so that starting it costs next to nothing.
 #pragma once
 
+namespace inside
+{
+
 // Process 1 of the board: enters the root, starts what the library asks for, reaps, reports.
 int RunInit(const char *root, int channel);
 
@@ -15,3 +18,5 @@ bool RunStandIn(const char *name, int argc, char **argv, int &status);
 
 // One atomic append to the journal.
 void AppendToJournal(char kind, const char *bytes, unsigned long size);
+
+} // namespace inside

@@ -14,52 +14,29 @@
 #include <cstring>
 #include <string>
 
-void AppendToJournal(char kind, const char *bytes, unsigned long size)
+namespace inside
 {
-    const int fd = open(inside::kJournalPath, O_WRONLY | O_APPEND | O_CLOEXEC);
-    if (fd < 0)
-        return;
-    std::uint32_t length = static_cast<std::uint32_t>(size + 1);
-    iovec parts[] = {{&length, sizeof length}, {&kind, 1}, {const_cast<char *>(bytes), size}};
-    [[maybe_unused]] const ssize_t written = writev(fd, parts, 3);
-    close(fd);
-}
 
-int RunRecorder(int argc, char **argv)
+namespace
 {
-    for (int i = 1; i + 1 < argc && argv[i][0] == '-'; ++i) {
-        if (argv[i][1] == '-' || std::strchr(argv[i], 'c') == nullptr)
-            continue;
-        int command = i + 1;
-        while (command + 1 < argc && std::strcmp(argv[command], "--") == 0)
-            ++command;
-        AppendToJournal(inside::kJournalCommand, argv[command], std::strlen(argv[command]));
-        break;
-    }
-    char shell[] = "sh";
-    if (argc > 0)
-        argv[0] = shell;
-    execv("/usr/bin/busybox", argv);
-    return 127;
-}
 
-static void Journal(const char *name, int argc, char **argv)
+void Journal(const char *name, int argc, char **argv)
 {
     std::string text = name;
     for (int i = 1; i < argc; ++i)
         text.append(1, '\0').append(argv[i]);
-    AppendToJournal(inside::kJournalStandIn, text.data(), text.size());
+    AppendToJournal(kJournalStandIn, text.data(), text.size());
 }
 
 // In a process namespace of its own, the kernel answers this call by ending every process of the namespace;
 // the library sees which of the two it was.
-static int EndBoard(int how)
+int EndBoard(int how)
 {
     reboot(how);
     return 1;
 }
 
-static int RunDate(int argc, char **argv)
+int RunDate(int argc, char **argv)
 {
     for (int i = 1; i < argc; ++i) {
         if (std::strncmp(argv[i], "-s", 2) == 0 || std::strncmp(argv[i], "--set", 5) == 0) {
@@ -74,7 +51,7 @@ static int RunDate(int argc, char **argv)
 }
 
 // As the board's shell does it, but without a word in the journal. True when it worked.
-static bool RunUnseen(const char *script)
+bool RunUnseen(const char *script)
 {
     const pid_t child = fork();
     if (child == 0) {
@@ -87,7 +64,7 @@ static bool RunUnseen(const char *script)
 
 // The dial-up daemon makes its link, goes into the background and stays there until somebody kills it; the
 // link goes with it.
-static int RunPppd(int argc, char **argv)
+int RunPppd(int argc, char **argv)
 {
     constexpr int kConnectFailed = 8;
     constexpr char kUp[] = "ip link add ppp0 type veth peer name ppp0-peer && ip link set ppp0-peer up && "
@@ -113,13 +90,44 @@ static int RunPppd(int argc, char **argv)
     return 0;
 }
 
-static int SyncBoard()
+int SyncBoard()
 {
     const int fd = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const int result = fd < 0 ? 1 : syncfs(fd);
     if (fd >= 0)
         close(fd);
     return result == 0 ? 0 : 1;
+}
+
+} // namespace
+
+void AppendToJournal(char kind, const char *bytes, unsigned long size)
+{
+    const int fd = open(kJournalPath, O_WRONLY | O_APPEND | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    std::uint32_t length = static_cast<std::uint32_t>(size + 1);
+    iovec parts[] = {{&length, sizeof length}, {&kind, 1}, {const_cast<char *>(bytes), size}};
+    [[maybe_unused]] const ssize_t written = writev(fd, parts, 3);
+    close(fd);
+}
+
+int RunRecorder(int argc, char **argv)
+{
+    for (int i = 1; i + 1 < argc && argv[i][0] == '-'; ++i) {
+        if (argv[i][1] == '-' || std::strchr(argv[i], 'c') == nullptr)
+            continue;
+        int command = i + 1;
+        while (command + 1 < argc && std::strcmp(argv[command], "--") == 0)
+            ++command;
+        AppendToJournal(kJournalCommand, argv[command], std::strlen(argv[command]));
+        break;
+    }
+    char shell[] = "sh";
+    if (argc > 0)
+        argv[0] = shell;
+    execv("/usr/bin/busybox", argv);
+    return 127;
 }
 
 bool RunStandIn(const char *name, int argc, char **argv, int &status)
@@ -142,3 +150,5 @@ bool RunStandIn(const char *name, int argc, char **argv, int &status)
     }
     return true;
 }
+
+} // namespace inside

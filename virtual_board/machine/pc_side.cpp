@@ -25,7 +25,10 @@
 namespace board
 {
 
-static constexpr int kForwarded[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2};
+namespace
+{
+
+constexpr int kForwarded[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2};
 
 bool CanEnterPcSide(const char *&why)
 {
@@ -44,13 +47,13 @@ bool CanEnterPcSide(const char *&why)
     return status == 0;
 }
 
-[[noreturn]] static void Fail(const char *what)
+[[noreturn]] void Fail(const char *what)
 {
     std::fprintf(stderr, "virtual board: %s: %s\n", what, std::strerror(errno));
     _exit(1);
 }
 
-static void RaiseLoopback()
+void RaiseLoopback()
 {
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     ifreq request{};
@@ -61,7 +64,7 @@ static void RaiseLoopback()
     close(fd);
 }
 
-static void MakePrivate()
+void MakePrivate()
 {
     if (unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS) != 0)
         Fail("namespaces");
@@ -78,7 +81,7 @@ static void MakePrivate()
 
 // A key of the terminal reaches every process of the foreground group by itself; everything else was sent to
 // this one process only and is passed on.
-static int OpenForwardedSignals()
+int OpenForwardedSignals()
 {
     sigset_t set;
     sigemptyset(&set);
@@ -90,7 +93,7 @@ static int OpenForwardedSignals()
 }
 
 // Waits for `child`, passing signals on and reaping orphans; ends early when `lifeline` closes.
-static int WaitFor(pid_t child, int signals, int lifeline)
+int WaitFor(pid_t child, int signals, int lifeline)
 {
     for (;;) {
         pollfd watched[] = {{signals, POLLIN, 0}, {lifeline, 0, 0}};
@@ -114,7 +117,7 @@ static int WaitFor(pid_t child, int signals, int lifeline)
 }
 
 // Process 1 of the PC side keeps the caller from being one: that one would ignore its own fatal signals.
-static void RunPcInit(int lifeline)
+void RunPcInit(int lifeline)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     prctl(PR_SET_NAME, "pc-init");
@@ -136,7 +139,7 @@ static void RunPcInit(int lifeline)
 }
 
 // Ends the way the child did. Process 1 can only tell a signal as a status above 128.
-[[noreturn]] static void EndLike(int status)
+[[noreturn]] void EndLike(int status)
 {
     if (WIFEXITED(status) && WEXITSTATUS(status) <= 128)
         _exit(WEXITSTATUS(status));
@@ -151,6 +154,8 @@ static void RunPcInit(int lifeline)
     raise(number);
     _exit(128 + number);
 }
+
+} // namespace
 
 const std::string &ProgramFolder()
 {

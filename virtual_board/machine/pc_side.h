@@ -22,7 +22,4 @@ void EnterPcSide();
 // program in a changed root names a path outside.
 const std::string &ProgramFolder();
 
-// Whether EnterPcSide could work; the reason goes to `why`.
-bool CanEnterPcSide(const char *&why);
-
 } // namespace board

@@ -188,7 +188,7 @@ void ProcessTree::Boot(const std::string &root, int networkSpace)
     int ends[2];
     Checked(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), "channel");
     UniqueFd ours(ends[0]), theirs(ends[1]);
-    const int room = static_cast<int>(inside::kLargestMessage);
+    const int room = static_cast<int>(inside::kMaxMessage);
     setsockopt(ours.Get(), SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof room);
     const UniqueFd passed(Checked(fcntl(theirs.Get(), F_DUPFD, 10), "channel")); // survives the new program
     const UniqueFd nothing(Checked(open("/dev/null", O_RDWR | O_CLOEXEC), "/dev/null"));

@@ -7,7 +7,12 @@
 namespace board
 {
 
-static constexpr int kTickMilliseconds = 20;
+namespace
+{
+
+constexpr int kTickMilliseconds = 20;
+
+} // namespace
 
 Watcher::Watcher() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
