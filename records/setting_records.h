@@ -10,7 +10,7 @@ namespace wire
 
 constexpr std::uint16_t kSettingPort = 8879;
 constexpr std::size_t kSettingPacketSize = 1024; // the service's packet buffer
-constexpr std::size_t kMostPacketBytes = 256;    // length byte and the 255 bytes that it can announce
+constexpr std::size_t kMaxPacketBytes = 256;     // length byte and the 255 bytes that it can announce
 
 enum SettingPacketType : std::uint8_t {
     kPacketCommand = 0,

@@ -14,11 +14,11 @@ constexpr std::array<std::uint32_t, 16> min_pluse_width = {32, 40,  48,  56,  64
 constexpr std::array<float, 16> kMbiClock = {31.25F, 25.0F, 20.8F, 17.86F,  15.625F, 13.9F, 12.5F, 11.36F,
                                              10.4F,  9.6F,  8.3F,  7.8125F, 6.25F,   5.0F,  4.0F,  3.125F};
 
-constexpr std::uint32_t kBankStep = 6;
+constexpr std::uint32_t kBankStep = 6; // entries of min_pluse_width that bank 1 skips
 constexpr int kParameterCount = 10;
-constexpr unsigned kSmallestRefresh = 100; // hertz
-constexpr std::uint32_t kOverhead = 1000;  // of a plane
-constexpr float kNanoseconds = 1e9F;       // of a second
+constexpr unsigned kMinRefresh = 100;     // hertz
+constexpr std::uint32_t kOverhead = 1000; // of a plane
+constexpr float kNanoseconds = 1e9F;      // of a second
 
 enum Family : unsigned {
     kHll5Scan = 2,
@@ -33,8 +33,8 @@ std::uint32_t Unsigned(int value)
     return static_cast<std::uint32_t>(value);
 }
 
-// Signed division that knows no undefined case: the quotient that does not fit wraps, and a divisor that
-// wrapped to 0 counts as 1.
+// Signed division without undefined cases: a quotient that does not fit wraps, and a divisor that wrapped to
+// 0 counts as 1.
 std::int32_t Divide(std::uint32_t dividend, std::uint32_t divisor)
 {
     if (divisor == 0)
@@ -44,8 +44,8 @@ std::int32_t Divide(std::uint32_t dividend, std::uint32_t divisor)
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(quotient));
 }
 
-// What all planes take together: the line time or the width, whichever is longer, and the overhead. `Word`
-// says how the two are compared.
+// The time of all planes: for each the line time or its width, whichever is longer, and the overhead. `Word`
+// decides whether the two are compared signed or unsigned.
 template <typename Word>
 std::uint32_t PlaneSum(Word line, std::uint32_t width, std::uint32_t planes, std::uint32_t overhead)
 {
@@ -54,7 +54,8 @@ std::uint32_t PlaneSum(Word line, std::uint32_t width, std::uint32_t planes, std
     for (std::uint32_t plane = 0; plane < planes; ++plane) {
         const bool wider = line < static_cast<Word>(width);
         const std::uint32_t taken = (wider ? width : static_cast<std::uint32_t>(line)) + overhead;
-        // Doubled this often the width has wrapped to 0 and stays there, so that all planes left are alike.
+        // Doubled 32 times the width is 0 and stays 0, so that all further planes take the same time. Without
+        // this a file with 4 billion planes would occupy the daemon for minutes.
         if (plane == kBits)
             return sum + taken * (planes - plane);
         sum += taken;
@@ -77,7 +78,7 @@ std::uint32_t DivisorOf(int s)
     return s == 0 ? 1 : Unsigned(s);
 }
 
-// The pulse width that the panel's index and bank choose.
+// The pulse width that the panel's index and bank select; nothing past the table.
 std::optional<std::uint32_t> PulseWidth(const PanelParameters &panel)
 {
     const std::uint64_t index =
@@ -125,7 +126,8 @@ bool Store(PanelParameters *panel, std::uint32_t id, std::uint32_t value)
     }
 }
 
-// The largest value of 1..1000 that passes, as long as all below it pass too.
+// The largest step that passes, 0 if none does. It assumes that with a step all smaller ones pass. Where the
+// formulas wrap that is wrong, and the order of the tests decides the result: keep it.
 template <typename Test> unsigned SearchLargest(const Test &passes)
 {
     unsigned low = 1;
@@ -220,9 +222,9 @@ bool RefreshPasses(unsigned family, unsigned t, unsigned w, unsigned h, unsigned
         refresh = NormalCalRefreshRate(I(t), I(w), I(h), I(s), I(n), I(m), I(g));
         break;
     }
-    // QUIRK negative-passes: a sum that wrapped gives a negative rate, which counts as a huge one; a failed
-    // test would be expected.
-    return static_cast<unsigned>(refresh) >= kSmallestRefresh;
+    // QUIRK negative-passes: a sum that wrapped gives a negative rate, which counts as a huge one; the test
+    // would be expected to fail.
+    return static_cast<unsigned>(refresh) >= kMinRefresh;
 }
 
 bool RefreshPasses(unsigned t, unsigned w, unsigned h, unsigned s, unsigned n, unsigned m)
@@ -240,7 +242,7 @@ unsigned LargestLuminance(const PanelParameters &panel, unsigned family)
     const std::uint32_t t = pulse.value_or(0);
     std::fprintf(stderr, "t, w, h, s, n : %d, %d, %d, %d, %d.\n", static_cast<int>(t), static_cast<int>(w),
                  static_cast<int>(panel.h), static_cast<int>(panel.s), static_cast<int>(panel.n));
-    // An index beyond the table fails the formulas that use the pulse, and only them.
+    // An index past the table fails the formulas that use the pulse, and only them.
     if (!pulse && family != kUnlimited && family != kMbi504X)
         return 0;
     return SearchLargest([&](unsigned step) {

@@ -18,12 +18,13 @@ namespace
 
 constexpr char kUnit[] = "src/server_witch_plexa";
 
-// The player's own ids may differ without forcing an update.
+// The player changes these while it runs. They alone are no reason to send all settings to the FPGA again.
 bool ValueMayDiffer(std::uint32_t id)
 {
     return id == wire::kIdScreenSize || id == wire::kIdMaxLuminance || id == wire::kIdLuminance;
 }
 
+// Compares record by record; an incomplete record at the end counts too.
 bool AreEqual(std::FILE *one, std::FILE *other)
 {
     for (;;) {
@@ -47,6 +48,7 @@ bool PlayerCopyIsBooted()
     return player && boot && AreEqual(player.get(), boot.get());
 }
 
+// Its client shows settings that are no longer in use.
 void CloseSettingSession()
 {
     switch (DropSession(wire::kSessionSettings)) {
@@ -96,9 +98,10 @@ void SettingRequests::UpdateSettingFile()
 
 void SettingRequests::ScreenOnOff(std::uint32_t value)
 {
-    // QUIRK screen-inverted: the player says 1 for off, the FPGA takes 1 for on; the same sense would be
+    constexpr unsigned kScreenState = 2;
+    // QUIRK screen-inverted: the player sends 1 for off, the FPGA takes 1 for on; the same sense would be
     // expected.
     const bool off = value != 0;
     Diag(kUnit, __func__, off ? 318 : 315, off ? "scrren off" : "scrren on");
-    g_serial->WriteFPGAState(2, off ? 0 : 1);
+    g_serial->WriteFPGAState(kScreenState, off ? 0 : 1);
 }

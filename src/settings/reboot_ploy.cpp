@@ -23,7 +23,8 @@ constexpr int kDaySeconds = 86400;
 constexpr int kWeekSeconds = 604800;
 constexpr int kDaysOfWeek = 7;
 
-// Guards the countdown and its place in the tick table. CopySettingToBoot and Reboot are called without it.
+// Guards the countdown and its place in the tick table. It is not held over CopySettingToBoot, which takes
+// the setting service's lock, nor over Reboot, which runs a command.
 std::mutex s_ployMutex;
 std::int32_t s_rebootSeconds = 0; // ticks
 
@@ -42,7 +43,8 @@ bool IsChosen(const wire::RebootPloy &ploy, int day)
     return ((ploy.weekdayMask >> (day > kDaysOfWeek ? day - kDaysOfWeek : day)) & 1U) != 0;
 }
 
-// The first chosen weekday, counted on past 7 where the search passes Sunday; nothing when there is none.
+// The first chosen weekday from today or tomorrow on, which is above 7 if the search passes Sunday. Nothing
+// if no weekday is chosen.
 std::optional<int> FirstChosen(const wire::RebootPloy &ploy, int today, bool stillToday)
 {
     int first = stillToday ? today : today + 1;
@@ -55,7 +57,7 @@ std::optional<int> FirstChosen(const wire::RebootPloy &ploy, int today, bool sti
     return std::nullopt;
 }
 
-// The schedule as the file holds it; nothing (logged) when the countdown stays as it is.
+// The schedule as the file holds it. Nothing (logged) if it cannot be read.
 std::optional<wire::RebootPloy> ReadRebootPloy()
 {
     if (access(g_rebootPloy, F_OK) != 0) {
@@ -94,16 +96,16 @@ void StartTimer(std::int32_t seconds)
 
 wire::RebootPloy ValidRebootPloy(wire::RebootPloy ploy)
 {
-    constexpr int kMostMinutes = 1440;
-    constexpr std::uint32_t kMostDays = 62;
-    constexpr std::uint32_t kMostMask = 255;
-    if (ploy.minuteOffset < -kMostMinutes || ploy.minuteOffset > kMostMinutes)
+    constexpr int kMaxMinutes = 1440;
+    constexpr std::uint32_t kMaxDays = 62;
+    constexpr std::uint32_t kMaxMask = 255;
+    if (ploy.minuteOffset < -kMaxMinutes || ploy.minuteOffset > kMaxMinutes)
         ploy.minuteOffset = 0;
     if (ploy.mode > 1)
         ploy.mode = 0;
-    if (ploy.days == 0 || ploy.days > kMostDays)
+    if (ploy.days == 0 || ploy.days > kMaxDays)
         ploy.days = 1;
-    if (ploy.weekdayMask > kMostMask)
+    if (ploy.weekdayMask > kMaxMask)
         ploy.weekdayMask = 0;
     return ploy;
 }
@@ -127,8 +129,8 @@ std::optional<int> DaysToReboot(const wire::RebootPloy &ploy, const QDateTime &n
 std::int32_t SecondsToReboot(const wire::RebootPloy &ploy, const QDateTime &now, int days)
 {
     const int due = SecondsOfDay(ploy.hour, ploy.minute, ploy.second);
-    // QUIRK modulo-a-week: the wait is taken modulo one week, so that "every 10 days" waits three; the whole
-    // interval would be expected.
+    // QUIRK modulo-a-week: the wait is computed modulo one week, so that "every 10 days" waits three days;
+    // the whole interval would be expected.
     const std::int32_t seconds =
         (days * kDaySeconds + kWeekSeconds + due - SecondsOfDay(now.time())) % kWeekSeconds;
     return seconds < 1 ? 0 : seconds;

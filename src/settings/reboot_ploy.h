@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// src/settings/reboot_ploy.h: the board's reboot schedule: every N days or on weekdays, at a time of day
-// (docs/protocols.md, "Files").
+// src/settings/reboot_ploy.h: the schedule by which the board reboots: every N days or on chosen weekdays, at
+// a time of day (docs/protocols.md, "Files").
 #pragma once
 
 #include "records/setting_records.h"
@@ -11,17 +11,20 @@
 
 extern const char *const g_rebootPloy; // path of the schedule
 
-// Reads the schedule and arms or stops the countdown. A schedule that is missing or cut short leaves the
-// countdown as it is. Main and setting-service thread, without the service's lock.
+// Renews the boot copy of the settings, then reads the schedule and starts or stops the countdown. A schedule
+// that is missing or too short leaves the countdown as it is. Main thread and setting service's thread,
+// without the service's lock.
 void ReloadRebootPloy();
 
-void RebootTimer(); // tick function: counts down and reboots
+void RebootTimer(); // tick function: counts down and, at the end, reboots the board
 
-// Out-of-range fields replaced by what they count as.
+// The functions below are pure; any thread.
+
+// The schedule with each field that is out of range replaced by its default.
 wire::RebootPloy ValidRebootPloy(wire::RebootPloy ploy);
 
-// Days to wait from `now`, which has the minute offset in it already; nothing when no weekday is chosen.
+// Days to wait from `now`, to which the minute offset has been added; nothing if no weekday is chosen.
 std::optional<int> DaysToReboot(const wire::RebootPloy &ploy, const QDateTime &now);
 
-// Seconds to wait, modulo one week; 0 is due now.
+// Seconds to wait, modulo one week; 0: due now.
 std::int32_t SecondsToReboot(const wire::RebootPloy &ploy, const QDateTime &now, int days);

@@ -38,10 +38,10 @@ public:
     int DisposePacket(SocketSession *session) override;
 
     // The FPGA and the settings files; any thread.
-    int WriteSettingToSerial();                    // 1 all records sent, 0 stopped early (logged)
+    int WriteSettingToSerial();                    // 1 sent, 0 no valid working copy
     void WriteSerial(unsigned id, unsigned value); // to the FPGA and the files; 254: brightness in percent
     void RTSaveSerialPara(unsigned id, unsigned value); // to the files only
-    int WriteFPGAState(unsigned code, unsigned value);  // 7 sent, anything else not sent (logged)
+    int WriteFPGAState(unsigned code, unsigned value);  // 7 sent, anything else not sent
     void WriteCloseSmartSetting();                      // the frame that ends the smart setting
     void TakePlayerCopy();          // the player's copy becomes the working copy, the boot copy follows
     unsigned GetScreenSize();       // record 3 of the working copy; 0 without one

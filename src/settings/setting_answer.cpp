@@ -6,15 +6,15 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 
 namespace
 {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr std::size_t kMostBlock = 256;
 
 class Sender
 {
@@ -61,15 +61,15 @@ wire::Bytes BytesOfText(const std::string &text)
     return wire::BytesAt(text.data(), text.size());
 }
 
-// False when a block fell short.
+// False if a block was not sent whole.
 bool SendFile(const SettingAnswer &answer, Sender *sender, std::size_t *fileBytes)
 {
-    std::array<std::byte, kMostBlock> block;
+    std::array<std::byte, kMaxAnswerBlock> block;
     for (;;) {
         std::size_t count;
         {
             const SettingLock lock; // another client may be changing the file
-            count = std::fread(block.data(), 1, answer.blockSize, answer.file.get());
+            count = std::fread(block.data(), 1, std::min(answer.blockSize, block.size()), answer.file.get());
         }
         if (count == 0)
             return true;
@@ -99,7 +99,8 @@ bool Deliver(SettingAnswer *answer, int fd, SendPatience patience)
         answer->before();
     std::size_t fileBytes = 0;
     const bool delivered = SendAll(*answer, fd, patience, &fileBytes);
-    // The clock has been set and the like, whether or not the client heard of it.
+    // What `before` did (set the clock, for example) needs its follow-up even if the client did not take the
+    // answer.
     if (answer->after)
         answer->after(fileBytes);
     if (answer->shutdown)

@@ -41,9 +41,9 @@ void Acknowledge(const Request &request)
     request.answer.Reply(MakeSettingCommand(request.packet.Code(), sizeof(wire::SettingCommand)));
 }
 
-// Fills the slots of a list, but for the last, with those records of the working copy that have one of these
-// ids, in the order of the file. Unused slots are full of kEmptySlotByte. False if the working copy cannot be
-// opened (errno).
+// Fills all slots of a list but the last with the records of the working copy that have one of these ids, in
+// the order of the file. Unused slots are full of kEmptySlotByte. False if the working copy cannot be opened
+// (errno).
 template <std::size_t Slots, std::size_t Ids>
 bool FillList(const SettingLock &, std::array<wire::SettingRecord, Slots> *list,
               const std::array<std::uint32_t, Ids> &ids)
@@ -64,12 +64,14 @@ bool FillList(const SettingLock &, std::array<wire::SettingRecord, Slots> *list,
     return true;
 }
 
+// As the command "date -s" takes it; empty for a time that no calendar has.
 std::string LocalTime(std::int64_t milliseconds)
 {
     const QDateTime time = QDateTime::fromMSecsSinceEpoch(milliseconds);
     return time.isValid() ? time.toString("yyyy-MM-dd hh:mm:ss").toStdString() : std::string();
 }
 
+// A failure is only logged: the commands that store a file have no reply that could report it.
 void StoreWhole(const char *path, wire::Bytes bytes)
 {
     const std::string content(reinterpret_cast<const char *>(bytes.data()), bytes.size());

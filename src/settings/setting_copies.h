@@ -18,7 +18,7 @@ std::optional<std::uint32_t> FindSetting(const SettingLock &lock, std::uint32_t 
 // Any thread.
 unsigned FpgaFamily();
 
-// The highest luminance that the panel of the working copy bears, 1 to 1000; 0 if parameters are missing or
+// The highest luminance that the panel of the working copy permits, 1 to 1000; 0 if parameters are missing or
 // not even 1 is possible.
 unsigned ComputeLuminanceOfFile(const SettingLock &lock);
 

@@ -5,7 +5,7 @@
 // the slant lines against the service thread (port 8879), the main thread (sessions, player, reboot schedule)
 // and the thread that acts on signals. The public functions of the service take it; its parts take it as an
 // argument, which proves that the caller holds it. Not recursive. Nothing is sent to a peer while it is held.
-// Whoever needs the lock of the session list too takes that one second.
+// Order: this lock first, then that of the session list.
 #pragma once
 
 #include <mutex>

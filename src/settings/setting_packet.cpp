@@ -5,7 +5,7 @@
 
 SettingPacket::SettingPacket(wire::Bytes bytes)
 {
-    std::copy_n(bytes.begin(), std::min(bytes.size(), wire::kMostPacketBytes), bytes_.begin());
+    std::copy_n(bytes.begin(), std::min(bytes.size(), wire::kMaxPacketBytes), bytes_.begin());
 }
 
 std::uint32_t SettingPacket::Code() const

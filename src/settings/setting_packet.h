@@ -14,12 +14,9 @@ public:
     // The length byte and what it announces, the type at least. What exceeds a packet's maximum is dropped.
     explicit SettingPacket(wire::Bytes bytes);
 
-    std::size_t Length() const
-    {
-        return std::to_integer<std::size_t>(bytes_[0]);
-    } // of what follows this byte
-    std::uint8_t Type() const { return std::to_integer<std::uint8_t>(bytes_[1]); }
-    std::uint32_t Code() const; // of a command
+    std::size_t Length() const { return std::to_integer<std::size_t>(bytes_[0]); } // the length byte
+    std::uint8_t Type() const { return std::to_integer<std::uint8_t>(bytes_[1]); } // wire::SettingPacketType
+    std::uint32_t Code() const; // of a command: wire::SettingCode
 
     wire::Bytes Payload() const;      // what the client sent after the type
     wire::Bytes Argument() const;     // what the client sent after the code of a command
@@ -29,7 +26,7 @@ public:
 private:
     static constexpr std::size_t kArgumentOffset = sizeof(wire::SettingCommand);
 
-    wire::Bytes From(std::size_t offset) const; // what the client sent from there on
+    wire::Bytes From(std::size_t offset) const; // up to the end of what the client sent
 
     std::array<std::byte, wire::kSettingPacketSize> bytes_{};
 };

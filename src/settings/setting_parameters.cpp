@@ -83,7 +83,7 @@ void SettingParameters::Save(const SettingLock &lock, std::uint32_t id, std::uin
         ScreenSizeChanged(lock);
 }
 
-// A larger panel takes longer to refresh, so that it bears less luminance.
+// A larger panel takes longer to refresh, so that it permits less luminance.
 void SettingParameters::ScreenSizeChanged(const SettingLock &lock)
 {
     maxLuminance = ComputeLuminanceOfFile(lock);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// src/settings/setting_parameters.h: the parameters of the screen, from the working copy to the FPGA and from
-// clients and player to both; and the three of them that the setting service keeps in memory.
+// src/settings/setting_parameters.h: the parameters of the screen: sends them to the FPGA, changes them in
+// the working copy, and keeps three of them in memory.
 //
 // A parameter is an id and a value. Its id is a frame's command, so that only the low 8 bits reach the FPGA;
 // the working copy holds it in full. The setting service holds its lock in all of it.
@@ -17,8 +17,8 @@ class SettingParameters
 public:
     explicit SettingParameters(FpgaWriter *fpga) : fpga_(fpga) {} // which outlives this object
 
-    // Sends all parameters of the working copy and takes the two luminances from it. 1 all sent, 0 stopped
-    // early (logged, but for a missing file).
+    // Sends all parameters of the working copy and takes the two luminances from it. 1: sent, or as many as a
+    // file that is too short holds (logged). 0: there is no working copy, or its header is invalid (logged).
     int SendAll(const SettingLock &lock);
 
     // Sends one parameter and saves it as Save does. 254 is the brightness in percent and not saved. The
@@ -30,6 +30,7 @@ public:
     void Save(const SettingLock &lock, std::uint32_t id, std::uint32_t value);
 
     // Takes the two luminances from the working copy and limits them: 1 <= luminance <= maximum <= 1000.
+    // Without a working copy the maximum becomes 1.
     void LoadCaches(const SettingLock &lock);
 
     // In percent; 0 and more than 100 count as 100. Sent to the FPGA as 0 to 255, never saved.

@@ -52,6 +52,6 @@ private:
 
     Service *service_;
     ledboard::UniqueFd listenFd; // closed while a client is served
-    std::array<std::byte, wire::kMostPacketBytes> received_{};
+    std::array<std::byte, wire::kMaxPacketBytes> received_{};
     std::atomic<bool> clientServed_ = false;
 };

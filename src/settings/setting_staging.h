@@ -27,7 +27,7 @@ public:
     // Makes the closed staged file the working copy.
     void MoveToWorkingCopy(const SettingLock &lock);
 
-    // Writes the closed staged file over the working copy, which is made if there is none.
+    // Writes the closed staged file over the working copy, which is created if it does not exist.
     struct CopyResult {
         bool opened; // the working copy; it may have changed
         bool stored; // false: a write failed (logged)

@@ -57,7 +57,7 @@ void SettingClient::ConnectToPort(const Endpoint &port, const std::string &inter
 
 void SettingClient::SendPacket(wire::SettingPacketType type, wire::Bytes payload)
 {
-    std::array<std::byte, sizeof(wire::FrameHeader) + wire::kMostPacketBytes> room;
+    std::array<std::byte, sizeof(wire::FrameHeader) + wire::kMaxPacketBytes> room;
     wire::Writer writer(room);
     const std::size_t size = sizeof(wire::SettingHeader) + payload.size();
     if (door_ == SettingDoor::kSession)
@@ -70,7 +70,7 @@ void SettingClient::SendPacket(wire::SettingPacketType type, wire::Bytes payload
 
 void SettingClient::Command(wire::SettingCode code, wire::Bytes argument)
 {
-    std::array<std::byte, wire::kMostPacketBytes> room;
+    std::array<std::byte, wire::kMaxPacketBytes> room;
     wire::Writer writer(room);
     writer.Put(wire::U32(code));
     writer.PutBytes(argument);
