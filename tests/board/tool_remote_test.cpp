@@ -69,7 +69,7 @@ TEST_F(ToolRemote, InstallsFirmwareAndWaitsForItsResult)
     MakeArchive("update.sh",
                 "mkdir -p /usr/share/info\necho failed > /usr/share/info/server_upgrade_state\nreboot\n");
     const json failed = RunJson({"firmware", "install", kArchive}, 1);
-    EXPECT_EQ(failed["error"]["message"], "the board is back and says that the installation failed");
+    EXPECT_EQ(failed["error"]["message"], "the board is back and reports that the installation failed");
     EXPECT_EQ(RunJson({"firmware", "result"})["succeeded"], true) << "it has told, and forgets";
 
     // What only the board finds out: its unpacking fails.
@@ -89,7 +89,7 @@ TEST_F(ToolRemote, RefusesWhatIsNoFirmware)
         const char *message;
     } rows[] = {
         {"other", "-czf", "x", "has no file \"update.sh\" at its top"},
-        {"update.sh", "-cf", "x", "is no gzip-compressed archive"},
+        {"update.sh", "-cf", "x", "is not a gzip-compressed archive"},
         {"update.sh", "-czf", "", "has no file \"update.sh\" at its top"},
         {"--transform s,^,sub/, update.sh", "-czf", "x", "has no file \"update.sh\" at its top"},
     };

@@ -139,7 +139,7 @@ TEST_F(ToolSettings, ShowsSavesAndLoads)
                   json({{"board", "C1-0000000001"}, {"records", 2}, {"screen", "64x32"}}));
         EXPECT_EQ(board->Root().Read(kWorking), SettingFile(held) + SettingFile(other).substr(24));
         EXPECT_TRUE(
-            Done({"settings", "show"}).ends_with("\nbrightness 100 %, 744 bytes behind the records\n"));
+            Done({"settings", "show"}).ends_with("\nbrightness 100 %, 744 bytes after the records\n"));
     });
 }
 
@@ -304,23 +304,23 @@ TEST_F(ToolSettings, WhatMakesNoSenseIsRefusedBeforeAnythingIsSent)
         {{"settings", "set", "luminence=5"}, 2, "names no parameter", ""},
         {{"settings", "set", "9=bright"}, 2, "has no value", ""},
         {{"settings", "load", kLocal}, 1, "is damaged: its header does not fit its records", cut},
-        {{"settings", "load", kLocal}, 1, "is no settings file", "hello"},
+        {{"settings", "load", kLocal}, 1, "is not a settings file", "hello"},
         {{"settings", "load", "/run/none"}, 1, "cannot read '/run/none': No such file or directory", ""},
         {{"settings", "load", "/run"}, 1, "cannot read '/run': Is a directory", ""},
         {{"settings", "save", "/none/x"}, 1, "cannot write '/none/x': No such file or directory", ""},
         {{"settings", "save", kLocal, "C1-0000000001"}, 2, "of one board only", ""},
-        {{"brightness", "0"}, 2, "'0' is no brightness", ""},
-        {{"brightness", "101"}, 2, "'101' is no brightness", ""},
-        {{"clock", "set", "2026-06-31T08:00"}, 2, "is no time", ""},
+        {{"brightness", "0"}, 2, "'0' is not a brightness", ""},
+        {{"brightness", "101"}, 2, "'101' is not a brightness", ""},
+        {{"clock", "set", "2026-06-31T08:00"}, 2, "is not a time", ""},
         {{"name", ""}, 2, "a name has 1 to 249 bytes", ""},
         {{"name", std::string(250, 'n')}, 2, "a name has 1 to 249 bytes", ""},
         {{"identity", "C1-000000001"}, 2, "an identifier has 13 characters", ""},
         {{"identity", "C1-0000000002", "C1-0000000001"}, 2, "belongs to one board only", ""},
         {{"luminance", "put", kLocal}, 1, "is empty", ""},
-        {{"reboot-schedule", "every", "63", "days", "at", "04:30"}, 2, "is no number of days", ""},
+        {{"reboot-schedule", "every", "63", "days", "at", "04:30"}, 2, "is not a number of days", ""},
         {{"reboot-schedule", "every", "3", "weeks", "at", "04:30"}, 2, "the word 'days' is missing", ""},
-        {{"reboot-schedule", "on", "mon", "at", "25:00"}, 2, "is no time of day", ""},
-        {{"reboot-schedule", "on", "monday", "at", "04:30"}, 2, "is no list of days", ""},
+        {{"reboot-schedule", "on", "mon", "at", "25:00"}, 2, "is not a time of day", ""},
+        {{"reboot-schedule", "on", "monday", "at", "04:30"}, 2, "is not a list of days", ""},
         {{"smart-setting", "maybe"}, 2, "maybe", ""},
         {{"fpga-frame", "256", "1"}, 2, "names no parameter", ""},
     };
@@ -348,7 +348,7 @@ TEST_F(ToolSettings, BoardsWithoutSettings)
     EXPECT_EQ(Run({"settings", "set", "gap=4"}).out,
               "C1-0000000001: gap = 4 (FPGA only: not in the board's file)\n");
     board->Root().Write(kWorking, "hello");
-    ExpectFailure({"settings", "show"}, 1, "what the board has stored is no settings file");
+    ExpectFailure({"settings", "show"}, 1, "what the board has stored is not a settings file");
     EXPECT_EQ(Run({"settings", "save", kLocal}).status, 0);
     EXPECT_EQ(ReadLocal(), "hello") << "a damaged file can be looked at";
 }
@@ -387,5 +387,5 @@ TEST_F(ToolSettings, FullDisksAreTold)
     Pairs other = Panel();
     other.insert(other.end(), 2000, {80, 1});
     Local(SettingFile(other));
-    ExpectFailure({"settings", "load", kLocal}, 6, "the board holds something else than was sent");
+    ExpectFailure({"settings", "load", kLocal}, 6, "the board's file differs from what was sent");
 }

@@ -62,7 +62,7 @@ TEST(SettingsFile, WhatABoardWouldNotSendWholeIsRefused)
     EXPECT_EQ(MessageOf(std::string("\x6D\x48\1\0\x08\0\0\0", 8) + record), "");
     for (const std::string &bytes : {std::string(), std::string("\x6D\x48\1\0\x08\0\0", 7),
                                      std::string("\x48\x6D\1\0\x08\0\0\0", 8) + record})
-        EXPECT_EQ(MessageOf(bytes), "it is no settings file");
+        EXPECT_EQ(MessageOf(bytes), "it is not a settings file");
     for (const std::string &bytes :
          {std::string("\x6D\x48\0\0\0\0\0\0", 8), std::string("\x6D\x48\1\0\x08\0\0\0", 8),
           std::string("\x6D\x48\1\0\x07\0\0\0", 8) + record,

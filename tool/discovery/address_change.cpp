@@ -21,7 +21,7 @@ using std::chrono::milliseconds;
 constexpr int kFirstRequests = 3;        // in all, if requests are lost
 constexpr milliseconds kAskPause{300};   // between two requests for the state
 constexpr milliseconds kEchoLimit{3000}; // the echo comes at once or not at all
-constexpr milliseconds kFlushTime{2000}; // within it the board's DHCP client removes the old address
+constexpr milliseconds kFlushTime{2000}; // for the board's DHCP client to remove the old address
 
 wire::I32 NetworkOrder(in_addr address)
 {

@@ -30,7 +30,7 @@ wire::ProtocolHeader MakeHeader(std::size_t length, std::uint32_t cookie)
     return header;
 }
 
-// The datagram as a `Reply`; nullopt if its size or its cookie is another.
+// The datagram as a `Reply`; nullopt if it has a different size or cookie.
 template <wire::Record Reply> std::optional<Reply> ReadReply(wire::Bytes datagram, std::uint32_t cookie)
 {
     if (datagram.size() != sizeof(Reply))

@@ -2,7 +2,8 @@
 // tool/discovery/server_settings.h: reads and changes a board's management server by UDP (docs/protocols.md,
 // "Discovery").
 //
-// All requests go to the board's own address, because every board that receives a new server uses it.
+// All requests go to the board's own address: every board that receives the one that sets the server obeys
+// it.
 #pragma once
 
 #include "discovery/board.h"

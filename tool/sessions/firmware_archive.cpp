@@ -39,7 +39,7 @@ std::string ReadWhole(const std::string &path)
     return content;
 }
 
-// Header of a tar entry, as POSIX 1003.1 "ustar" lays it out; older archives have the same first half.
+// Header of a tar entry (POSIX 1003.1, "ustar"); older archives have the same first half.
 struct TarHeader {
     char name[100];
     char modeOwnerGroup[24];
@@ -66,7 +66,7 @@ bool ChecksumFits(const TarHeader &header)
     return sum == Octal(header.checksum, sizeof header.checksum);
 }
 
-// Walks the entries of a tar that comes in pieces.
+// Walks the entries of a tar that arrives in pieces.
 class TarReader
 {
 public:
@@ -95,9 +95,9 @@ private:
         std::memcpy(&header, held_.data(), sizeof header);
         held_.clear();
         if (header.name[0] == '\0')
-            return; // a block of the end
+            return; // one of the empty blocks at the end
         if (!ChecksumFits(header))
-            throw Bad(path_, "is no tar archive");
+            throw Bad(path_, "is not a tar archive");
         const std::string_view name = FieldText(header.name);
         const std::uint64_t size = Octal(header.size, sizeof header.size);
         const bool isFile = header.type == '0' || header.type == '\0';
@@ -125,7 +125,7 @@ public:
     Inflater(const Inflater &) = delete;
     Inflater &operator=(const Inflater &) = delete;
 
-    // The next piece; empty when all is unpacked. `*isWhole`: its checks came out right.
+    // The next piece; empty if nothing is left. `*isWhole`: the end was reached and the checksums are right.
     std::string_view Next(bool *isWhole)
     {
         stream_.next_out = reinterpret_cast<Bytef *>(room_.data());
@@ -145,7 +145,7 @@ std::string ReadFirmwareArchive(const std::string &path)
 {
     std::string content = ReadWhole(path);
     if (content.compare(0, 2, "\x1F\x8B") != 0)
-        throw Bad(path, "is no gzip-compressed archive");
+        throw Bad(path, "is not a gzip-compressed archive");
     Inflater inflater(content);
     TarReader tar(path);
     bool isWhole = false;

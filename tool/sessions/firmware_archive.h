@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// tool/sessions/firmware_archive.h: a firmware archive on the PC's disk: a gzip-compressed tar with
-// "update.sh" at its top.
+// tool/sessions/firmware_archive.h: a firmware archive on this PC: a gzip-compressed tar with "update.sh" at
+// its top.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 namespace ledboard
 {
 
-// Reads the archive whole and unpacks it in memory. Throws VerbError(kFailed) that says what is wrong: no
-// such file, no gzip, cut off, no tar, no "update.sh" that could be run.
+// Returns the bytes of the archive, which is unpacked in memory as a check. Throws VerbError(kFailed): no
+// such file, not gzip, truncated, not a tar, or without an "update.sh" that could be run.
 std::string ReadFirmwareArchive(const std::string &path);
 
 } // namespace ledboard

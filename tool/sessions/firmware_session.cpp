@@ -68,7 +68,7 @@ FirmwareVersions FirmwareSession::AskVersions()
 
 UpgradeState FirmwareSession::AskState()
 {
-    // The shortest command: this one has no fields.
+    // This command has no fields, so it has the minimum length.
     const std::uint8_t code[] = {wire::kAskUpgradeState, 0, 0, 0};
     Send(wire::kFirmwareCommand, wire::BytesOf(code));
     const auto reply = Receive<wire::VersionReply>();
@@ -84,7 +84,7 @@ void FirmwareSession::SendArchive(const std::string &archive,
     request.fileSize = static_cast<std::int32_t>(archive.size());
     SendRequest(wire::kAskRecvNewVersionFile, request);
     if (Receive<wire::FirmwareFileReply>().opened != wire::kArchiveOpened)
-        throw VerbError(ExitStatus::kRefused, "the board cannot take an archive");
+        throw VerbError(ExitStatus::kRefused, "the board cannot store an archive");
     const wire::Bytes bytes = wire::BytesAt(archive.data(), archive.size());
     for (std::size_t at = 0; at < bytes.size(); at += kMaxData) {
         const wire::Bytes data = bytes.subspan(at, std::min(kMaxData, bytes.size() - at));
@@ -98,7 +98,7 @@ bool FirmwareSession::Install(std::chrono::milliseconds patience)
     SendRequest(wire::kAskUpgradeComplete, wire::UpgradeCompleteRequest{});
     Receive<wire::UpgradeCompleteReply>();
     client_.SetPatience(patience);
-    // A board that unpacks the archive ends without answering this; one that cannot says so.
+    // A board that has unpacked the archive ends the session without an answer; one that cannot answers.
     try {
         return AskState().succeeded;
     } catch (const VerbError &error) {

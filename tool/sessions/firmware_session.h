@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// tool/sessions/firmware_session.h: the client's side of the firmware service (docs/protocols.md,
-// "Firmware"). One thread at a time; every call throws VerbError.
+// tool/sessions/firmware_session.h: a client of a board's firmware service (docs/protocols.md, "Firmware").
+// One thread at a time; every call throws VerbError.
 #pragma once
 
 #include "records/firmware_records.h"
@@ -29,13 +29,13 @@ public:
     FirmwareSession(const Board &board, const std::string &interfaceName, std::chrono::milliseconds patience);
 
     FirmwareVersions AskVersions();
-    UpgradeState AskState(); // the board forgets a failure that it has told
+    UpgradeState AskState(); // the board forgets a failure once it has reported it
 
     // `advance` is called with the number of bytes that have gone out.
     void SendArchive(const std::string &archive, const std::function<void(std::uint64_t)> &advance);
 
-    // Has the archive installed. True when the board has ended the session to do so; false when it says that
-    // it cannot, for which it has `patience`: it answers nothing while it unpacks.
+    // Starts the installation. True if the board ended the session to install, false if it reports that it
+    // cannot unpack the archive. It does not answer while it unpacks; `patience` is the limit for that.
     bool Install(std::chrono::milliseconds patience);
 
 private:

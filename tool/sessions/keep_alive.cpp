@@ -33,7 +33,7 @@ void KeepAlive::Run(const std::stop_token &stop)
     }
 }
 
-// Lost searches are made up for by the next; the answers are of no interest.
+// A lost search is not repeated, the next one follows. Answers are received and dropped.
 void KeepAlive::SendSearch()
 {
     const wire::SearchRequest search = MakeSearch(0);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // tool/sessions/keep_alive.h: keeps a session with a board open.
 //
-// A board closes a session 42 seconds after it last heard a search from the address at its other end, however
-// busy the session is. So a thread sends one every 10 seconds, from that same address.
+// A board closes a session 42 seconds after the last search from the address at its other end, even if the
+// session is busy. So a thread sends a search from that address every 10 seconds.
 #pragma once
 
 #include "common/unique_fd.h"
@@ -22,7 +22,7 @@ constexpr std::chrono::milliseconds kKeepAlivePeriod{10'000};
 class KeepAlive
 {
 public:
-    // The first search goes out at once, the last before the destructor returns. `local` is the session's own
+    // Sends the first search at once and none after the destructor returns. `local` is the session's own
     // address, `board` where the board takes searches, `interfaceName` as for the session. Throws VerbError.
     KeepAlive(in_addr local, const Endpoint &board, const std::string &interfaceName,
               std::chrono::milliseconds period = kKeepAlivePeriod);
@@ -35,7 +35,7 @@ private:
     std::chrono::milliseconds period_;
     std::mutex mutex_;
     std::condition_variable_any wake_;
-    std::jthread thread_; // last: stops before the rest goes
+    std::jthread thread_; // last, so that it ends before the other members do
 };
 
 } // namespace ledboard

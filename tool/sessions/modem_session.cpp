@@ -9,9 +9,9 @@ namespace ledboard
 namespace
 {
 
-[[noreturn]] void ThrowOdd()
+[[noreturn]] void ThrowInvalid()
 {
-    throw VerbError(ExitStatus::kFailed, "the board answers with something else");
+    throw VerbError(ExitStatus::kFailed, "the board's answer is invalid");
 }
 
 } // namespace
@@ -37,7 +37,7 @@ wire::ModemStatusReply ModemSession::AskStatus()
     wire::ModemStatusReply reply{};
     session_.ReceiveExactly(std::as_writable_bytes(std::span(&reply, 1)));
     if (reply.length != sizeof reply || reply.command != wire::kModemStatus)
-        ThrowOdd();
+        ThrowInvalid();
     return reply;
 }
 
@@ -48,7 +48,7 @@ std::vector<wire::ModemSms> ModemSession::AskSms()
     session_.ReceiveExactly(std::as_writable_bytes(std::span(&reply, 1)));
     if (reply.command != wire::kModemSms || reply.count > wire::kMostModemSms ||
         reply.length != sizeof reply + reply.count * sizeof(wire::ModemSms))
-        ThrowOdd();
+        ThrowInvalid();
     std::vector<wire::ModemSms> messages(reply.count);
     session_.ReceiveExactly(std::as_writable_bytes(std::span(messages)));
     return messages;

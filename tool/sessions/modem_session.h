@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// tool/sessions/modem_session.h: asks a board's modem service.
+// tool/sessions/modem_session.h: a client of a board's modem service (docs/protocols.md, "Modem").
 #pragma once
 
 #include "records/modem_records.h"

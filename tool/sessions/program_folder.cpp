@@ -57,7 +57,7 @@ std::string UploadNameProblem(const std::string &name)
         return "leads out of its folder on a board";
     const std::size_t slash = name.find('/');
     if (slash != std::string::npos && name.find(kVideoMark) < slash)
-        return "lies in a folder that a board would take for a video";
+        return "is in a folder that a board would take for a video";
     return "";
 }
 

@@ -49,7 +49,8 @@ std::string EveryText(std::uint32_t days)
 {
     const std::uint32_t real = DaysBetweenReboots(days);
     const std::string text = real == 1 ? "every day" : fmt::format("every {} days", real);
-    return real == days ? text : fmt::format("{} (it was told {} and counts modulo one week)", text, days);
+    return real == days ? text
+                        : fmt::format("{} ({} is stored, but a board counts modulo one week)", text, days);
 }
 
 } // namespace
@@ -61,7 +62,7 @@ std::uint32_t ParseDays(const std::string &text)
         const std::size_t end = std::min(text.find(',', at), text.size());
         const std::uint32_t bit = BitOf(text.substr(at, end - at));
         if (bit == 0)
-            throw VerbError(ExitStatus::kUsage, "'" + text + "' is no list of days such as mon,thu");
+            throw VerbError(ExitStatus::kUsage, "'" + text + "' is not a list of days such as mon,thu");
         mask |= bit;
         at = end + 1;
     }
@@ -80,7 +81,7 @@ void ParseTimeOfDay(const std::string &text, wire::RebootPloy *ploy)
         ploy->second = static_cast<wire::U8>(time.tm_sec);
         return;
     }
-    throw VerbError(ExitStatus::kUsage, "'" + text + "' is no time of day such as 04:30");
+    throw VerbError(ExitStatus::kUsage, "'" + text + "' is not a time of day such as 04:30");
 }
 
 std::uint32_t DaysBetweenReboots(std::uint32_t days)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// tool/sessions/reboot_schedule.h: when a board reboots by itself: out of words, and into words. No sockets.
+// tool/sessions/reboot_schedule.h: the schedule by which a board reboots itself: reads it from words and
+// formats it. No sockets.
 #pragma once
 
 #include "records/setting_records.h"
@@ -18,10 +19,10 @@ std::uint32_t ParseDays(const std::string &text);
 // "HH:MM" or "HH:MM:SS" into the schedule. Throws VerbError(kUsage).
 void ParseTimeOfDay(const std::string &text, wire::RebootPloy *ploy);
 
-// Days that really lie between two reboots of a board that is told `days`: it counts modulo one week.
+// The real number of days between two reboots if `days` is stored: a board counts modulo one week.
 std::uint32_t DaysBetweenReboots(std::uint32_t days);
 
-// The schedule as the board takes it: what is out of range is replaced as the board replaces it.
+// The schedule as the board applies it: a value out of range is replaced as the board replaces it.
 nlohmann::json PloyJson(const wire::RebootPloy &ploy);
 std::string PloyText(const nlohmann::json &json);
 

@@ -67,7 +67,7 @@ void SessionClient::LogIn(wire::SessionType service)
     ReceiveExactly(bytes);
     const auto reply = wire::Read<wire::LoginReply>(bytes);
     if (!reply || reply->length != sizeof(wire::LoginReply))
-        throw VerbError(ExitStatus::kFailed, "the board answers the login with something else");
+        throw VerbError(ExitStatus::kFailed, "the board's answer to the login is invalid");
     switch (reply->status) {
     case wire::kLoginAccepted:
     case wire::kLoginModem:

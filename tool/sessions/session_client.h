@@ -15,23 +15,22 @@
 namespace ledboard
 {
 
-// The port of the board's sessions: the custom port for a board that was asked on it.
+// Where the board takes sessions: on its custom port if it was found there.
 Endpoint SessionEndpoint(const Board &board);
 
-// What leaves by `socket` leaves by that interface; empty: as the routing table says. Throws VerbError.
+// Binds the socket to the interface; an empty name leaves the choice to the routing table. Throws VerbError.
 void UseInterface(int socket, const std::string &interfaceName);
 
-// One thread at a time. Every call throws VerbError: kTimeout when the board does nothing for `patience`,
-// kFailed when the connection breaks, kInterrupted.
+// One thread at a time. Every call throws VerbError: kTimeout if the board does nothing for `patience`,
+// kFailed if the connection breaks, kInterrupted.
 class SessionClient
 {
 public:
-    // Connects only; kRefused when the port is closed. `interfaceName` empty: whichever the routing table
-    // says.
+    // Connects, but does not log in; kRefused if the port is closed. `interfaceName` as for UseInterface.
     SessionClient(const Endpoint &board, const std::string &interfaceName,
                   std::chrono::milliseconds patience);
 
-    // kRefused when the board has too many sessions or is in the middle of an upgrade.
+    // kRefused if the board has too many sessions open or is in the middle of an upgrade.
     void LogIn(wire::SessionType service);
 
     void Send(wire::Bytes bytes);
@@ -45,7 +44,7 @@ public:
 
 private:
     void Connect();
-    std::size_t ReceiveSome(wire::MutableBytes bytes); // 0 when the board has closed the session
+    std::size_t ReceiveSome(wire::MutableBytes bytes); // 0: the board has closed the session
 
     Endpoint peer_;
     std::chrono::milliseconds patience_;

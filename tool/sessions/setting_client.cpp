@@ -19,10 +19,10 @@ constexpr std::chrono::milliseconds kBusyPause{50};
 } // namespace
 
 SettingClient::SettingClient(const Board &board, const std::string &interfaceName,
-                             std::chrono::milliseconds patience, SettingDoor door)
-    : door_(door)
+                             std::chrono::milliseconds patience, SettingTransport transport)
+    : transport_(transport)
 {
-    if (door == SettingDoor::kPort) {
+    if (transport == SettingTransport::kPort) {
         ConnectToPort({BoardAddress(board), wire::kSettingPort}, interfaceName, patience);
         return;
     }
@@ -40,7 +40,7 @@ void SettingClient::ConnectToPort(const Endpoint &port, const std::string &inter
         client_.reset();
         try {
             client_ = std::make_unique<SessionClient>(port, interfaceName, patience);
-            BoardClock(); // who came second into the queue is thrown out of it when the port closes
+            BoardClock(); // fails if the board served another client and closes the port with us in its queue
             return;
         } catch (const VerbError &error) {
             const bool busy = error.Status() == ExitStatus::kRefused ||
@@ -60,7 +60,7 @@ void SettingClient::SendPacket(wire::SettingPacketType type, wire::Bytes payload
     std::array<std::byte, sizeof(wire::FrameHeader) + wire::kMaxPacketBytes> room;
     wire::Writer writer(room);
     const std::size_t size = sizeof(wire::SettingHeader) + payload.size();
-    if (door_ == SettingDoor::kSession)
+    if (transport_ == SettingTransport::kSession)
         writer.Put(wire::FrameHeader{.length = static_cast<std::uint32_t>(sizeof(wire::FrameHeader) + size),
                                      .unread = 0U});
     writer.Put(wire::SettingHeader{.length = static_cast<std::uint8_t>(size - 1), .type = type});
@@ -81,7 +81,7 @@ void SettingClient::CommandAcknowledged(wire::SettingCode code, wire::Bytes argu
 {
     Command(code, argument);
     if (Receive<wire::SettingCommand>().code != code)
-        throw VerbError(ExitStatus::kFailed, "the board answers with something else");
+        throw VerbError(ExitStatus::kFailed, "the board's answer is invalid");
 }
 
 void SettingClient::Frame(std::uint8_t command, std::uint32_t value)
@@ -104,7 +104,7 @@ std::int64_t SettingClient::BoardClock()
     Command(wire::kSettingGetClock);
     const auto time = Receive<wire::SettingTime>();
     if (time.command.code != wire::kSettingGetClock)
-        throw VerbError(ExitStatus::kFailed, "the board answers with something else");
+        throw VerbError(ExitStatus::kFailed, "the board's answer is invalid");
     return time.milliseconds;
 }
 
@@ -152,7 +152,7 @@ std::optional<BoardSettings> ReadSettings(SettingClient *client)
         return std::nullopt;
     const auto brightness = wire::Read<wire::SettingRecord>(stream);
     if (!ended || stream.size() < 2 * kSlot || brightness->id != wire::kIdBrightnessPercent)
-        throw VerbError(ExitStatus::kFailed, "the settings came in part only");
+        throw VerbError(ExitStatus::kFailed, "the settings file arrived incomplete");
     return BoardSettings{.file = {stream.begin() + kSlot, stream.end() - kSlot},
                          .brightness = brightness->value};
 }

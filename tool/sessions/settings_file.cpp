@@ -66,7 +66,7 @@ SettingsFile ParseSettings(wire::Bytes file, const std::string &what)
 {
     const auto header = wire::Read<wire::SettingFileHeader>(file);
     if (!header || header->headId != wire::kSettingHeadId)
-        throw VerbError(ExitStatus::kFailed, what + " is no settings file");
+        throw VerbError(ExitStatus::kFailed, what + " is not a settings file");
     const std::size_t length = header->count * sizeof(wire::SettingRecord);
     if (header->count == 0 || header->dataLength != length || file.size() < sizeof *header + length)
         throw VerbError(ExitStatus::kFailed, what + " is damaged: its header does not fit its records");

@@ -16,20 +16,20 @@ namespace ledboard
 
 struct SettingsFile {
     std::vector<wire::SettingRecord> records; // as many as the header says
-    std::size_t tailBytes = 0;                // what lies behind them
+    std::size_t tailBytes = 0;                // after them
 };
 
 // Throws VerbError(kFailed) for a file that a board would not send to its FPGA as a whole; the message begins
 // with `what`.
 SettingsFile ParseSettings(wire::Bytes file, const std::string &what);
 
-const char *SettingName(std::uint32_t id); // "" for a parameter that is only known by its number
+const char *SettingName(std::uint32_t id); // "" for a parameter without a name
 
 // "ID=VALUE" with a number or a name, and a decimal or 0x number, or WIDTHxHEIGHT for the screen size. Throws
 // VerbError(kUsage).
 std::pair<std::uint8_t, std::uint32_t> ParseAssignment(const std::string &text);
 
-// The value as a person reads it: a size as "128x64", the luminance against its maximum.
+// The value for people: a size as "128x64", the luminance with its maximum.
 std::string SettingText(const wire::SettingRecord &record, const SettingsFile &file);
 
 nlohmann::json SettingsJson(const SettingsFile &file);

@@ -20,7 +20,7 @@ namespace ledboard
 namespace
 {
 
-constexpr std::size_t kFramesPerSend = 16; // so that a fast network is not held up by system calls
+constexpr std::size_t kFramesPerSend = 16; // few system calls, so that they do not slow down a fast network
 constexpr char kFolderMaker[] = "ledboard-video-check";
 
 wire::KProtocolHeader UploadHeader(wire::UploadType type, std::size_t length)
@@ -45,7 +45,7 @@ void AppendText(std::vector<std::byte> *bytes, const std::string &text)
     bytes->insert(bytes->end(), added.begin(), added.end());
 }
 
-// Everything of an upload request behind the code.
+// What follows the code in an upload request.
 std::vector<std::byte> UploadRequestPayload(const std::string &program, std::size_t files)
 {
     constexpr std::size_t kTextRoom = 249;
@@ -84,7 +84,7 @@ public:
             if (count < 0 && errno != EINTR)
                 throw SystemError("cannot read '" + name_ + "'", errno);
             if (count == 0)
-                throw VerbError(ExitStatus::kFailed, "'" + name_ + "' has become shorter");
+                throw VerbError(ExitStatus::kFailed, "'" + name_ + "' became shorter");
             bytes = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
         }
     }
@@ -95,7 +95,7 @@ private:
     UniqueFd fd_;
 };
 
-// Appends one frame of file data; the number of bytes of the file in it.
+// Appends one frame of file data. Returns the number of the file's bytes in it.
 std::size_t AppendData(std::vector<std::byte> *bytes, FileReader *file)
 {
     const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(file->Left(), wire::kUploadDataRoom));
@@ -109,7 +109,7 @@ std::size_t AppendData(std::vector<std::byte> *bytes, FileReader *file)
     return size;
 }
 
-// The names in groups that fit in a frame each.
+// The names in groups, each of which fits into one frame.
 std::vector<std::vector<std::byte>> ListPayloads(const std::vector<std::string> &names)
 {
     std::vector<std::vector<std::byte>> payloads;
@@ -129,15 +129,16 @@ const char *DescribeState(BoardState state)
     case BoardState::kUntouched:
         return "nothing on the board has changed";
     case BoardState::kMayBeEmptied:
-        return "the login may have been taken: the board then empties its program folder; repeat the upload";
+        return "the board may have accepted the login, and then it empties its program folder; "
+               "repeat the upload";
     case BoardState::kIncomplete:
-        return "the board has no complete program now: it empties its program folder when it notices that "
-               "the "
-               "session is over, at once or within 42 seconds; repeat the upload with --all, since a broken "
-               "video may be left if the board itself went down";
+        return "the board has no complete program now: "
+               "it empties its program folder when it notices the end of the session, within 42 seconds; "
+               "repeat the upload with --all, because part of a video may be left if the board itself went "
+               "down";
     case BoardState::kUnknown:
-        return "everything was sent, but the board has not said that it is stored: it may have the whole "
-               "program or none";
+        return "everything was sent, but the board has not confirmed that it is stored: "
+               "it may have the whole program or no program";
     case BoardState::kComplete:
         return "the program is complete on the board";
     }
@@ -148,7 +149,7 @@ void UploadSession::Open(const Board &board, const std::string &interfaceName, c
                          std::size_t files)
 {
     client_.emplace(SessionEndpoint(board), interfaceName, patience_.answer);
-    state_ = BoardState::kMayBeEmptied; // a board that is late with its answer still logs in
+    state_ = BoardState::kMayBeEmptied; // a board that answers too late has still accepted the login
     try {
         client_->LogIn(wire::kSessionUpload);
     } catch (const VerbError &error) {
@@ -168,7 +169,7 @@ void UploadSession::Open(const Board &board, const std::string &interfaceName, c
 std::set<std::string> UploadSession::CheckVideos(const std::vector<std::string> &videos)
 {
     // A board without a program folder, as on a new USB disk, would go on with the videos of an earlier
-    // check. A file makes the folder, and goes with everything that is no video.
+    // check. A file makes the folder; the check removes it with everything that is not a video.
     BeginFile(kFolderMaker);
     SendCommand(wire::kUploadFileEnd);
     SendCommand(wire::kUploadVideoStart);
@@ -219,7 +220,7 @@ void UploadSession::SendFile(const ProgramFile &file, const std::function<void(s
 
 void UploadSession::Finish()
 {
-    // What went wrong with the files so far has closed the session; an answer tells that nothing did.
+    // A board that could not store a file has closed the session; an answer shows that all are stored so far.
     SendCommand(wire::kUploadAskReady);
     Expect(wire::kUploadAnswerReady);
     client_->SetPatience(patience_.finish);
@@ -234,7 +235,7 @@ void UploadSession::Finish()
     }
     state_ = BoardState::kComplete;
     SendCommand(wire::kUploadAskDisconnect);
-    ReceiveReply(wire::kUploadAnswerDisconnect); // its result says nothing
+    ReceiveReply(wire::kUploadAnswerDisconnect); // its result has no meaning
 }
 
 void UploadSession::SendCommand(wire::UploadCode code, wire::Bytes payload)
@@ -268,7 +269,7 @@ std::vector<std::byte> UploadSession::ReceiveReply(wire::UploadCode code)
     client_->ReceiveExactly(rest);
     if (header->ph_descrite != wire::kUploadDescrite || header->ph_version != wire::kUploadVersion ||
         header->ph_types != wire::kUploadCommand || rest.empty() || rest.front() != std::byte{code})
-        throw VerbError(ExitStatus::kFailed, "the board answers with something else than asked for");
+        throw VerbError(ExitStatus::kFailed, "the board's answer is invalid");
     rest.erase(rest.begin());
     return rest;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// tool/sessions/upload_session.h: the client's side of an upload (docs/protocols.md, "Upload"). One thread at
-// a time.
+// tool/sessions/upload_session.h: a client of a board's upload service (docs/protocols.md, "Upload"). One
+// thread at a time.
 #pragma once
 
 #include "records/upload_records.h"
@@ -17,22 +17,22 @@
 namespace ledboard
 {
 
-// What has become of the program on the board, should the session end now.
+// The state of the program on the board if the session ended now.
 enum class BoardState {
     kUntouched,    // no session was opened
-    kMayBeEmptied, // asked to log in, but it has not answered
-    kIncomplete,   // the board drops what it has when the session ends
-    kUnknown,      // told to finish, but it has not answered
+    kMayBeEmptied, // the login was sent, but not answered
+    kIncomplete,   // when the session ends, the board removes what it has
+    kUnknown,      // the end was sent, but not answered
     kComplete,
 };
-const char *DescribeState(BoardState state); // a sentence without capital and full stop
+const char *DescribeState(BoardState state); // for a message: without a capital and a full stop
 
 struct UploadPatience {
-    std::chrono::milliseconds answer; // for an answer, and for the board to take more data
-    std::chrono::milliseconds finish; // until everything is on the board's disk
+    std::chrono::milliseconds answer; // for an answer, and for the board to accept more data
+    std::chrono::milliseconds finish; // for the board to store everything on its disk
 };
 
-// Every call throws VerbError; State() then tells what it means for the board.
+// Every call throws VerbError; State() then says what that means for the board.
 class UploadSession
 {
 public:
@@ -42,14 +42,14 @@ public:
     void Open(const Board &board, const std::string &interfaceName, const std::string &program,
               std::size_t files);
 
-    // Removes everything but videos from the board. The answer: which of `videos` it has.
+    // Removes everything but videos from the board. Returns those of `videos` that the board has.
     std::set<std::string> CheckVideos(const std::vector<std::string> &videos);
-    void RemoveOtherVideos(); // those that CheckVideos has not found
+    void RemoveOtherVideos(); // those that were not named to CheckVideos
 
     // `advance` is called with the number of bytes that have gone out.
     void SendFile(const ProgramFile &file, const std::function<void(std::uint64_t)> &advance);
 
-    void Finish(); // returns when the program is on the board's disk, and leaves
+    void Finish(); // waits until the program is on the board's disk; ends the session
 
     BoardState State() const { return state_; }
 

@@ -17,13 +17,13 @@ namespace
 {
 
 struct Outcome {
-    std::string label; // how messages name the board
+    std::string label; // the name of the board in messages
     const Board *board = nullptr;
     nlohmann::json result;
     std::optional<VerbError> error;
 };
 
-// One outcome per board, ordered by BoardKey; then one per name that has no board.
+// One outcome per board, ordered by BoardKey; then one per name without a board.
 std::vector<Outcome> Resolve(const std::vector<BoardSelector> &selectors, const std::vector<Board> &boards)
 {
     std::map<std::string, Outcome> resolved;

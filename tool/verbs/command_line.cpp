@@ -20,10 +20,10 @@ constexpr const char *kProgram = "ledboard";
 constexpr Verb kVerbs[] = {
     {"discover", "List the boards on the network.", DefineDiscover},
     {"firmware", "Show or replace the firmware of boards.", DefineFirmware},
-    {"info", "Show everything that a board tells about itself.", DefineInfo},
-    {"server", "Say to which management server boards connect.", DefineServer},
+    {"info", "Show everything that a board reports about itself.", DefineInfo},
+    {"server", "Show or set the management server that boards connect to.", DefineServer},
     {"upload", "Send a display program to boards.", DefineUpload},
-    {"modem", "Show how the 3G modem is and what it has received.", DefineModem},
+    {"modem", "Show the state of the 3G modem and the SMS it has received.", DefineModem},
     {"network", "Show or change how a board gets its address.", DefineNetwork},
     {"settings", "Show, save, load or change the screen settings.", DefineSettings},
     {"brightness", "Set or show the brightness.", DefineBrightness},
@@ -32,9 +32,9 @@ constexpr Verb kVerbs[] = {
     {"clock", "Show or set the board's clock.", DefineClock},
     {"name", "Give the board a name.", DefineName},
     {"identity", "Give the board an identifier.", DefineIdentity},
-    {"reboot-schedule", "Show or set when the board reboots by itself.", DefineRebootSchedule},
-    {"smart-setting", "Tell the player to go into or out of smart setting.", DefineSmartSetting},
-    {"slant-line", "Tell the player to show slant lines or not.", DefineSlantLine},
+    {"reboot-schedule", "Show or set when the board reboots itself.", DefineRebootSchedule},
+    {"smart-setting", "Switch the player's smart setting on or off.", DefineSmartSetting},
+    {"slant-line", "Switch the player's slant lines on or off.", DefineSlantLine},
     {"fpga-frame", "Send one frame to the FPGA.", DefineFpgaFrame},
 };
 
@@ -61,7 +61,7 @@ void AddCommonOptions(CLI::App &command, ToolOptions &options)
     constexpr const char *kGroup = "Common options";
     command.add_flag("--json", options.json, "print one JSON document; errors too; never ask")->group(kGroup);
     command.add_flag("-q,--quiet", options.quiet, "no notes and no progress")->group(kGroup);
-    command.add_flag("-n,--dry-run", options.dryRun, "say what would be done, change nothing on a board")
+    command.add_flag("-n,--dry-run", options.dryRun, "say what would be done, but change nothing on a board")
         ->group(kGroup);
     command.add_flag("-y,--yes", options.yes, "do not ask before something is destroyed")->group(kGroup);
     command.add_option("-j,--jobs", options.jobs, "boards at the same time, 1 to 256 (4)")
@@ -77,7 +77,7 @@ void AddCommonOptions(CLI::App &command, ToolOptions &options)
         ->group(kGroup);
 }
 
-// The verb that the command line names; nothing when it is complete without one (--help, --version).
+// The verb that the command line names; null if it needs no verb (--help, --version).
 VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const char *const *argv)
 {
     std::vector<std::pair<CLI::App *, VerbAction>> actions;
@@ -132,7 +132,7 @@ ExitStatus RunVerb(Output &output, const VerbAction &action, const ToolOptions &
 int RunTool(int argc, const char *const *argv)
 {
     ToolOptions options;
-    // Actions ask which of their sub-verbs was named: the command line outlives them.
+    // Actions ask which of their sub-verbs was named, so the command line has to outlive them.
     CLI::App app("Finds LED display controller boards on the network and looks after them.", kProgram);
     VerbAction action;
     try {

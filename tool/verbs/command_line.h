@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// tool/verbs/command_line.h: the command line: reads it, runs the verb, turns every end into an exit status.
+// tool/verbs/command_line.h: reads the command line, runs the verb, and makes an exit status of every end.
 #pragma once
 
 namespace ledboard

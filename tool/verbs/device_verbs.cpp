@@ -38,12 +38,13 @@ nlohmann::json ClockJson(std::int64_t clock)
 std::string ClockText(const nlohmann::json &result)
 {
     const auto ahead = result["aheadMilliseconds"].get<std::int64_t>();
-    const std::int64_t tenths = ahead / 100; // so that little less than nothing is no "-0.0"
+    // In whole tenths, so that a slightly negative value is not shown as "-0.0".
+    const std::int64_t tenths = ahead / 100;
     const double seconds = static_cast<double>(tenths) / 10;
     return fmt::format("{}, {:+.1f} s against this PC", result["time"].get<std::string>(), seconds);
 }
 
-// `time` is asked for each board afresh.
+// `time` is called for each board.
 SettingTask SetClock(const std::string &plan, std::function<std::int64_t()> time)
 {
     const auto set = [time = std::move(time)](SettingClient &client, const Board &) {
@@ -84,7 +85,7 @@ VerbAction DefineClockSet(CLI::App &command)
         const auto time = ParseTime(*text);
         if (!time)
             throw VerbError(ExitStatus::kUsage,
-                            "'" + *text + "' is no time; write 2026-05-17T08:30:00, with Z for UTC");
+                            "'" + *text + "' is not a time; write 2026-05-17T08:30:00, with Z for UTC");
         return RunSettingTask(context, *arguments,
                               SetClock("would set the clock to " + TimeText(*time),
                                        [time = *time] { return time; }));
@@ -99,7 +100,7 @@ VerbAction DefineClockSync(CLI::App &command)
     };
 }
 
-// A command that stores a text, and the board's word that it has handled it.
+// Sends a command that stores a text, and waits until the board has handled it.
 SettingTask StoreText(wire::SettingCode code, const char *what, const std::string &text)
 {
     const auto store = [=](SettingClient &client, const Board &) -> nlohmann::json {
@@ -120,7 +121,7 @@ wire::RebootPloy ReadPloy(SettingClient *client)
     return client->Receive<wire::RebootPloyReply>().ploy;
 }
 
-// Stores what `change` makes of the schedule, and reads it back.
+// Reads the schedule, stores it with `change` applied, and reads it back.
 SettingTask ChangePloy(const std::string &plan, std::function<void(wire::RebootPloy *)> change)
 {
     const auto run = [change = std::move(change)](SettingClient &client, const Board &) {
@@ -164,7 +165,7 @@ struct ScheduleArguments {
     int offset = 0;
 };
 
-// A word that stands in the command line as it is.
+// Adds a literal word of the command line, such as "days"; "day" counts too.
 void AddWord(CLI::App &command, const std::string &word, std::string *given)
 {
     const auto check = [word](const std::string &text) {
@@ -179,7 +180,9 @@ void AddTimeOfDay(CLI::App &command, ScheduleArguments *schedule)
     command.add_option("HH:MM", schedule->time, "time of day on the board's clock; seconds are possible")
         ->required()
         ->type_name("");
-    command.add_option("--offset", schedule->offset, "minutes that the board adds to its clock first")
+    command
+        .add_option("--offset", schedule->offset,
+                    "minutes that the board adds to its clock before it compares")
         ->check(CLI::Range(-1440, 1440))
         ->type_name("MINUTES");
 }
@@ -214,7 +217,7 @@ VerbAction DefineScheduleEvery(CLI::App &command)
         wire::RebootPloy ploy = MakePloy(*schedule);
         const auto days = ParseNumber(schedule->days);
         if (!days || *days < 1 || *days > 62)
-            throw VerbError(ExitStatus::kUsage, "'" + schedule->days + "' is no number of days, 1 to 62");
+            throw VerbError(ExitStatus::kUsage, "'" + schedule->days + "' is not a number of days, 1 to 62");
         ploy.days = *days;
         if (DaysBetweenReboots(ploy.days) != ploy.days)
             context.output.Warn(fmt::format("a board counts modulo one week: it reboots every {} days",
@@ -243,7 +246,7 @@ VerbAction DefineClock(CLI::App &command)
 {
     return DefineSubVerbs(command, {{"get", "Show the board's clock.", DefineClockGet},
                                     {"set", "Set it to a time.", DefineClockSet},
-                                    {"sync", "Set it to this PC's.", DefineClockSync}});
+                                    {"sync", "Set it to this PC's clock.", DefineClockSync}});
 }
 
 VerbAction DefineName(CLI::App &command)
@@ -277,7 +280,7 @@ VerbAction DefineRebootSchedule(CLI::App &command)
 {
     return DefineSubVerbs(command,
                           {{"show", "Show the schedule.", DefineScheduleShow},
-                           {"off", "No scheduled reboot any more.", DefineScheduleOff},
+                           {"off", "Stop scheduled reboots.", DefineScheduleOff},
                            {"every", "Reboot every N days at a time of day.", DefineScheduleEvery},
                            {"on", "Reboot on days of the week, at a time of day.", DefineScheduleOn}});
 }

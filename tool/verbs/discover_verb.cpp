@@ -50,10 +50,10 @@ ExitStatus Discover(ToolContext &context)
 VerbAction DefineDiscover(CLI::App &command)
 {
     command.footer(
-        "Asks three times on every network interface that is up and shows each board once, also\n"
-        "boards whose address does not fit to this PC's network. No board at all is no error.\n"
-        "MODE \"fixed, port N\": the board also listens on its custom port N. \"?\": it did not say.\n"
-        "USB ROOM \"-\": no USB disk that the board would use.\n"
+        "Searches three times on every network interface that is up and shows each board once, also\n"
+        "boards whose address is not in this PC's network. If no board answers, that is not an error.\n"
+        "MODE \"fixed, port N\": the board also listens on its custom port N. \"?\": not reported.\n"
+        "USB ROOM \"-\": the board has no USB disk that it could use.\n"
         "Nothing on a board is changed.\n");
     return Discover;
 }

@@ -62,15 +62,15 @@ nlohmann::json AskResult(ToolContext &context, const Board &board)
     return result;
 }
 
-// The board after its restart: by its identifier, since its address may be another one, or where it was when
-// it can only be asked there.
+// How the board is found after its restart: by its identifier, because its address may have changed; or at
+// its old address if it has no identifier or answers only on its custom port.
 std::string NameToFindAgain(const Board &board)
 {
     const bool askedDirectly = board.source.port != wire::kDiscoveryPort || BoardId(board.record).empty();
     return askedDirectly ? FormatEndpoint(board.source) : BoardId(board.record);
 }
 
-// What the board says of the installation once it is up again.
+// The result of the installation, which the board reports once it is up again.
 nlohmann::json AwaitResult(ToolContext &context, const Board &board)
 {
     const Clock::time_point deadline = Clock::now() + context.Timeout(kInstallPatience);
@@ -112,7 +112,7 @@ nlohmann::json Install(ToolContext &context, const Board &board, const std::stri
     }
     nlohmann::json result = AwaitResult(context, board);
     if (!result["succeeded"])
-        throw VerbError(ExitStatus::kFailed, "the board is back and says that the installation failed");
+        throw VerbError(ExitStatus::kFailed, "the board is back and reports that the installation failed");
     result["before"] = before;
     result["bytes"] = archive.size();
     return result;
@@ -159,9 +159,9 @@ VerbAction DefineFirmware(CLI::App &command)
     AddBoardNames(*install, arguments->names);
     CLI::App *const result = command.add_subcommand("result", "Show whether the last installation worked.");
     AddBoardNames(*result, arguments->names);
-    command.footer(
-        "A board forgets a failed installation once it has told of it.\n"
-        "--timeout also holds for every answer (30 s), for unpacking and for the restart (5 min each).");
+    command.footer("A board forgets a failed installation once it has reported it.\n"
+                   "--timeout is also the limit for every answer (30 s), for unpacking and for the restart "
+                   "(5 min each).");
     return [arguments, version, install](ToolContext &context) {
         if (install->parsed())
             return RunInstall(context, *arguments);

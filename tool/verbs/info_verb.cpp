@@ -12,8 +12,8 @@ VerbAction DefineInfo(CLI::App &command)
     const auto names = std::make_shared<std::vector<std::string>>();
     AddBoardNames(command, *names);
     command.footer(
-        "An address is asked directly, so a board is also found behind a router if it listens on a\n"
-        "custom port: ADDRESS:PORT. Everything else is looked for on the local network.\n"
+        "A board given by its address is asked directly. So a board behind a router is found too, if it\n"
+        "listens on a custom port: ADDRESS:PORT. All others are searched for on the local network.\n"
         "Nothing on a board is changed.\n");
     return [names](ToolContext &context) {
         const BoardTask task = {BoardJson, [](const Board &board, const nlohmann::json &) {

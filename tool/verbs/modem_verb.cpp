@@ -163,12 +163,12 @@ VerbAction DefineModem(CLI::App &command)
 {
     const auto names = std::make_shared<std::vector<std::string>>();
     command.require_subcommand(1);
-    CLI::App *const status = command.add_subcommand("status", "Show how the modem is.");
+    CLI::App *const status = command.add_subcommand("status", "Show the state of the modem.");
     AddBoardNames(*status, *names);
-    CLI::App *const sms = command.add_subcommand("sms", "Show the last ten messages that it has received.");
+    CLI::App *const sms = command.add_subcommand("sms", "Show the last ten SMS that it has received.");
     AddBoardNames(*sms, *names);
     command.footer("Nothing on a board is changed.\n"
-                   "--timeout also holds for every answer (10 s).");
+                   "--timeout is also the limit for every answer (10 s).");
     return [names, status](ToolContext &context) {
         if (status->parsed())
             return RunOnBoards(context, *names,

@@ -15,7 +15,7 @@ namespace ledboard
 namespace
 {
 
-// A board that finds no DHCP server gives itself an address after some 20 s.
+// A board that finds no DHCP server takes a link-local address after some 20 s.
 constexpr std::chrono::milliseconds kChangeTime{40000};
 constexpr int kMinPort = 10000;
 constexpr int kMaxPort = 65535;
@@ -71,11 +71,11 @@ in_addr ParseAddress(const std::string &text)
     const bool isAddress = inet_pton(AF_INET, text.c_str(), &address) == 1;
     const std::uint32_t first = ntohl(address.s_addr) >> 24;
     if (!isAddress || first == 0 || first == 127 || first >= 224)
-        throw VerbError(ExitStatus::kUsage, "'" + text + "' is no address for a board or a gateway");
+        throw VerbError(ExitStatus::kUsage, "'" + text + "' is not an address for a board or a gateway");
     return address;
 }
 
-// Out of ADDRESS/PREFIX and the gateway; the port is left open.
+// From ADDRESS/PREFIX and the gateway; without the port.
 WantedAddressing ParseFixed(const NetworkArguments &arguments)
 {
     const std::size_t slash = arguments.fixed.find('/');
@@ -96,7 +96,8 @@ WantedAddressing ParseFixed(const NetworkArguments &arguments)
         const std::uint32_t host = ntohl(address.s_addr) & ~mask;
         if (host == 0 || host == ~mask)
             throw VerbError(ExitStatus::kUsage,
-                            Dotted(address) + " is the network's own or its broadcast address");
+                            Dotted(address) +
+                                " is the address of the network itself or its broadcast address");
     }
     if (((ntohl(wanted.address.s_addr) ^ ntohl(wanted.gateway.s_addr)) & mask) != 0)
         throw VerbError(ExitStatus::kUsage,
@@ -112,7 +113,7 @@ std::string CheckPort(const std::string &text)
     const bool isNumber = CLI::detail::lexical_cast(text, port);
     return isNumber && (port == 0 || (port >= kMinPort && port <= kMaxPort))
                ? ""
-               : "must be 0 (none) or from 10000 to 65535";
+               : "must be 0 (no custom port) or from 10000 to 65535";
 }
 
 ExitStatus Show(ToolContext &context, const NetworkArguments &arguments)
@@ -163,7 +164,7 @@ VerbAction DefineNetwork(CLI::App &command)
     AddBoardNames(*show, arguments->names);
     CLI::App *const dhcp =
         command.add_subcommand("dhcp",
-                               "Have boards ask a DHCP server; without one they take a link-local address.");
+                               "Have boards use DHCP; without a DHCP server they take a link-local address.");
     AddBoardNames(*dhcp, arguments->names);
     CLI::App *const fixed = command.add_subcommand("static", "Give one board a fixed address.");
     fixed->add_option("BOARD", arguments->name, "address, identifier, name or MAC of the board")
@@ -177,12 +178,13 @@ VerbAction DefineNetwork(CLI::App &command)
         ->type_name("ADDRESS");
     fixed
         ->add_option("--port", arguments->port,
-                     "custom port, 10000 to 65535; 0 for none (what the board has, if its address is fixed)")
+                     "custom port, 10000 to 65535, or 0 for no custom port (the present one of a fixed "
+                     "address)")
         ->check(CheckPort)
         ->type_name("PORT");
     command.footer(
-        "A change is sent, looked for on the board and acknowledged; then the board is found again\n"
-        "at its new address. A board that is so already gets no request.");
+        "A change is sent, checked on the board and acknowledged; then the board is found again at its\n"
+        "new address. A board that has this addressing already gets no request.");
     return [arguments, show, dhcp](ToolContext &context) {
         if (show->parsed())
             return Show(context, *arguments);

@@ -73,13 +73,13 @@ VerbAction DefineLuminancePut(CLI::App &command)
 std::vector<std::byte> ReadLuminance(SettingClient *client)
 {
     client->Command(wire::kSettingReadLuminance);
-    constexpr std::size_t kNoFile = 2; // bytes of the answer then
+    constexpr std::size_t kNoFile = 2; // bytes of the answer if there is no file
     std::vector<std::byte> stream = client->End();
     if (stream.size() == kNoFile)
         throw VerbError(ExitStatus::kFailed, "the board has no luminance file");
     const auto size = wire::Read<wire::U32>(stream);
     if (!size || stream.size() != sizeof *size + *size)
-        throw VerbError(ExitStatus::kFailed, "the luminance file came in part only");
+        throw VerbError(ExitStatus::kFailed, "the luminance file arrived incomplete");
     stream.erase(stream.begin(), stream.begin() + sizeof *size);
     return stream;
 }
@@ -87,7 +87,7 @@ std::vector<std::byte> ReadLuminance(SettingClient *client)
 VerbAction DefineLuminanceGet(CLI::App &command)
 {
     const auto path = std::make_shared<std::string>();
-    command.add_option("FILE", *path, "where to on this PC")->required()->type_name("");
+    command.add_option("FILE", *path, "where to store it on this PC")->required()->type_name("");
     const auto arguments = AddSettingArguments(command);
     return [=](ToolContext &context) {
         RequireOneBoard(*arguments, "a file takes the luminance file of one board only");
@@ -103,12 +103,12 @@ VerbAction DefineLuminanceGet(CLI::App &command)
     };
 }
 
-// What a board does not reply to: tells it, and waits until it has handled that.
-SettingTask Told(const std::string &plan, const std::function<void(SettingClient &)> &tell,
-                 const nlohmann::json &result, const std::string &done)
+// Sends a command that a board does not reply to, and waits until the board has handled it.
+SettingTask Unanswered(const std::string &plan, const std::function<void(SettingClient &)> &send,
+                       const nlohmann::json &result, const std::string &done)
 {
     const auto run = [=](SettingClient &client, const Board &) {
-        tell(client);
+        send(client);
         client.BoardClock();
         client.End();
         return result;
@@ -121,11 +121,11 @@ std::uint32_t ParsePercent(const std::string &text)
 {
     const auto percent = ParseNumber(text);
     if (!percent || *percent < 1 || *percent > 100)
-        throw VerbError(ExitStatus::kUsage, "'" + text + "' is no brightness: 1 to 100, or 'show'");
+        throw VerbError(ExitStatus::kUsage, "'" + text + "' is not a brightness: 1 to 100, or 'show'");
     return *percent;
 }
 
-// Sets the brightness (nothing: leaves it) and reads it back.
+// Sets the brightness, or with nullopt leaves it, and reads it back.
 nlohmann::json Brighten(SettingClient &client, std::optional<std::uint32_t> percent)
 {
     if (percent)
@@ -137,11 +137,11 @@ nlohmann::json Brighten(SettingClient &client, std::optional<std::uint32_t> perc
     nlohmann::json result = {{"brightness", nullptr}};
     if (last.id == wire::kIdBrightnessPercent)
         result["brightness"] = std::uint32_t{last.value};
-    else if (percent) // a board without a settings file does not say
+    else if (percent) // a board without a settings file does not report it
         result["brightness"] = *percent;
     if (percent && result["brightness"] != *percent)
         throw VerbError(ExitStatus::kVerification,
-                        fmt::format("the board says {} %", std::uint32_t{last.value}));
+                        fmt::format("the board reports {} %", std::uint32_t{last.value}));
     return result;
 }
 
@@ -179,25 +179,25 @@ VerbAction DefineLuminance(CLI::App &command)
 
 VerbAction DefineSmartSetting(CLI::App &command)
 {
-    command.footer("Nothing is stored; the board does not say what its player makes of it.");
+    command.footer("Nothing is stored; the board does not report whether a player has followed.");
     return DefineOnOff(command, "on or off", [](bool on) {
-        const auto tell = [on](SettingClient &client) {
+        const auto send = [on](SettingClient &client) {
             client.Command(on ? wire::kSettingSmartOn : wire::kSettingSmartOff);
         };
         const std::string state = on ? "smart setting on" : "smart setting off";
-        return Told("would tell the player: " + state, tell, {{"smartSetting", on}}, state);
+        return Unanswered("would tell the player: " + state, send, {{"smartSetting", on}}, state);
     });
 }
 
 VerbAction DefineSlantLine(CLI::App &command)
 {
-    command.footer("Nothing is stored; the board does not say what its player makes of it.");
+    command.footer("Nothing is stored; the board does not report whether a player has followed.");
     return DefineOnOff(command, "on or off", [](bool on) {
-        const auto tell = [on](SettingClient &client) {
+        const auto send = [on](SettingClient &client) {
             client.Command(wire::kSettingSlantLine, wire::BytesOf(wire::U32(on ? 1U : 0U)));
         };
         const std::string state = on ? "slant lines on" : "slant lines off";
-        return Told("would tell the player: " + state, tell, {{"slantLine", on}}, state);
+        return Unanswered("would tell the player: " + state, send, {{"slantLine", on}}, state);
     });
 }
 
@@ -213,15 +213,15 @@ VerbAction DefineFpgaFrame(CLI::App &command)
         ->type_name("");
     const auto arguments = AddSettingArguments(command);
     command.footer(
-        "The frame goes to the FPGA as it is; nothing is stored on the board. With --via-session the\n"
-        "board sends its stored settings behind it, when the session ends.");
+        "The frame goes to the FPGA unchanged; nothing is stored on the board. With --via-session the\n"
+        "board sends its stored settings after it, when the session ends.");
     return [=](ToolContext &context) {
         const auto [id, number] = ParseAssignment(*code + "=" + *value);
         const std::string what = fmt::format("frame {} with value {}", id, number);
         const auto send = [id = id, number = number](SettingClient &client) { client.Frame(id, number); };
         return RunSettingTask(context, *arguments,
-                              Told("would send " + what, send, {{"command", id}, {"value", number}},
-                                   what + " sent"));
+                              Unanswered("would send " + what, send, {{"command", id}, {"value", number}},
+                                         what + " sent"));
     };
 }
 

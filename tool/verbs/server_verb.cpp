@@ -86,7 +86,7 @@ nlohmann::json Set(const ToolContext &context, const Board &board, const ServerS
         return {{"board", BoardLabel(board)}, {"dryRun", true}, {"wanted", TextOf(settings)}};
     SetServer(query, settings);
     if (TextOf(AskServer(query)) != TextOf(settings))
-        throw VerbError(ExitStatus::kVerification, "the board has kept another server");
+        throw VerbError(ExitStatus::kVerification, "the board still has another server");
     const Clock::time_point deadline = Clock::now() + context.Timeout(kConnectPatience);
     while (!AskConnected(query) && Clock::now() < deadline)
         WaitFor(-1, 0, Clock::now() + kLookPeriod);
@@ -126,7 +126,7 @@ VerbAction DefineServer(CLI::App &command)
     const auto arguments = std::make_shared<ServerArguments>();
     command.require_subcommand(1);
     CLI::App *const show =
-        command.add_subcommand("show", "Show the management server and whether it is reached.");
+        command.add_subcommand("show", "Show the management server and whether the board is connected.");
     AddBoardNames(*show, arguments->names);
     CLI::App *const set = command.add_subcommand("set", "Have boards connect to a management server.");
     set->add_option("SERVER", arguments->server, "HOST:PORT, the host as a name or an IPv4 address")
@@ -141,7 +141,7 @@ VerbAction DefineServer(CLI::App &command)
     AddBoardNames(*forget, arguments->names);
     command.footer(
         "Requests go to port 8878 of the board's address. \"set\" waits up to 5 s for the connection;\n"
-        "a board that has none by then goes on trying.");
+        "a board that is not connected by then goes on trying.");
     return [arguments, show, set](ToolContext &context) {
         if (show->parsed())
             return RunOnBoards(context, arguments->names,

@@ -24,7 +24,7 @@ constexpr std::chrono::milliseconds kAnswerPatience{30'000}; // storing a file s
 void AddViaSession(CLI::App &command, SettingArguments &arguments)
 {
     command.add_flag("--via-session", arguments.viaSession,
-                     "through a session of the main port in the place of port 8879");
+                     "use a session of the main port instead of port 8879");
 }
 
 std::shared_ptr<SettingArguments> AddSettingArguments(CLI::App &command)
@@ -37,7 +37,8 @@ std::shared_ptr<SettingArguments> AddSettingArguments(CLI::App &command)
 
 ExitStatus RunSettingTask(ToolContext &context, const SettingArguments &arguments, const SettingTask &task)
 {
-    const SettingDoor door = arguments.viaSession ? SettingDoor::kSession : SettingDoor::kPort;
+    const SettingTransport transport =
+        arguments.viaSession ? SettingTransport::kSession : SettingTransport::kPort;
     const auto run = [&](const Board &board) -> nlohmann::json {
         nlohmann::json result = {{"board", BoardLabel(board)}};
         if (context.options.dryRun && !task.plan.empty()) {
@@ -45,7 +46,7 @@ ExitStatus RunSettingTask(ToolContext &context, const SettingArguments &argument
             result["plan"] = task.plan;
             return result;
         }
-        SettingClient client(board, context.options.interface, context.Timeout(kAnswerPatience), door);
+        SettingClient client(board, context.options.interface, context.Timeout(kAnswerPatience), transport);
         result.update(task.run(client, board));
         return result;
     };
@@ -83,7 +84,7 @@ void WriteLocalFile(const std::string &path, wire::Bytes content)
     std::error_code ignored;
     const bool whole =
         !std::filesystem::exists(path, ignored) || std::filesystem::is_regular_file(path, ignored);
-    const std::string neighbour = whole ? path + ".part" : path; // a device or a pipe is written to
+    const std::string neighbour = whole ? path + ".part" : path; // a device or a pipe is written directly
     std::ofstream file(neighbour, std::ios::binary | std::ios::trunc);
     file.write(reinterpret_cast<const char *>(content.data()), static_cast<std::streamsize>(content.size()));
     file.close();

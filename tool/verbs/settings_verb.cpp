@@ -53,7 +53,7 @@ VerbAction DefineShow(CLI::App &command)
             const auto tail = result["tailBytes"].get<std::size_t>();
             return "\n" + table.Render(context.output) +
                    fmt::format("brightness {} %{}", result["brightness"].get<unsigned>(),
-                               tail == 0 ? "" : fmt::format(", {} behind the records", Plural(tail, "byte")));
+                               tail == 0 ? "" : fmt::format(", {} after the records", Plural(tail, "byte")));
         };
         return RunSettingTask(context, *arguments, {"", show, text});
     };
@@ -62,7 +62,7 @@ VerbAction DefineShow(CLI::App &command)
 VerbAction DefineSave(CLI::App &command)
 {
     const auto path = std::make_shared<std::string>();
-    command.add_option("FILE", *path, "where to on this PC")->required()->type_name("");
+    command.add_option("FILE", *path, "where to store it on this PC")->required()->type_name("");
     const auto arguments = AddSettingArguments(command);
     return [=](ToolContext &context) {
         RequireOneBoard(*arguments, "a file takes the settings of one board only");
@@ -79,12 +79,12 @@ VerbAction DefineSave(CLI::App &command)
     };
 }
 
-// What the board must hold now, byte for byte; of a longer old file the tail may follow.
+// Compares every byte. With `keepTail` the end of a longer old file may follow.
 void VerifyLoad(const std::vector<std::byte> &sent, const std::vector<std::byte> &stored, bool keepTail)
 {
     const bool length = keepTail ? stored.size() >= sent.size() : stored.size() == sent.size();
     if (!length || !std::equal(sent.begin(), sent.end(), stored.begin()))
-        throw VerbError(ExitStatus::kVerification, "the board holds something else than was sent");
+        throw VerbError(ExitStatus::kVerification, "the board's file differs from what was sent");
 }
 
 VerbAction DefineLoad(CLI::App &command)
@@ -92,9 +92,10 @@ VerbAction DefineLoad(CLI::App &command)
     const auto path = std::make_shared<std::string>();
     const auto keepTail = std::make_shared<bool>(false);
     command.add_option("FILE", *path, "settings file on this PC")->required()->type_name("");
-    command.add_flag("--keep-tail", *keepTail, "write over the old file; where that is longer its end stays");
+    command.add_flag("--keep-tail", *keepTail, "overwrite the old file; if that is longer, its end stays");
     const auto arguments = AddSettingArguments(command);
-    command.footer("The board stores the file, sends it to its FPGA, and is asked for it again to compare.");
+    command.footer(
+        "The board stores the file and sends it to its FPGA; then the file is read back and compared.");
     return [=](ToolContext &context) {
         const std::vector<std::byte> file = ReadLocalFile(*path);
         const SettingsFile settings = ParseSettings(file, "'" + *path + "'");
@@ -118,7 +119,7 @@ VerbAction DefineLoad(CLI::App &command)
     };
 }
 
-// The words up to the first without "="; the others name boards. Throws VerbError(kUsage).
+// Reads the words before the first one without "="; the others name boards. Throws VerbError(kUsage).
 Assignments TakeAssignments(const std::vector<std::string> &words, std::vector<std::string> *boards)
 {
     Assignments assignments;
@@ -182,8 +183,8 @@ std::string NamesText()
         if (*SettingName(id) == '\0')
             continue;
         const char *const before = column % kColumns == 0 ? "  " : "";
-        const char *const behind = ++column % kColumns == 0 ? "\n" : "";
-        text += fmt::format("{}{:3} {:15}{}", before, id, SettingName(id), behind);
+        const char *const after = ++column % kColumns == 0 ? "\n" : "";
+        text += fmt::format("{}{:3} {:15}{}", before, id, SettingName(id), after);
     }
     return column % kColumns == 0 ? text : text + "\n";
 }
@@ -200,8 +201,8 @@ VerbAction DefineSet(CLI::App &command)
         ->type_name("");
     AddViaSession(command, *arguments);
     command.footer("Names:\n" + NamesText() +
-                   "A parameter that the board's file does not hold reaches the FPGA only. A new\n"
-                   "screen size also gives a new max-luminance, which cuts the luminance.");
+                   "A parameter that is not in the board's file reaches the FPGA only. A new screen size\n"
+                   "also changes max-luminance, which limits the luminance.");
     return [=](ToolContext &context) {
         const Assignments assignments = TakeAssignments(*words, &arguments->boards);
         const auto set = [&](SettingClient &client, const Board &) { return Set(client, assignments); };

@@ -24,7 +24,7 @@ struct UploadArguments {
     bool all = false;
 };
 
-// The usage line names the arguments as they are, without dots behind the last.
+// The usage line names the arguments without dots after the last one.
 class UsageAsNamed : public CLI::Formatter
 {
 public:
@@ -64,7 +64,7 @@ nlohmann::json FilesJson(const std::vector<ProgramFile> &files)
     return {{"files", names}, {"bytes", TotalSize(files)}};
 }
 
-// What the board is asked and sent, said without opening a session.
+// What the board would be asked and sent. Opens no session.
 nlohmann::json Plan(const Board &board, const Upload &upload)
 {
     nlohmann::json ask = nlohmann::json::array();
@@ -96,7 +96,7 @@ std::vector<ProgramFile> TakeSpared(std::vector<ProgramFile> *files, const std::
     return spared;
 }
 
-// Where the upload was when it broke, for its message.
+// How far the upload was when it failed, for its message.
 struct Stage {
     std::string what = "before the first file";
     bool sending = false;
@@ -110,7 +110,7 @@ nlohmann::json RunSession(ToolContext &context, UploadSession *session, const Bo
     std::vector<ProgramFile> files = upload.files;
     const std::set<std::string> found = session->CheckVideos(VideoNames(upload));
     const std::vector<ProgramFile> spared = TakeSpared(&files, found);
-    session->RemoveOtherVideos(); // now, so that the new files find room
+    session->RemoveOtherVideos(); // now, to make room for the new files
     {
         Progress progress(context.output, BoardLabel(board), "upload", TotalSize(files), upload.alone);
         for (const ProgramFile &file : files) {
@@ -118,7 +118,7 @@ nlohmann::json RunSession(ToolContext &context, UploadSession *session, const Bo
             session->SendFile(file, [&](std::uint64_t bytes) { progress.Advance(bytes); });
         }
     }
-    *stage = {"while it was to store the program", true};
+    *stage = {"while it was storing the program", true};
     session->Finish();
     const std::chrono::duration<double> elapsed = Clock::now() - start;
     return {{"board", BoardLabel(board)},
@@ -177,19 +177,18 @@ VerbAction DefineUpload(CLI::App &command)
     const auto arguments = std::make_shared<UploadArguments>();
     command
         .add_option("BOARD... FOLDER", arguments->words,
-                    "boards by address, identifier, name or MAC; last the folder with all files of the "
+                    "boards by address, identifier, name or MAC; then the folder with all files of the "
                     "program")
         ->required()
         ->expected(2, CLI::detail::expected_max_vector_size)
         ->option_text(" ");
     command.formatter(std::make_shared<UsageAsNamed>());
-    command.add_flag("-a,--all", arguments->all, "send the videos too that the board has already");
+    command.add_flag("-a,--all", arguments->all, "also send the videos that the board already has");
     command.footer(
-        "The folder takes the place of the board's program. Videos (names with \".mp4\", not in "
-        "sub-folders)\n"
-        "that the board has already are not sent: it compares names, not contents. The boot picture goes.\n"
-        "An upload that does not come to its end leaves the board without a program.\n"
-        "--timeout also holds for every answer of the board (30 s; 5 min for storing the program).");
+        "The folder replaces the board's program. Videos (names with \".mp4\", not in sub-folders) that\n"
+        "the board already has are not sent: it compares names, not contents. The boot picture is removed.\n"
+        "An upload that is not completed leaves the board without a program.\n"
+        "--timeout is also the limit for every answer (30 s; 5 min for storing the program).");
     return [arguments](ToolContext &context) { return RunVerb(context, *arguments); };
 }
 

@@ -15,7 +15,7 @@
 namespace ledboard
 {
 
-// What every verb understands, whether it needs it or not.
+// The options of every verb, whether it uses them or not.
 struct ToolOptions : OutputOptions {
     bool dryRun = false;
     bool yes = false;
@@ -28,19 +28,20 @@ struct ToolContext {
     const ToolOptions &options;
     Output &output;
 
-    std::chrono::milliseconds Timeout(std::chrono::milliseconds otherwise) const
+    // --timeout, or `preset` without it.
+    std::chrono::milliseconds Timeout(std::chrono::milliseconds preset) const
     {
         using std::chrono::milliseconds;
         if (!options.timeout)
-            return otherwise;
+            return preset;
         return std::chrono::ceil<milliseconds>(std::chrono::duration<double>(*options.timeout));
     }
 };
 
-// How long a search for boards lasts unless --timeout says otherwise.
+// The duration of a search for boards without --timeout.
 constexpr std::chrono::milliseconds kSearchTime{2000};
 
-// Runs the verb after the command line is read. Throws VerbError.
+// Runs the verb once the command line has been read. Throws VerbError.
 using VerbAction = std::function<ExitStatus(ToolContext &)>;
 
 struct Verb {
