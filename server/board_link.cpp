@@ -19,7 +19,7 @@ namespace
 {
 
 constexpr std::size_t kReceiveSize = 16384;
-constexpr std::size_t kMaxReplies = 4096; // that nobody takes; a board never answers unasked
+constexpr std::size_t kMaxReplies = 4096; // that no push has taken; a board does not reply unasked
 
 std::string PeerOf(const asio::ip::tcp::socket &socket)
 {
@@ -42,7 +42,8 @@ BoardLink::BoardLink(asio::ip::tcp::socket socket)
 {
     asio::error_code ignored;
     socket_.set_option(asio::ip::tcp::no_delay(true), ignored);
-    socket_.set_option(asio::socket_base::keep_alive(true), ignored); // one that is refused says nothing more
+    // Ends the link of a board that has gone: one whose login was refused sends nothing more.
+    socket_.set_option(asio::socket_base::keep_alive(true), ignored);
 }
 
 asio::awaitable<void> BoardLink::ReceiveMore()
@@ -128,7 +129,7 @@ void BoardLink::Close()
 void BoardLink::PutReply(Reply reply)
 {
     if (replies_.size() == kMaxReplies)
-        throw BadPacket("replies to nothing");
+        throw BadPacket("replies without requests");
     replies_.push_back(std::move(reply));
     replyCame_.cancel();
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// server/board_link.h: one connection of a board: greeting, login, and the packets both ways. Event loop
-// only.
+// server/board_link.h: one TCP connection of a board: greeting, login, packets in both directions. Event loop
+// thread only.
 #pragma once
 
 #include "packets.h"
@@ -20,7 +20,7 @@
 namespace server
 {
 
-// The connection is gone; the board is expected back.
+// The connection ended; the board is expected to connect again.
 class LinkLost : public std::runtime_error
 {
 public:
@@ -28,7 +28,7 @@ public:
 };
 
 struct BoardLogin {
-    std::string id; // all of wire::kDeviceIdSize bytes' text
+    std::string id; // without the zeros at its end
     std::string username;
 };
 
@@ -38,17 +38,17 @@ public:
     explicit BoardLink(asio::ip::tcp::socket socket);
 
     asio::awaitable<BoardLogin> ReceiveLogin();   // throws LinkLost, BadPacket
-    asio::awaitable<wire::Bytes> ReceivePacket(); // good until the next call; throws LinkLost, BadPacket
+    asio::awaitable<wire::Bytes> ReceivePacket(); // valid until the next call; throws LinkLost, BadPacket
 
     void Send(std::string packet); // never waits; a failure closes the link
     void Close();
     bool Closed() const { return closed_; }
 
-    // Replies of the remote session: put here by whoever receives the packets, taken by the one push that is
-    // under way.
+    // Replies of the remote session: Boards puts them here, the one push that runs takes them. Throws
+    // BadPacket if nobody has taken the earlier ones.
     void PutReply(Reply reply);
     using Deadline = std::chrono::steady_clock::time_point;
-    // Nothing when woken by Wake. Throws LinkLost; without a reply until the deadline BadPacket.
+    // nullopt if woken by Wake. Throws LinkLost, and BadPacket if no reply comes before the deadline.
     asio::awaitable<std::optional<Reply>> NextReply(Deadline deadline);
     void Wake();
 
@@ -63,7 +63,7 @@ private:
     asio::ip::tcp::socket socket_;
     std::string peer_;
     std::string id_;
-    std::string received_; // not yet handled from handled_ on
+    std::string received_; // the bytes from handled_ on are not handled yet
     std::size_t handled_ = 0;
     std::deque<std::string> sending_;
     std::deque<Reply> replies_;

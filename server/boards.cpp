@@ -19,8 +19,8 @@ namespace
 using SystemClock = std::chrono::system_clock;
 using namespace std::chrono_literals;
 
-constexpr std::chrono::seconds kMaxSilence = 45s; // a board says something every 7 seconds
-constexpr std::size_t kMaxAway = 4096;            // boards remembered that are not connected
+constexpr std::chrono::seconds kMaxSilence = 45s; // a board sends something every 7 seconds
+constexpr std::size_t kMaxAway = 4096;            // entries of boards that are not connected
 
 // The four bytes in the order in which they lie in the record: addresses in network order, versions.
 std::string DottedBytes(const wire::I32 &bytes)
@@ -164,7 +164,7 @@ asio::awaitable<void> Boards::WatchSilence()
     }
 }
 
-// Anybody can log in with any identifier: those that are away must not fill the memory.
+// Anybody can log in with any identifier, so the number of entries that are not connected is limited.
 void Boards::ForgetOldest()
 {
     std::vector<const BoardEntry *> away;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// server/boards.h: the boards that are or were connected. Event loop only.
+// server/boards.h: the boards that are or were connected. Event loop thread only.
 #pragma once
 
 #include "board_link.h"
@@ -21,13 +21,13 @@ struct BoardEntry {
     std::string id;
     std::string username;
     std::string peer;                            // address and port of its last connection
-    std::shared_ptr<BoardLink> link;             // NULL when it is not connected
+    std::shared_ptr<BoardLink> link;             // null if it is not connected
     std::chrono::system_clock::time_point since; // of its last login or loss
     std::chrono::system_clock::time_point heard;
     std::uint64_t logins = 0;
     std::uint64_t heartbeats = 0;
     std::optional<wire::DeviceRecord> record;
-    std::string push; // what the push that runs on it is doing; empty: none runs
+    std::string push; // what its push is doing; empty: no push runs
 };
 
 class Boards
@@ -35,22 +35,22 @@ class Boards
 public:
     explicit Boards(const asio::any_io_executor &executor);
 
-    // A board is on one link at a time: an older one of the same identifier is closed.
+    // A board has one link at a time: an older link with the same identifier is closed.
     BoardEntry &LogIn(const BoardLogin &login, const std::shared_ptr<BoardLink> &link);
     void Lose(const BoardLink &link);
 
-    // Takes what a board tells of itself; other packets are replies.
+    // Stores what a board reports about itself and passes its replies to the link. Throws BadPacket.
     void TakePacket(const std::shared_ptr<BoardLink> &link, wire::Bytes packet);
 
-    BoardEntry *Find(const std::string &id); // NULL: never seen
+    BoardEntry *Find(const std::string &id); // null: never seen
     std::vector<std::string> ConnectedIds() const;
     nlohmann::json List() const; // ordered by identifier
 
-    // Returns when something may have changed: a login, or Notify.
+    // Waits until something may have changed: a login, or Notify.
     asio::awaitable<void> Change();
     void Notify();
 
-    // Closes the links of boards that have been silent for too long, for ever.
+    // Runs forever and closes the links of boards that have been silent for too long.
     asio::awaitable<void> WatchSilence();
 
 private:

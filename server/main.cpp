@@ -56,7 +56,7 @@ int main(int argc, char **argv)
     std::string listen = "0.0.0.0:8990";
     std::vector<std::string> users;
     CLI::App *const run = app.add_subcommand("run", "Accept boards and operators until SIGINT or SIGTERM.");
-    run->add_option("--listen", listen, "where boards connect to")
+    run->add_option("--listen", listen, "where boards connect")
         ->type_name("[ADDRESS:]PORT")
         ->capture_default_str();
     run->add_option("--user", users, "accept this user only; several are possible")->type_name("NAME");
@@ -65,10 +65,10 @@ int main(int argc, char **argv)
 
     std::string folder;
     std::string to;
-    CLI::App *const push = app.add_subcommand("push", "Bring the program folder of boards to what FOLDER is. "
-                                                      "What is not in FOLDER is removed there.");
+    CLI::App *const push = app.add_subcommand("push", "Make the program folder of boards equal to FOLDER. "
+                                                      "What is not in FOLDER is removed from them.");
     push->add_option("FOLDER", folder, "the program")->required();
-    push->add_option("--to", to, "identifier of a board, or all that are connected")
+    push->add_option("--to", to, "identifier of a board, or \"all\" for all that are connected")
         ->required()
         ->type_name("ID|all");
     try {

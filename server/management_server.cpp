@@ -28,7 +28,7 @@ using namespace std::chrono_literals;
 constexpr auto kLoginLimit = 10s;
 constexpr auto kAcceptPause = 100ms; // when descriptors have run out
 
-// True when somebody answers on the local socket.
+// True if a server answers on the local socket.
 bool IsServed(asio::io_context &loop, const std::string &path)
 {
     asio::local::stream_protocol::socket probe(loop);
@@ -43,7 +43,7 @@ asio::awaitable<void> Pause()
     co_await timer.async_wait(asio::use_awaitable);
 }
 
-// Closes a link that has not logged in when the time is over.
+// Closes the link if it has not logged in within the limit.
 asio::awaitable<void> LimitLogin(std::shared_ptr<BoardLink> link, std::shared_ptr<bool> loggedIn)
 {
     asio::steady_timer timer(co_await asio::this_coro::executor, kLoginLimit);
@@ -81,7 +81,7 @@ void ManagementServer::ListenForOperators()
     if (std::filesystem::is_socket(options_.control))
         unlink(options_.control.c_str()); // left by a server that was killed
     control_.open();
-    const mode_t before = umask(0177); // the socket is the operator's alone from its first moment
+    const mode_t before = umask(0177); // only the owner can connect, from the first moment on
     asio::error_code error;
     control_.bind(asio::local::stream_protocol::endpoint(options_.control), error);
     umask(before);

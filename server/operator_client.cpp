@@ -83,7 +83,7 @@ std::string Printable(const json &value)
     return text;
 }
 
-// Progress as an operator reads it: a line when the state changes, and each 10 % of the bytes.
+// Progress as text: a line when the state changes, and for each 10 % of the bytes.
 class ProgressLines
 {
 public:
@@ -191,7 +191,7 @@ ExitStatus PushTo(const OperatorOptions &options, const std::string &folder, con
     }
 }
 
-// Runs one verb; its error becomes its output and its status.
+// Runs one verb. Prints its error and returns its status.
 ExitStatus Run(const OperatorOptions &options, const std::function<ExitStatus(Output &output)> &verb)
 {
     Output output("ledboard-server", options);

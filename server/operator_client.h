@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// server/operator_client.h: the operator's verbs: they ask the running server over its local socket.
+// server/operator_client.h: the operator's verbs. They send requests to the running server over its local
+// socket.
 #pragma once
 
 #include "common/pc/output.h"

@@ -46,7 +46,7 @@ std::vector<std::string> Targets(Boards &boards, const std::string &to)
     return {to};
 }
 
-// One push to several boards, as its operator sees it.
+// A push to several boards for one operator.
 class PushSession : public std::enable_shared_from_this<PushSession>
 {
 public:
@@ -69,16 +69,16 @@ public:
         }
     }
 
-    // Writes progress until every board has its result. Cancels what runs when the operator goes.
+    // Writes progress until every board has its result. Cancels the pushes if the operator disconnects.
     asio::awaitable<void> Report(Socket &socket)
     {
         asio::steady_timer pause(executor_);
         bool present = true;
-        while (results_.size() < pushes_.size() || !news_.empty()) {
+        while (results_.size() < pushes_.size() || !changes_.empty()) {
             std::string lines;
-            for (const auto &[id, progress] : news_)
+            for (const auto &[id, progress] : changes_)
                 lines += ledboard::JsonLine(ProgressJson(id, progress));
-            news_.clear();
+            changes_.clear();
             if (present && !lines.empty())
                 present = co_await Write(socket, lines);
             if (!present)
@@ -121,7 +121,7 @@ private:
         co_return !error;
     }
 
-    // False when the operator has closed his end.
+    // False if the operator has disconnected.
     static bool IsThere(Socket &socket)
     {
         char byte;
@@ -135,17 +135,17 @@ private:
             push->Cancel();
     }
 
-    // Of changes that come quickly only the last is told.
-    void Observe(const std::string &id, const PushProgress &progress) { news_[id] = progress; }
+    // Of several changes within one period only the last is written.
+    void Observe(const std::string &id, const PushProgress &progress) { changes_[id] = progress; }
 
     Boards &boards_;
     asio::any_io_executor executor_;
     std::vector<std::shared_ptr<Push>> pushes_;
-    std::map<std::string, PushProgress> news_;
+    std::map<std::string, PushProgress> changes_;
     std::map<std::string, PushReport> results_;
 };
 
-// Makes the push, or says why there is none.
+// Starts the push. Null, with the reason in `problem`, if it cannot be started.
 std::shared_ptr<PushSession> MakePush(Boards &boards, const asio::any_io_executor &executor,
                                       const nlohmann::json &request, nlohmann::json *problem)
 {
@@ -212,7 +212,7 @@ asio::awaitable<void> ServeOperator(Boards &boards, Socket socket)
             co_await HandleRequest(boards, socket, std::move(line));
         }
     } catch (const std::exception &) {
-        co_return; // the operator has gone
+        co_return; // the operator has disconnected
     }
 }
 

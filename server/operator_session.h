@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // server/operator_session.h: serves one operator on the local socket.
 //
-// A request is one JSON object on a line, {"command": "boards"} or {"command": "push", "folder": PATH, "to":
-// ID or "all"}. Answers are objects on lines: {"boards": [...]}; for a push any number of {"progress": ...}
-// and then
-// {"results": [...]}; {"error": TEXT, "kind": ...} for what cannot be done. A push goes on for as long as its
-// operator stays connected.
+// Requests and answers are JSON objects, one per line.
+//   {"command": "boards"}                                      answer: {"boards": [...]}
+//   {"command": "push", "folder": PATH, "to": ID or "all"}     any number of {"progress": ...}, then
+//   {"results": [...]}
+// A request that cannot be carried out is answered with {"error": TEXT, "kind": ...}. A push is cancelled
+// when its operator disconnects.
 #pragma once
 
 #include "boards.h"

@@ -102,7 +102,7 @@ std::size_t ReplyTableLength(const Reply &reply)
 {
     if (reply.data.size() < wire::kRemoteNameSize + 1)
         throw BadPacket("a table reply without a table");
-    return reply.data.size() - wire::kRemoteNameSize - 1; // one byte more than the table's is sent
+    return reply.data.size() - wire::kRemoteNameSize - 1; // a board sends one byte more than the table has
 }
 
 bool TakeNames(const Reply &reply, std::vector<std::string> *names)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// server/packets.h: what the server says to a board and what it hears (docs/protocols.md, "Remote server").
-// Sees no descriptor.
+// server/packets.h: builds the packets to a board and reads those from it (docs/protocols.md, "Remote
+// server"). Sees no descriptor.
 #pragma once
 
 #include "records/remote_records.h"
@@ -13,7 +13,7 @@
 namespace server
 {
 
-// The peer does not speak the protocol; the connection ends.
+// The peer breaks the protocol; the connection is closed.
 class BadPacket : public std::runtime_error
 {
 public:
@@ -27,7 +27,7 @@ std::string MakeRequest(std::string_view id, wire::RemoteRequest request, std::s
 std::string MakeNameRequest(std::string_view id, wire::RemoteRequest request, std::string_view name);
 std::string MakeChunk(std::string_view id, std::string_view data);
 
-// The names packed into as few removal requests as they fit into.
+// As few removal requests as the names fit into.
 std::vector<std::string> MakeRemovals(std::string_view id, const std::vector<std::string> &names);
 
 struct Reply {
@@ -37,10 +37,10 @@ struct Reply {
 
 Reply ReadReply(wire::Bytes packet);              // throws BadPacket
 std::uint32_t ReplyWord(const Reply &reply);      // the last four bytes: a result or a CRC; throws BadPacket
-std::string ReplyDigest(const Reply &reply);      // empty without a file; throws BadPacket
-std::size_t ReplyTableLength(const Reply &reply); // chunks that this piece claims; throws BadPacket
+std::string ReplyDigest(const Reply &reply);      // empty: no such file; throws BadPacket
+std::size_t ReplyTableLength(const Reply &reply); // chunks in this piece of a table; throws BadPacket
 
-// Takes a piece of a listing. True when it was the last.
+// Appends the names in a piece of a listing. True if it was the last piece. Throws BadPacket.
 bool TakeNames(const Reply &reply, std::vector<std::string> *names);
 
 } // namespace server

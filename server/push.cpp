@@ -15,10 +15,10 @@ using namespace std::chrono_literals;
 
 using Clock = std::chrono::steady_clock;
 constexpr auto kReplyLimit = 5min; // a board reads a large file for its digest
-constexpr auto kAbortLimit = 10s;  // all of the unlocking
+constexpr auto kAbortLimit = 10s;  // for the whole unlocking
 
-// Data is sent in chunks of one size, for ever: a board's table of a half received file counts them. Two of
-// them with their headers fill the board's buffer, so that one is on its way while the other is stored.
+// This size must never change: a board's reception table of an incomplete file counts chunks. Two chunks with
+// their headers fill the board's buffer, so one is on its way while the other is stored.
 constexpr std::size_t kChunkSize = 4556;
 constexpr std::size_t kWindow = wire::kRemoteBufferSize;
 constexpr std::size_t kChunkPacket = sizeof(wire::RemoteChunkRequest) + kChunkSize;
@@ -27,7 +27,7 @@ static_assert(2 * kChunkPacket == kWindow);
 constexpr std::size_t kDigestsInFlight = kWindow / sizeof(wire::RemoteNamePacket);
 constexpr std::size_t kMaxNames = 1'000'000; // in a board's listing
 
-// What a board tells of an empty file, and of a folder, which opens and reads as one.
+// The digest that a board reports for an empty file, and for a folder, which opens and reads like one.
 constexpr char kEmptyDigest[] = "d41d8cd98f00b204";
 
 class PushFailure : public std::runtime_error
@@ -45,10 +45,10 @@ private:
 
 BadPacket Misplaced(const Reply &reply, wire::RemoteReply expected)
 {
-    return BadPacket("reply " + std::to_string(reply.code) + " in the place of " + std::to_string(expected));
+    return BadPacket("reply " + std::to_string(reply.code) + " instead of " + std::to_string(expected));
 }
 
-// The folders that a name on the board lies in.
+// The folders above a name on the board.
 std::vector<std::string> ParentsOf(const std::string &name)
 {
     std::vector<std::string> parents;
@@ -95,7 +95,7 @@ asio::awaitable<PushReport> Push::Run()
     co_return report_;
 }
 
-// False when the board was lost on the way: try again.
+// False if the connection was lost: try again.
 asio::awaitable<bool> Push::TryOnce()
 {
     try {
@@ -119,7 +119,8 @@ asio::awaitable<bool> Push::TryOnce()
     co_return true;
 }
 
-// Unlocks the board without a finish and leaves no reply behind that the next push would take for its own.
+// Unlocks the board without a finish. Then waits for the end of a listing, after which no reply is left that
+// the next push would take for its own.
 asio::awaitable<void> Push::Abort()
 {
     link_->Send(MakeRequest(report_.id, wire::kRemoteUnlock));
@@ -131,7 +132,7 @@ asio::awaitable<void> Push::Abort()
             if (reply && reply->code == wire::kRemoteVideosReply && TakeNames(*reply, &names))
                 co_return;
         }
-    } catch (const std::exception &) { // lost, silent, or rubbish
+    } catch (const std::exception &) { // lost, silent, or invalid
     }
     link_->Close(); // which ends the lock as well
 }
@@ -206,7 +207,7 @@ asio::awaitable<void> Push::Remove(Names names)
     }
 }
 
-// The reception tables beside these files: boards do not list them, but tell their digests.
+// The reception tables of these files. Boards do not list them, but report their digests.
 asio::awaitable<Push::Names> Push::FindTables(Names names)
 {
     const auto canBeAsked = [](const std::string &name) { return name.size() < wire::kRemoteNameSize; };
@@ -219,8 +220,8 @@ asio::awaitable<Push::Names> Push::FindTables(Names names)
     co_return names;
 }
 
-// What has to be sent: files that the board does not have, or has otherwise, or has only a part of. All names
-// are asked for, since boards have files that they do not list.
+// The files to send: those that the board does not have, or has incomplete or with another content. All names
+// are asked for, because boards have files that they do not list.
 asio::awaitable<std::vector<Push::Task>> Push::CompareFiles(Names listed)
 {
     Show("comparing");
@@ -255,7 +256,7 @@ asio::awaitable<std::vector<Push::Task>> Push::CompareFiles(Names listed)
     co_return tasks;
 }
 
-// By name; empty for what is not there.
+// The digests by name; empty for a name that does not exist.
 asio::awaitable<std::map<std::string, std::string>> Push::AskDigests(Names names)
 {
     std::map<std::string, std::string> digests;
@@ -269,8 +270,8 @@ asio::awaitable<std::map<std::string, std::string>> Push::AskDigests(Names names
     co_return digests;
 }
 
-// Where sending of a file that the board has otherwise begins: behind the part that is there, if the table
-// and the digest agree on it.
+// Where sending begins for a file that the board has with another content: after the part that it has, if
+// table and digest agree on that part.
 asio::awaitable<Push::Task> Push::PlanFile(std::string name)
 {
     std::string onBoard;
@@ -283,8 +284,8 @@ asio::awaitable<Push::Task> Push::PlanFile(std::string name)
     co_return Task{.name = name, .offset = facts.digest == onBoard ? offset : 0};
 }
 
-// The chunks that the board's table claims. A board without one does not answer, so the digest is asked for
-// at the same time: its answer coming first means that there is none.
+// The number of chunks in the board's table. Without a table a board does not answer, so the digest is
+// requested at the same time: if its answer comes first, there is no table.
 asio::awaitable<std::uint64_t> Push::ReadTable(std::string name, std::string *digest)
 {
     SendNamed(wire::kRemoteGetTable, name);
@@ -307,7 +308,7 @@ asio::awaitable<std::uint64_t> Push::ReadTable(std::string name, std::string *di
     co_return chunks;
 }
 
-// False when the board has changed so that files have to be compared anew.
+// False if files were removed from the board, so that all have to be compared again.
 asio::awaitable<bool> Push::SendFiles(std::vector<Task> tasks)
 {
     progress_.done = progress_.total = 0;
@@ -340,7 +341,8 @@ asio::awaitable<bool> Push::SendFile(Task task)
         if (verified)
             break;
         if (attempt == 2)
-            throw PushFailure("verification", "the board has " + task.name + " otherwise than it was sent");
+            throw PushFailure("verification",
+                              "the board's copy of " + task.name + " differs from what was sent");
         progress_.done -= source_->Files().at(task.name).size;
         task.offset = 0;
     }
@@ -358,9 +360,9 @@ asio::awaitable<bool> Push::OpenFile(Task task)
     co_return ReplyWord(reply) == wire::kRemoteSuccess;
 }
 
-// Removes what may keep a file from being opened: a folder of its name, or a file in the place of its folder.
-// True when something was done. Boards remove single files and empty folders, but the former only by name and
-// the latter only with all that is no video; a folder that is not empty goes when the whole program goes.
+// Removes what may prevent a file from being opened: a folder with its name, or a file with the name of its
+// folder. True if something was removed. A board removes a single file by its name, empty folders only
+// together with all files that are not videos, and a folder that is not empty only with the whole program.
 asio::awaitable<bool> Push::ClearWay(Task task)
 {
     Show("clearing", task.name);
@@ -411,7 +413,7 @@ asio::awaitable<void> Push::SendData(Task task)
     }
 }
 
-// Closes the file. The CRC of the board covers what came since it was opened: all of a new file, but only the
+// Closes the file. The board's CRC covers what arrived since it was opened: all of a new file, but only the
 // rest of a resumed one, whose digest is asked for instead.
 asio::awaitable<bool> Push::VerifyFile(Task task)
 {

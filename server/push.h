@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// server/push.h: brings one board's program folder to what the source folder is. Event loop only.
+// server/push.h: makes the program folder of one board equal to the source folder. Event loop thread only.
 #pragma once
 
 #include "boards.h"
@@ -21,7 +21,7 @@ namespace server
 struct PushProgress {
     std::string state; // "waiting", "comparing", "sending", …
     std::string file;
-    std::uint64_t done = 0; // bytes of what differs
+    std::uint64_t done = 0; // bytes of the files that differ
     std::uint64_t total = 0;
 };
 
@@ -45,7 +45,7 @@ public:
 
     Push(Boards &boards, std::string id, std::shared_ptr<SourceFolder> source, Observer observer);
 
-    // Starts over whenever the board has come back, until all is done or cannot be. Never throws.
+    // Starts again whenever the board has reconnected, until all is done or has failed. Never throws.
     asio::awaitable<PushReport> Run();
 
     void Cancel(); // wakes a wait for the board
@@ -54,7 +54,7 @@ private:
     struct Task {
         std::string name;
         std::uint64_t offset = 0; // where sending begins
-        bool maybeFolder = false; // something is there that reads as empty and is not listed
+        bool maybeFolder = false; // the board has something empty there that it does not list
     };
     using Names = std::vector<std::string>;
 
@@ -90,9 +90,9 @@ private:
     std::shared_ptr<BoardLink> link_;
     PushReport report_;
     PushProgress progress_;
-    std::string inTransit_; // the file that a lost connection may have left half sent
+    std::string inTransit_; // the file that a lost connection may have left incomplete
     std::set<std::string> sentNames_;
-    std::set<std::string> clearedNames_; // whose parents have been looked after
+    std::set<std::string> clearedNames_; // files for which ClearWay has removed the parents
     bool emptyFoldersRemoved_ = false;
     bool cleaned_ = false;
     bool cancelled_ = false;

@@ -25,7 +25,7 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr std::size_t kReadSize = 256 * 1024;
-constexpr std::size_t kToldDigits = 16;
+constexpr std::size_t kDigestDigits = 16;
 
 bool BoardsTake(const std::string &name)
 {
@@ -72,7 +72,7 @@ SourceFolder::SourceFolder(const std::string &folder)
         if (name.find(wire::kTableSuffix) != std::string::npos)
             continue;
         if (!BoardsTake(name))
-            throw std::runtime_error("boards do not take the name \"" + name + "\"");
+            throw std::runtime_error("boards cannot take the name \"" + name + "\"");
         files_[name] = {.path = entry.path(), .size = entry.file_size()};
     }
     if (files_.empty())
@@ -105,7 +105,7 @@ FileFacts SourceFolder::Compute(const std::string &name, std::uint64_t length)
         facts.crc = wire::AdvanceCrc(facts.crc, wire::BytesAt(data.data(), data.size()));
         offset += data.size();
     }
-    facts.digest = digest.result().toHex().toStdString().substr(0, kToldDigits);
+    facts.digest = digest.result().toHex().toStdString().substr(0, kDigestDigits);
     known_[{name, length}] = facts;
     return facts;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// server/source_folder.h: the program folder that is pushed: its files, their digests and their bytes.
-// Digests are computed once, off the event loop, however many boards ask.
+// server/source_folder.h: the program folder that is pushed: its files, their digests and their bytes. A
+// digest is computed once for all boards, on a thread of its own.
 #pragma once
 
 #include "common/unique_fd.h"
@@ -25,7 +25,7 @@ struct SourceFile {
 };
 
 struct FileFacts {
-    std::string digest; // the part of the MD5 text that boards tell: 16 characters
+    std::string digest; // the first 16 characters of the MD5 text: boards report no more
     std::uint32_t crc = 0;
 };
 
@@ -35,7 +35,7 @@ class SourceReader
 public:
     explicit SourceReader(const SourceFile &file); // throws std::system_error
 
-    // As many bytes from `offset` as are there, at most `size`; throws std::system_error.
+    // `size` bytes from `offset`, or fewer at the end of the file; throws std::system_error.
     std::string Read(std::uint64_t offset, std::size_t size) const;
 
 private:
@@ -45,14 +45,14 @@ private:
 class SourceFolder
 {
 public:
-    // Lists the regular files below `folder`. Throws std::runtime_error when there is none or a name that
-    // boards cannot take.
+    // Lists the regular files below `folder`. Throws std::runtime_error if there is no file or if boards
+    // cannot take a name.
     explicit SourceFolder(const std::string &folder);
 
     const std::map<std::string, SourceFile> &Files() const { return files_; } // by their names on the board
     std::uint64_t TotalSize() const;
 
-    // Facts of the first `length` bytes of a file. Throws std::system_error.
+    // Digest and CRC of the first `length` bytes of a file. Throws std::system_error.
     asio::awaitable<FileFacts> Facts(std::string name, std::uint64_t length);
 
 private:
@@ -60,7 +60,7 @@ private:
 
     std::map<std::string, SourceFile> files_;
     asio::thread_pool worker_{1};
-    std::map<std::pair<std::string, std::uint64_t>, FileFacts> known_; // the worker's own
+    std::map<std::pair<std::string, std::uint64_t>, FileFacts> known_; // used by the worker only
 };
 
 } // namespace server

@@ -352,12 +352,12 @@ TEST_F(Server, BoardsThatAreOdd)
         const char *message;
     } rows[] = {
         {FakeReply(15, Le32(2)), 5, "another user has locked the board"},
-        {FakeReply(21, Zeros(1)), 1, "reply 21 in the place of 15"},
+        {FakeReply(21, Zeros(1)), 1, "reply 21 instead of 15"},
         {lock + FakeReply(21, "half a name"), 1, "a listing with half a name"},
         {compared + FakeReply(30, name + Le32(2)) + FakeReply(37, Zeros(1)), 1, "the board cannot open a"},
         {begun + wrongCrc + FakeReply(30, name + Le32(1)) + FakeReply(33, Zeros(4) + Le32(1)) + wrongCrc +
              FakeReply(37, Zeros(1)),
-         6, "the board has a otherwise than it was sent"},
+         6, "the board's copy of a differs from what was sent"},
     };
     for (const auto &row : rows) {
         const Peer peer = FakeBoard();
