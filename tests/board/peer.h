@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// tests/board/peer.h: a plain TCP peer of the board, and integers as they are typed into packets.
+// tests/board/peer.h: a plain TCP peer of the board, and integers and texts as they are typed into packets.
 #pragma once
 
 #include "common/unique_fd.h"
@@ -21,9 +21,20 @@ inline std::string Le32(std::uint32_t value)
     return text;
 }
 
+inline std::string Le16(std::size_t value)
+{
+    return {static_cast<char>(value & 0xFF), static_cast<char>(value >> 8 & 0xFF)};
+}
+
 inline std::string Zeros(std::size_t count)
 {
     return std::string(count, '\0');
+}
+
+// A text in a field of `size` bytes.
+inline std::string Field(const std::string &text, std::size_t size)
+{
+    return text + Zeros(size - text.size());
 }
 
 inline sockaddr_in At(const std::string &address, std::uint16_t port)
@@ -57,7 +68,7 @@ public:
         return send(fd_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
                static_cast<ssize_t>(bytes.size());
     }
-    // Exactly `count` bytes; fewer when the end or a pause of `limit` milliseconds comes first.
+    // Exactly `count` bytes; fewer if the connection ends or is silent for `limit` milliseconds before.
     std::string Take(std::size_t count, int limit = 20'000) const
     {
         std::string bytes;

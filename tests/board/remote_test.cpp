@@ -2,7 +2,9 @@
 // The board as a client of a remote management server, which the test plays.
 #include "board_test.h"
 #include "common/unique_fd.h"
-#include "peer.h"
+#include "discovery_packets.h"
+#include "player_codes.h"
+#include "remote_packets.h"
 
 #include <sys/stat.h>
 
@@ -17,64 +19,23 @@ namespace
 
 constexpr char kConfigFile[] = "/home/root/plexa_data/remote_server";
 constexpr char kFolder[] = "/home/root/plexa_data/factory/";
-const std::string kId = std::string("K3-0012345678") + '\0';
-const std::string kHeartbeat = Le32(12) + Le32(11) + Le32(0);
-const std::string kAccepted = Le32(12) + Le32(10) + Le32(0);
+const std::string kHeartbeat = RemoteHeartbeat();
+const std::string kAccepted = RemoteLoginAnswer(0);
 
-std::string Field(const std::string &text, std::size_t size)
+std::string StatusRequest(std::uint32_t command)
 {
-    return text + Zeros(size - text.size());
+    return ProtocolHeader(0, 0, 0) + Le32(command) + kRemoteId;
 }
 
-std::string Outer(const std::string &inner)
+std::string Search()
 {
-    return Le32(static_cast<std::uint32_t>(22 + inner.size())) + Le32(13) + kId + inner;
+    return ProtocolHeader(0, 0, 0) + Zeros(kSearchSize - kHeaderSize);
 }
 
-std::string Request(std::uint32_t command, const std::string &data = "")
+// What AskByUdp gets for kStatusServerConnected, kStatusSetServer and kStatusForgetServer.
+std::string ServerReply(std::uint32_t command, char connected)
 {
-    return Outer(Le32(static_cast<std::uint32_t>(22 + data.size())) + Le32(command) + kId + data);
-}
-
-std::string Named(std::uint32_t command, const std::string &name)
-{
-    return Request(command, Field(name, 255));
-}
-
-std::string Chunk(const std::string &data)
-{
-    return Request(32, Le32(static_cast<std::uint32_t>(data.size())) + "unus" + data);
-}
-
-// A reply with its inner length, which is not the data's own in all of them.
-std::string Reply(std::uint32_t innerLength, std::uint32_t code, const std::string &data)
-{
-    return Outer(Le32(innerLength) + Le32(code) + kId + data);
-}
-
-std::string NameReply(std::uint32_t code, const std::string &name, std::uint32_t result)
-{
-    return Reply(281, code, Field(name, 255) + Le32(result));
-}
-
-std::string ResultReply(std::uint32_t code, std::uint32_t result)
-{
-    return Reply(26, code, Le32(result));
-}
-
-std::string LockReply(std::uint32_t result)
-{
-    return Reply(4, 15, Le32(result));
-}
-
-std::string ChunkReply(std::uint32_t result)
-{
-    return Reply(30, 33, Zeros(4) + Le32(result));
-}
-
-std::string Md5Reply(const std::string &name, const std::string &digest)
-{
-    return Reply(293, 17, Field(name, 255) + Field(digest, 16));
+    return Le32(command) + kRemoteId + connected;
 }
 
 class RemoteServer : public BoardTest
@@ -93,37 +54,37 @@ protected:
         options.folders.push_back(kFolder);
     }
 
-    // The next connection, with its greeting and login taken.
+    // The next connection, after its greeting and login.
     Peer Accept(int limit = 5000)
     {
         pollfd waiting{.fd = listener_.Get(), .events = POLLIN, .revents = 0};
         if (poll(&waiting, 1, limit) != 1)
             return {};
         Peer peer(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-        EXPECT_EQ(peer.Take(43), "\3" + Le32(42) + Le32(2) + user_ + kId);
+        EXPECT_EQ(peer.Take(kRemoteLoginSize), RemoteLogin(user_, kRemoteId));
         return peer;
     }
 
-    // An accepted connection with the device's parameters taken.
+    // An accepted connection, after the device's parameters.
     Peer AcceptAndWelcome(int limit = 5000)
     {
         Peer peer = Accept(limit);
         EXPECT_TRUE(peer.Send(kAccepted));
-        EXPECT_EQ(peer.Take(522).size(), 522U);
+        EXPECT_EQ(peer.Take(kDeviceParamSize).size(), kDeviceParamSize);
         return peer;
     }
 
-    // The device locked, too.
+    // The same, and the device is locked.
     Peer Begin()
     {
         Boot();
         Peer peer = AcceptAndWelcome();
-        EXPECT_EQ(Ask(peer, Request(14), 48), LockReply(1));
+        EXPECT_EQ(Ask(peer, Request(kRemoteLock), kLockReplySize), LockReply(kLocked));
         board->Forget();
         return peer;
     }
 
-    // Packets of `size` bytes together, the heartbeats between them left out.
+    // Packets of `size` bytes in all; heartbeats between them are skipped.
     static std::string TakeReplies(const Peer &peer, std::size_t size, int limit = 5000)
     {
         std::string replies;
@@ -166,7 +127,9 @@ protected:
 
     std::string SetServer(const std::string &address, std::uint32_t port, const std::string &user)
     {
-        return AskByUdp("ft" + Zeros(13 + 18) + Zeros(2) + Field(address, 256) + Le32(port) +
+        const std::string unread = Zeros(4 + kIdSize); // places of a command and of an identifier
+        const std::string isNoHostName = Le16(0);
+        return AskByUdp(ProtocolHeader(0, 0, 0) + unread + isNoHostName + Field(address, 256) + Le32(port) +
                         Field(user, 20));
     }
 
@@ -181,21 +144,26 @@ TEST_F(RemoteServer, LoginParametersAndHeartbeats)
     options.files["/usr/share/id/name"] = "north gate";
     Boot();
     const Peer peer = Accept();
-    ASSERT_TRUE(peer.Send(Le32(12) + Le32(10) + Le32(1) + Le32(8) + Le32(99))); // refused; an unknown command
-    EXPECT_TRUE(peer.Silent(100));
+    const std::string unknown = Le32(8) + Le32(99);
+    ASSERT_TRUE(peer.Send(RemoteLoginAnswer(1) + unknown));
+    EXPECT_TRUE(peer.Silent(100)) << "refused";
     ASSERT_TRUE(peer.Send(kAccepted));
-    const std::string param = peer.Take(522);
-    ASSERT_EQ(param.size(), 522U);
-    EXPECT_EQ(param.substr(0, 28), Le32(522) + Le32(9) + kId + Zeros(4) + "\x99\x01");
+    const std::string param = peer.Take(kDeviceParamSize);
+    ASSERT_EQ(param.size(), kDeviceParamSize);
+    EXPECT_EQ(param.substr(0, 22), RemotePacket(kDeviceParamSize, kRemoteDeviceParam, kRemoteId, ""));
+    EXPECT_EQ(param.substr(22, 6), Zeros(4) + Le16(kSearchReplySize));
     EXPECT_EQ(param.substr(28, 9), Zeros(9));
-    EXPECT_EQ(param.substr(37, 5), "\x0F\x0A\x14\x1E\x02") << "10.20.30.2";
-    EXPECT_EQ(param.substr(42, 8), Zeros(8));
-    EXPECT_EQ(param.substr(50, 14), kId);
-    EXPECT_EQ(param.substr(129, 11), Field("north gate", 11));
-    EXPECT_EQ(param.substr(379), Zeros(143));
+    constexpr char kSearchAnswer = 15;
+    EXPECT_EQ(param.substr(37, 5), kSearchAnswer + std::string("\x0A\x14\x1E\x02")) << "10.20.30.2";
+    EXPECT_EQ(param.substr(42, 8), Zeros(8)) << "two states";
+    constexpr std::size_t kRecordAt = 50;
+    constexpr std::size_t kNameAt = kRecordAt + 79;
+    EXPECT_EQ(param.substr(kRecordAt, kIdSize), kRemoteId);
+    EXPECT_EQ(param.substr(kNameAt, 11), Field("north gate", 11));
+    EXPECT_EQ(param.substr(kRecordAt + 329), Zeros(143));
 
     EXPECT_TRUE(peer.Silent(4500)) << "every seventh tick";
-    // Two more entries in the tick table: three calls a tick.
+    // Two more entries in the tick table: the heartbeat is called three times a tick.
     Expect(peer, kAccepted + kAccepted, param + param);
     EXPECT_EQ(peer.Take(12), kHeartbeat);
     const auto quick = Clock::now();
@@ -207,16 +175,19 @@ TEST_F(RemoteServer, PacketsInAnyPieces)
 {
     Boot();
     const Peer peer = AcceptAndWelcome();
-    const std::string requests = Request(37) + Le32(9) + Le32(77) + "x" + Request(14) + Request(36);
-    const std::string replies = LockReply(1) + Reply(23, 37, Zeros(1));
+    const std::string unknown = Le32(9) + Le32(77) + "x";
+    const std::string requests =
+        Request(kRemoteVideosReply) + unknown + Request(kRemoteLock) + Request(kRemoteListVideos);
+    const std::string noVideos = ListReply(kRemoteVideosReply, Zeros(1));
+    const std::string replies = LockReply(kLocked) + noVideos;
     Expect(peer, requests, replies);
     for (const char byte : requests)
         ASSERT_TRUE(peer.Send(std::string(1, byte)));
-    EXPECT_EQ(TakeReplies(peer, replies.size()), LockReply(2) + Reply(23, 37, Zeros(1)));
+    EXPECT_EQ(TakeReplies(peer, replies.size()), LockReply(kLockedByAnother) + noVideos);
     EXPECT_TRUE(board->Record().WaitForLog("type: 37", 2));
 }
 
-TEST_F(RemoteServer, RubbishIsAnsweredWithPatience)
+TEST_F(RemoteServer, AServerThatSendsRubbishIsTriedAgainLater)
 {
     Boot();
     const auto inode = [this] {
@@ -226,13 +197,14 @@ TEST_F(RemoteServer, RubbishIsAnsweredWithPatience)
     };
     const ino_t before = inode();
     Clock::time_point last = Clock::now() - 1h;
-    const std::string rubbish[] = {"", Le32(0)};
+    const std::string tooShortLength = Le32(0);
+    const std::string rubbish[] = {"", tooShortLength};
     for (const std::string &bytes : rubbish) {
         const Peer peer = Accept(8000);
         ASSERT_TRUE(peer.Connected());
-        EXPECT_GT(Clock::now() - last, 4s) << "connects are apart"; // six, less what the test is late
+        EXPECT_GT(Clock::now() - last, 4s) << "six seconds, less what the test is late";
         last = Clock::now();
-        if (bytes.empty()) // closes at once
+        if (bytes.empty()) // the server closes at once
             continue;
         ASSERT_TRUE(peer.Send(bytes));
         EXPECT_TRUE(peer.Ended());
@@ -249,31 +221,35 @@ TEST_F(RemoteServer, SetByTheToolAndForgotten)
 {
     options.files.erase(kConfigFile);
     Boot();
-    const std::string status = "ft" + Zeros(13) + Le32(2) + kId;
-    EXPECT_EQ(AskByUdp(status), Le32(2) + kId + Zeros(1));
+    const std::string status = StatusRequest(kStatusServerConnected);
+    EXPECT_EQ(AskByUdp(status), ServerReply(kStatusServerConnected, 0));
     user_ = Field("someone", 20);
-    EXPECT_EQ(SetServer("10.20.30.1", 7002, "nobody"), Le32(4) + kId + "\1"); // refused there, so it waits
+    // Nothing listens there: the board waits before it tries again.
+    EXPECT_EQ(SetServer("10.20.30.1", 7002, "nobody"), ServerReply(kStatusSetServer, 1));
     ASSERT_TRUE(board->Record().WaitForLog("create ConnectThread Success."));
-    EXPECT_EQ(SetServer("10.20.30.1", 65536 + 7001, "someone"), Le32(4) + kId + "\1");
+    EXPECT_EQ(SetServer("10.20.30.1", 65536 + 7001, "someone"), ServerReply(kStatusSetServer, 1));
     EXPECT_EQ(board->Root().Read(kConfigFile), "ip=10.20.30.1\nport=7001\nusername=someone\n");
     const Peer peer = AcceptAndWelcome();
-    EXPECT_EQ(AskByUdp(status), Le32(2) + kId + "\1");
-    EXPECT_EQ(AskByUdp("ft" + Zeros(13) + Le32(6) + kId),
-              Le32(6) + kId + Zeros(2) + Field("10.20.30.1", 256) + Le32(65536 + 7001) + user_);
+    EXPECT_EQ(AskByUdp(status), ServerReply(kStatusServerConnected, 1));
+    const std::string isNoHostName = Le16(0);
+    EXPECT_EQ(AskByUdp(StatusRequest(kStatusServerAddress)), Le32(kStatusServerAddress) + kRemoteId +
+                                                                 isNoHostName + Field("10.20.30.1", 256) +
+                                                                 Le32(65536 + 7001) + user_);
 
-    Expect(peer, Request(14), LockReply(1));
+    Expect(peer, Request(kRemoteLock), LockReply(kLocked));
     board->Forget();
-    EXPECT_EQ(AskByUdp("ft" + Zeros(13) + Le32(5) + kId), Le32(5) + kId + Zeros(1));
+    EXPECT_EQ(AskByUdp(StatusRequest(kStatusForgetServer)), ServerReply(kStatusForgetServer, 0));
     EXPECT_TRUE(peer.Ended());
     EXPECT_EQ(board->Record().Commands(), std::vector<std::string>{"rm /home/root/plexa_data/remote_server"});
     EXPECT_FALSE(Accept(1500).Connected());
 
     SetServer("10.20.30.1", 7001, "someone");
     const Peer again = AcceptAndWelcome();
-    Expect(again, Request(14), LockReply(2)); // the lock outlives the server that held it
+    // The lock stays when the server is removed.
+    Expect(again, Request(kRemoteLock), LockReply(kLockedByAnother));
 }
 
-TEST_F(RemoteServer, SessionLocksListsAndTellsThePlayer)
+TEST_F(RemoteServer, SessionLocksListsAndNotifiesThePlayer)
 {
     options.files[std::string(kFolder) + "b.mp4"] = "b";
     options.files[std::string(kFolder) + "a.txt"] = "a";
@@ -281,41 +257,44 @@ TEST_F(RemoteServer, SessionLocksListsAndTellsThePlayer)
     options.files[std::string(kFolder) + "sub/half.mp4.tarvo.bak"] = "11";
     Boot();
     const Peer peer = AcceptAndWelcome();
-    Expect(peer, Request(20), Reply(23, 21, Zeros(1))); // before the session there is no list
-    Expect(peer, Request(14), LockReply(1));
-    EXPECT_TRUE(board->Player().WaitForMessage(1));
+    // There is no list before the first lock.
+    Expect(peer, Request(kRemoteListFiles), ListReply(kRemoteFilesReply, Zeros(1)));
+    Expect(peer, Request(kRemoteLock), LockReply(kLocked));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvProgram));
     EXPECT_TRUE(board->Record().WaitForLog("unfinished file: sub/half.mp4"));
     const std::string all = "a.txt" + Zeros(1) + "b.mp4" + Zeros(1) + "sub/c.mp4" + Zeros(1);
-    const std::string listed = Ask(peer, Request(20), 44 + all.size() + 1).substr(44);
+    const std::string listed = Ask(peer, Request(kRemoteListFiles), kDataAt + all.size() + 1).substr(kDataAt);
     EXPECT_EQ(listed.size(), all.size() + 1);
     for (const char *const name : {"a.txt", "b.mp4", "sub/c.mp4"})
         EXPECT_NE(listed.find(name + Zeros(1)), std::string::npos) << name;
     EXPECT_LT(listed.find("a.txt"), listed.find("b.mp4")) << "by file type, the last first";
-    const std::string videos = Ask(peer, Request(36), 44 + all.size() + 1 - 6).substr(44);
+    const std::string videos =
+        Ask(peer, Request(kRemoteListVideos), kDataAt + all.size() + 1 - 6).substr(kDataAt);
     EXPECT_EQ(videos.find("a.txt"), std::string::npos);
 
-    // A refused user has the lists made anew all the same.
+    // The lists are made again even for a user who is refused.
     board->Root().Write(std::string(kFolder) + "new.txt", "n");
-    Expect(peer, Request(14), LockReply(2));
-    EXPECT_NE(Ask(peer, Request(20), 44 + all.size() + 9).find("new.txt"), std::string::npos);
+    Expect(peer, Request(kRemoteLock), LockReply(kLockedByAnother));
+    EXPECT_NE(Ask(peer, Request(kRemoteListFiles), kDataAt + all.size() + 9).find("new.txt"),
+              std::string::npos);
 
-    ASSERT_TRUE(peer.Send(Request(31)));
-    EXPECT_TRUE(board->Player().WaitForMessage(12)) << "not finished";
-    Expect(peer, Request(14), LockReply(1));
-    const std::string finish = Request(34, "what was brought");
+    ASSERT_TRUE(peer.Send(Request(kRemoteUnlock)));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvNoFinish)) << "not finished";
+    Expect(peer, Request(kRemoteLock), LockReply(kLocked));
+    const std::string finish = Request(kRemoteFinish, "what was brought");
     std::string echo = Field(finish, 299);
     echo.replace(0, 4, Le32(299));
     Expect(peer, finish, echo);
-    EXPECT_TRUE(board->Player().WaitForMessage(2));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvEnd));
     EXPECT_TRUE(board->Record().WaitForLog("::LogOut::"));
-    ASSERT_TRUE(peer.Send(Request(31)));
-    Expect(peer, Request(14), LockReply(1));
-    EXPECT_TRUE(board->Player().WaitForMessage(1, 4));
-    EXPECT_FALSE(board->Player().WaitForMessage(12, 2, 100ms)) << "it was finished";
+    ASSERT_TRUE(peer.Send(Request(kRemoteUnlock)));
+    Expect(peer, Request(kRemoteLock), LockReply(kLocked));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvProgram, 4));
+    EXPECT_FALSE(board->Player().WaitForMessage(kPlayerRecvNoFinish, 2, 100ms)) << "it was finished";
 
     board->Forget();
     board->Root().MakeFolder(std::string(kFolder) + "empty/deep");
-    Expect(peer, Request(38), Reply(22, 39, ""));
+    Expect(peer, Request(kRemoteRemoveNotVideo), Reply(22, kRemoteNotVideoReply, ""));
     EXPECT_EQ(board->Record().Commands(),
               (std::vector<std::string>{"rm /home/root/plexa_data/factory/new.txt",
                                         "rm /home/root/plexa_data/factory/a.txt"}));
@@ -329,12 +308,12 @@ TEST_F(RemoteServer, ListsOfManyNamesComeInPieces)
         options.files[kFolder + std::string(40, 'v') + std::to_string(number) + ".mp4"] = "";
     const Peer peer = Begin();
     // 400 names of 49 bytes with their zero: 187 whole ones fit into a packet.
-    ASSERT_TRUE(peer.Send(Request(20)));
-    for (const std::uint32_t names : {187U, 187U, 26U}) {
-        const std::uint32_t size = 44 + 49 * names + (names == 26 ? 1 : 0);
+    ASSERT_TRUE(peer.Send(Request(kRemoteListFiles)));
+    for (const std::size_t names : {187U, 187U, 26U}) {
+        const std::size_t size = kDataAt + 49 * names + (names == 26 ? 1 : 0); // the last zero ends the list
         const std::string reply = TakeReplies(peer, size);
-        EXPECT_EQ(reply.substr(0, 30), Le32(size) + Le32(13) + kId + Le32(size - 22) + Le32(21));
-        EXPECT_EQ(reply.substr(44, 40), std::string(40, 'v'));
+        const std::string inner = RemotePacket(size - 22, kRemoteFilesReply, kRemoteId, std::string(40, 'v'));
+        EXPECT_EQ(reply.substr(0, kDataAt + 40), RemotePacket(size, kRemoteSession, kRemoteId, inner));
     }
 }
 
@@ -343,54 +322,60 @@ TEST_F(RemoteServer, FilesAreReceivedResumedAndVerified)
     const Peer peer = Begin();
     const std::string path = std::string(kFolder) + "sub/a.mp4";
     const std::string table = path + ".tarvo.bak";
-    Expect(peer, Named(24, "sub/a.mp4"), NameReply(30, "sub/a.mp4", 1));
-    Expect(peer, Chunk("12345") + Chunk("6789") + Chunk(""), ChunkReply(1) + ChunkReply(1) + ChunkReply(1));
+    constexpr std::uint32_t kCrcOf123456789 = 0x0376E6E7;
+    Expect(peer, Named(kRemoteCreate, "sub/a.mp4"), NameReply(kRemoteOpenReply, "sub/a.mp4", kSuccess));
+    Expect(peer, Chunk("12345") + Chunk("6789") + Chunk(""),
+           ChunkReply(kSuccess) + ChunkReply(kSuccess) + ChunkReply(kSuccess));
     EXPECT_EQ(board->Root().Read(path), "123456789");
     EXPECT_EQ(board->Root().Read(table), "111");
-    Expect(peer, Named(22, "sub/a.mp4"), Reply(281, 23, Field("sub/a.mp4", 255) + "111" + Zeros(1)));
-    Expect(peer, Named(22, "sub/a.mp4"), Reply(278, 23, Field("sub/a.mp4", 255) + Zeros(1)));
-    Expect(peer, Named(22, "sub/a.mp4"), Reply(281, 23, Field("sub/a.mp4", 255) + "111" + Zeros(1)));
-    Expect(peer, Named(16, "sub/a.mp4"), Md5Reply("sub/a.mp4", "25f9e794323b4538"));
+    Expect(peer, Named(kRemoteTable, "sub/a.mp4"), TableReply("sub/a.mp4", "111"));
+    Expect(peer, Named(kRemoteTable, "sub/a.mp4"), TableReply("sub/a.mp4", ""));
+    Expect(peer, Named(kRemoteTable, "sub/a.mp4"), TableReply("sub/a.mp4", "111"));
+    Expect(peer, Named(kRemoteMd5, "sub/a.mp4"), Md5Reply("sub/a.mp4", "25f9e794323b4538"));
     board->Forget();
-    Expect(peer, Named(25, "sub/a.mp4"), NameReply(29, "sub/a.mp4", 0x0376E6E7));
+    Expect(peer, Named(kRemoteClose, "sub/a.mp4"),
+           NameReply(kRemoteCloseReply, "sub/a.mp4", kCrcOf123456789));
     EXPECT_EQ(board->Record().Commands(), std::vector<std::string>{"rm " + table});
     EXPECT_FALSE(board->Root().Exists(table));
-    Expect(peer, Chunk("more"), ChunkReply(2));
-    Expect(peer, Named(25, "sub/a.mp4"), NameReply(29, "sub/a.mp4", 0x0376E6E7)); // nothing is open
+    Expect(peer, Chunk("more"), ChunkReply(kFailure));
+    Expect(peer, Named(kRemoteClose, "sub/a.mp4"),
+           NameReply(kRemoteCloseReply, "sub/a.mp4", kCrcOf123456789)); // nothing is open
 
-    // A lost connection leaves file and table; the CRC begins anew where it is resumed.
-    Expect(peer, Named(24, "b"), NameReply(30, "b", 1));
-    Expect(peer, Chunk("begin "), ChunkReply(1));
+    // A lost connection leaves file and table; the CRC starts again where the transfer is resumed.
+    Expect(peer, Named(kRemoteCreate, "b"), NameReply(kRemoteOpenReply, "b", kSuccess));
+    Expect(peer, Chunk("begin "), ChunkReply(kSuccess));
     shutdown(peer.Get(), SHUT_RDWR);
     const Peer again = AcceptAndWelcome();
-    Expect(again, Request(14), LockReply(1));
-    Expect(again, Named(35, "b"), NameReply(30, "b", 1));
-    Expect(again, Chunk("123456789"), ChunkReply(1));
+    Expect(again, Request(kRemoteLock), LockReply(kLocked));
+    Expect(again, Named(kRemoteResume, "b"), NameReply(kRemoteOpenReply, "b", kSuccess));
+    Expect(again, Chunk("123456789"), ChunkReply(kSuccess));
     EXPECT_EQ(board->Root().Read(std::string(kFolder) + "b"), "begin 123456789");
     EXPECT_EQ(board->Root().Read(std::string(kFolder) + "b.tarvo.bak"), "11");
-    Expect(again, Named(25, "b"), NameReply(29, "b", 0x0376E6E7));
+    Expect(again, Named(kRemoteClose, "b"), NameReply(kRemoteCloseReply, "b", kCrcOf123456789));
 
-    // A transfer that began without a USB disk ends when there is one.
-    Expect(again, Named(24, "c"), NameReply(30, "c", 1));
-    ASSERT_TRUE(board->Player().Send(7, 1));
-    EXPECT_TRUE(board->WaitFor([&] { return Ask(again, Chunk("x"), 52) == ChunkReply(2); }));
+    // A transfer that began without a USB disk ends when one is plugged in.
+    Expect(again, Named(kRemoteCreate, "c"), NameReply(kRemoteOpenReply, "c", kSuccess));
+    ASSERT_TRUE(board->Player().Send(kPlayerUsbState, 1));
+    EXPECT_TRUE(
+        board->WaitFor([&] { return Ask(again, Chunk("x"), kChunkReplySize) == ChunkReply(kFailure); }));
 }
 
 TEST_F(RemoteServer, NamesAreBytes)
 {
     const Peer peer = Begin();
     for (const std::string name : {"caf\xE9/na\xEFve/f\xFFlm", ".hidden/.file", "\xE6\x96\x87\\b"}) {
-        Expect(peer, Named(24, name), NameReply(30, name, 1));
-        Expect(peer, Chunk(name), ChunkReply(1));
+        Expect(peer, Named(kRemoteCreate, name), NameReply(kRemoteOpenReply, name, kSuccess));
+        Expect(peer, Chunk(name), ChunkReply(kSuccess));
         EXPECT_EQ(board->Root().Read(kFolder + name), name);
     }
-    EXPECT_TRUE(board->Root().Exists(std::string(kFolder) + "\xE6\x96\x87")) << "cut at the backslash, too";
-    Expect(peer, Request(14), LockReply(2));
-    // Neither hidden names nor what is no UTF-8 is listed.
-    Expect(peer, Request(20), Reply(29, 21, "\xE6\x96\x87\\b" + Zeros(2)));
+    EXPECT_TRUE(board->Root().Exists(std::string(kFolder) + "\xE6\x96\x87"))
+        << "a backslash ends a folder, too";
+    Expect(peer, Request(kRemoteLock), LockReply(kLockedByAnother));
+    // Hidden names and names that are not UTF-8 are not listed.
+    Expect(peer, Request(kRemoteListFiles), ListReply(kRemoteFilesReply, "\xE6\x96\x87\\b" + Zeros(2)));
 }
 
-TEST_F(RemoteServer, RefusalsAndMissingThings)
+TEST_F(RemoteServer, RefusedAndMissingNames)
 {
     options.files[std::string(kFolder) + "a.txt"] = "a";
     options.files[std::string(kFolder) + "b/c.mp4"] = "c";
@@ -399,29 +384,31 @@ TEST_F(RemoteServer, RefusalsAndMissingThings)
     const Peer peer = AcceptAndWelcome();
     board->Forget();
     // Before a session there is no folder.
-    Expect(peer, Named(24, "n"), NameReply(30, "n", 2));
-    Expect(peer, Named(35, "n"), NameReply(30, "n", 2));
-    Expect(peer, Chunk("x"), ChunkReply(2));
-    Expect(peer, Request(18), ResultReply(19, 2));
-    Expect(peer, Request(28, "n" + Zeros(1)), ResultReply(27, 1));
-    Expect(peer, Request(38), Reply(22, 39, ""));
-    Expect(peer, Named(22, "n") + Named(16, "n"), Md5Reply("n", ""));
+    Expect(peer, Named(kRemoteCreate, "n"), NameReply(kRemoteOpenReply, "n", kFailure));
+    Expect(peer, Named(kRemoteResume, "n"), NameReply(kRemoteOpenReply, "n", kFailure));
+    Expect(peer, Chunk("x"), ChunkReply(kFailure));
+    Expect(peer, Request(kRemoteClean), ResultReply(kRemoteCleanReply, kFailure));
+    Expect(peer, Request(kRemoteRemove, "n" + Zeros(1)), ResultReply(kRemoteRemoveReply, kSuccess));
+    Expect(peer, Request(kRemoteRemoveNotVideo), Reply(22, kRemoteNotVideoReply, ""));
+    Expect(peer, Named(kRemoteTable, "n") + Named(kRemoteMd5, "n"), Md5Reply("n", ""));
     EXPECT_TRUE(board->Record().Commands().empty());
 
-    Expect(peer, Request(14), LockReply(1));
+    Expect(peer, Request(kRemoteLock), LockReply(kLocked));
     board->Forget();
     for (const std::string name : {"../up", "/etc/passwd", "a//b", "", "x/../../y", "new\nline"}) {
         SCOPED_TRACE(name);
-        Expect(peer, Named(24, name), NameReply(30, name, 2));
-        Expect(peer, Named(35, name), NameReply(30, name, 2));
-        Expect(peer, Named(22, name) + Named(16, name), Md5Reply(name, ""));
-        Expect(peer, Request(28, name + Zeros(1)), ResultReply(27, 1));
+        Expect(peer, Named(kRemoteCreate, name), NameReply(kRemoteOpenReply, name, kFailure));
+        Expect(peer, Named(kRemoteResume, name), NameReply(kRemoteOpenReply, name, kFailure));
+        Expect(peer, Named(kRemoteTable, name) + Named(kRemoteMd5, name), Md5Reply(name, ""));
+        Expect(peer, Request(kRemoteRemove, name + Zeros(1)), ResultReply(kRemoteRemoveReply, kSuccess));
     }
     EXPECT_TRUE(board->Record().Commands().empty());
-    Expect(peer, Named(16, "missing"), Md5Reply("missing", ""));
-    Expect(peer, Named(22, "missing") + Named(16, "a.txt"), Md5Reply("a.txt", "0cc175b9c0f1b6a8"));
-    Expect(peer, Request(28, "a.txt" + Zeros(1) + "b/c.mp4" + Zeros(1) + "it's here"), ResultReply(27, 1));
-    Expect(peer, Request(18), ResultReply(19, 1));
+    Expect(peer, Named(kRemoteMd5, "missing"), Md5Reply("missing", ""));
+    Expect(peer, Named(kRemoteTable, "missing") + Named(kRemoteMd5, "a.txt"),
+           Md5Reply("a.txt", "0cc175b9c0f1b6a8"));
+    Expect(peer, Request(kRemoteRemove, "a.txt" + Zeros(1) + "b/c.mp4" + Zeros(1) + "it's here"),
+           ResultReply(kRemoteRemoveReply, kSuccess));
+    Expect(peer, Request(kRemoteClean), ResultReply(kRemoteCleanReply, kSuccess));
     const std::vector<std::string> commands = {"rm /home/root/plexa_data/factory//missing.tarvo.bak",
                                                "rm /home/root/plexa_data/factory/a.txt",
                                                "rm /home/root/plexa_data/factory/b/c.mp4",
@@ -429,7 +416,8 @@ TEST_F(RemoteServer, RefusalsAndMissingThings)
                                                "rm -r /home/root/plexa_data/factory/*"};
     EXPECT_EQ(board->Record().Commands(), commands);
     EXPECT_FALSE(board->Root().Exists(std::string(kFolder) + "it's here"));
-    Expect(peer, Request(32, Le32(2) + "unus" + "x"), ChunkReply(2)); // fewer bytes than it says
+    const std::string announcesTwoBytes = Le32(2) + "unus" + "x";
+    Expect(peer, Request(kRemoteData, announcesTwoBytes), ChunkReply(kFailure));
 }
 
 TEST_F(RemoteServer, LongTableIsReadInPieces)
@@ -438,13 +426,13 @@ TEST_F(RemoteServer, LongTableIsReadInPieces)
     options.files[std::string(kFolder) + "w.mp4.tarvo.bak"] = "1";
     const Peer peer = Begin();
     const auto piece = [](const std::string &name, std::uint32_t count) {
-        return Reply(278 + count, 23, Field(name, 255) + std::string(count, '1') + Zeros(1));
+        return TableReply(name, std::string(count, '1'));
     };
-    // The first one is left open and given up for the second.
-    Expect(peer, Named(22, "v.mp4"), piece("v.mp4", 8916));
-    Expect(peer, Named(22, "w.mp4"), piece("w.mp4", 1));
+    // The first table stays open until the second is asked for.
+    Expect(peer, Named(kRemoteTable, "v.mp4"), piece("v.mp4", 8916));
+    Expect(peer, Named(kRemoteTable, "w.mp4"), piece("w.mp4", 1));
     for (const std::uint32_t count : {8916U, 1084U, 0U})
-        Expect(peer, Named(22, "v.mp4"), piece("v.mp4", count));
+        Expect(peer, Named(kRemoteTable, "v.mp4"), piece("v.mp4", count));
 }
 
 TEST_F(RemoteServer, FullDiskFailsTheChunk)
@@ -452,10 +440,10 @@ TEST_F(RemoteServer, FullDiskFailsTheChunk)
     options.dataMebibytes = 1;
     options.folders.clear();
     const Peer peer = Begin();
-    Expect(peer, Named(24, "v.mp4"), NameReply(30, "v.mp4", 1));
+    Expect(peer, Named(kRemoteCreate, "v.mp4"), NameReply(kRemoteOpenReply, "v.mp4", kSuccess));
     const std::string data(8000, 'x');
     std::size_t stored = 0;
-    while (Ask(peer, Chunk(data), 52) == ChunkReply(1))
+    while (Ask(peer, Chunk(data), kChunkReplySize) == ChunkReply(kSuccess))
         ++stored;
     EXPECT_GT(stored, 100U);
     EXPECT_EQ(board->Root().Read(std::string(kFolder) + "v.mp4").size(), stored * data.size());
@@ -466,21 +454,22 @@ TEST_F(RemoteServer, LargeDigestsKeepTheOrderAndTheLoopFree)
 {
     const Peer peer = Begin();
     board->Run("truncate -s 1G /home/root/plexa_data/factory/large");
-    ASSERT_TRUE(peer.Send(Named(16, "large") + Request(18) + Named(16, "large")));
+    ASSERT_TRUE(peer.Send(Named(kRemoteMd5, "large") + Request(kRemoteClean) + Named(kRemoteMd5, "large")));
     const auto begin = Clock::now();
-    EXPECT_EQ(AskByUdp("ft" + Zeros(28)).size(), 394U);
+    EXPECT_EQ(AskByUdp(Search()).size(), kSearchReplySize - kHeaderSize);
     EXPECT_LT(Clock::now() - begin, 1s);
-    EXPECT_EQ(TakeReplies(peer, 315 + 48 + 315, 60000),
-              Md5Reply("large", "cd573cfaace07e79") + ResultReply(19, 1) + Md5Reply("large", ""));
+    EXPECT_EQ(TakeReplies(peer, kMd5ReplySize + kResultReplySize + kMd5ReplySize, 60000),
+              Md5Reply("large", "cd573cfaace07e79") + ResultReply(kRemoteCleanReply, kSuccess) +
+                  Md5Reply("large", ""));
 
     // A connection that goes while a digest is computed takes it along.
     board->Run("truncate -s 1G /home/root/plexa_data/factory/large");
-    ASSERT_TRUE(peer.Send(Named(16, "large")));
-    EXPECT_EQ(AskByUdp("ft" + Zeros(13) + Le32(5) + kId), Le32(5) + kId + Zeros(1));
+    ASSERT_TRUE(peer.Send(Named(kRemoteMd5, "large")));
+    EXPECT_EQ(AskByUdp(StatusRequest(kStatusForgetServer)), ServerReply(kStatusForgetServer, 0));
     EXPECT_TRUE(peer.Ended());
     SetServer("10.20.30.1", 7001, user_);
     const Peer again = AcceptAndWelcome();
-    Expect(again, Named(16, "none"), Md5Reply("none", ""));
+    Expect(again, Named(kRemoteMd5, "none"), Md5Reply("none", ""));
 }
 
 TEST_F(RemoteServer, ServerThatDoesNotReadIsLeft)
@@ -488,11 +477,12 @@ TEST_F(RemoteServer, ServerThatDoesNotReadIsLeft)
     options.files[std::string(kFolder) + "v.tarvo.bak"] = std::string(20'000'000, '1');
     const Peer peer = Begin();
     std::thread sender([&peer] { // answers are thirty times as long as questions
-        while (peer.Send(Named(22, "v"))) {
+        while (peer.Send(Named(kRemoteTable, "v"))) {
         }
     });
     EXPECT_TRUE(board->Record().WaitForLog("send device param fail: ", 1, 30s));
-    EXPECT_EQ(AskByUdp("ft" + Zeros(28)).size(), 394U);
+    EXPECT_EQ(AskByUdp(Search()).size(), kSearchReplySize - kHeaderSize);
     sender.join();
-    EXPECT_EQ(Ask(AcceptAndWelcome(), Request(14), 48), LockReply(1)) << "the lock went with the connection";
+    EXPECT_EQ(Ask(AcceptAndWelcome(), Request(kRemoteLock), kLockReplySize), LockReply(kLocked))
+        << "the lock went with the connection";
 }

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 // TCP sessions: login, framing, and when a session ends.
-#include "peer.h"
+#include "firmware_packets.h"
+#include "player_codes.h"
+#include "session_packets.h"
+#include "setting_codes.h"
 #include "udp_peer.h"
 
 using namespace std::chrono_literals;
@@ -8,24 +11,9 @@ using namespace std::chrono_literals;
 namespace
 {
 
-enum : std::uint32_t { kUpload = 0, kSettings = 1, kFirmware = 2, kPlayer = 3, kModem = 4 };
-
-// Asks the firmware service for the versions; it answers with 25 bytes.
-std::string AskVersion()
-{
-    return Le32(33) + Zeros(4) + "\x76\x71" + Zeros(2) + Le32(25) + Zeros(2) + "xyz" + Le32(1) + Zeros(8);
-}
-constexpr std::size_t kVersionReply = 25;
-
-std::string Login(std::uint32_t subType)
-{
-    return Le32(8) + Le32(subType);
-}
-
-std::string LoginReply(char status)
-{
-    return Le32(8) + status + Zeros(3);
-}
+constexpr std::uint32_t kUnbound = 5; // the first sub-type without a service
+constexpr std::uint32_t kModemCommandStatus = 1;
+constexpr std::size_t kModemStatusSize = 308;
 
 class Sessions : public BoardTest
 {
@@ -36,7 +24,7 @@ protected:
     {
         Peer peer = Connect();
         EXPECT_TRUE(peer.Send(Login(subType)));
-        EXPECT_EQ(peer.Take(8), LoginReply(subType == kModem ? 4 : 1));
+        EXPECT_EQ(peer.Take(8), LoginReply(subType == kModem ? kLoginModem : kLoginAccepted));
         return peer;
     }
     void ExpectCount(const std::string &line, std::size_t count)
@@ -61,16 +49,20 @@ TEST_F(Sessions, LoginTable)
     Boot();
     const Unharmed unharmed(*board);
     struct Row {
-        unsigned others; // modem sessions that are there already
+        unsigned others; // modem sessions that are open already
         std::uint32_t subType;
         char status;
         bool kept;
     };
     const Row rows[] = {
-        {0, kUpload, 1, true},     {0, kSettings, 1, true},  {0, kFirmware, 1, true},  {0, kPlayer, 1, true},
-        {0, kModem, 4, true},      {1, kUpload, 1, true},    {1, kFirmware, 1, true},  {1, 5, 1, true},
-        {2, kUpload, 0, false},    {2, kSettings, 0, false}, {2, kFirmware, 0, false}, {2, 5, 0, false},
-        {2, 0xFFFFFFFF, 0, false}, {0, 0xFFFFFFFF, 1, true}, {2, kPlayer, 1, true},    {2, kModem, 4, true},
+        {0, kUpload, kLoginAccepted, true},    {0, kSettings, kLoginAccepted, true},
+        {0, kFirmware, kLoginAccepted, true},  {0, kPlayer, kLoginAccepted, true},
+        {0, kModem, kLoginModem, true},        {1, kUpload, kLoginAccepted, true},
+        {1, kFirmware, kLoginAccepted, true},  {1, kUnbound, kLoginAccepted, true},
+        {2, kUpload, kLoginRefused, false},    {2, kSettings, kLoginRefused, false},
+        {2, kFirmware, kLoginRefused, false},  {2, kUnbound, kLoginRefused, false},
+        {2, 0xFFFFFFFF, kLoginRefused, false}, {0, 0xFFFFFFFF, kLoginAccepted, true},
+        {2, kPlayer, kLoginAccepted, true},    {2, kModem, kLoginModem, true},
     };
     for (const Row &row : rows) {
         {
@@ -81,18 +73,18 @@ TEST_F(Sessions, LoginTable)
             EXPECT_TRUE(peer.Send(Login(row.subType) + "what follows is ignored"));
             EXPECT_EQ(peer.Take(8), LoginReply(row.status)) << row.others << " " << row.subType;
             EXPECT_EQ(row.kept ? peer.Silent(30) : peer.Ended(), true) << row.others << " " << row.subType;
-            if (row.subType == 5 && row.kept) { // nothing is bound: the next packet is a login again
+            if (row.subType == kUnbound && row.kept) { // nothing is bound: the next packet is a login again
                 EXPECT_TRUE(peer.Send(Login(0x7FFFFFFF)));
-                EXPECT_EQ(peer.Take(8), LoginReply(1));
+                EXPECT_EQ(peer.Take(8), LoginReply(kLoginAccepted));
                 EXPECT_TRUE(peer.Send(Login(kModem)));
-                EXPECT_EQ(peer.Take(8), LoginReply(4));
+                EXPECT_EQ(peer.Take(8), LoginReply(kLoginModem));
             }
         }
         unharmed.Check("login " + std::to_string(row.subType));
     }
 }
 
-TEST_F(Sessions, SecondFirmwareClientIsToldOfTheUpgrade)
+TEST_F(Sessions, SecondFirmwareClientLearnsOfTheUpgrade)
 {
     Boot();
     const Peer first = LogIn(kFirmware);
@@ -102,13 +94,13 @@ TEST_F(Sessions, SecondFirmwareClientIsToldOfTheUpgrade)
             sessions.push_back(LogIn(kModem));
         const Peer second = Connect();
         EXPECT_TRUE(second.Send(Login(kFirmware)));
-        EXPECT_EQ(second.Take(8), LoginReply(2));
+        EXPECT_EQ(second.Take(8), LoginReply(kLoginUpgrading));
         EXPECT_TRUE(second.Ended());
     }
     ExpectCount("version_thread.cpp::LogIn::512---]", 1);
     ExpectCount("version_thread.cpp::LogOut::519---]", 0); // the refused one was never logged in
     EXPECT_TRUE(first.Send(AskVersion()));
-    EXPECT_EQ(first.Take(kVersionReply).size(), kVersionReply);
+    EXPECT_EQ(first.Take(kVersionReplySize).size(), kVersionReplySize);
 }
 
 // A stray probe must not start an upload, which would remove the boot picture.
@@ -134,15 +126,15 @@ TEST_F(Sessions, WhatIsNoLoginIsClosedWithoutAnAnswer)
     unharmed.Check("no login");
 }
 
-TEST_F(Sessions, WhatComesBehindTheLoginIsLost)
+TEST_F(Sessions, WhatFollowsTheLoginIsLost)
 {
     Boot();
     const Peer peer = Connect();
     EXPECT_TRUE(peer.Send(Login(kFirmware) + AskVersion()));
-    EXPECT_EQ(peer.Take(8), LoginReply(1));
+    EXPECT_EQ(peer.Take(8), LoginReply(kLoginAccepted));
     EXPECT_TRUE(peer.Silent(50));
     EXPECT_TRUE(peer.Send(AskVersion())); // begins at the start of the buffer
-    EXPECT_EQ(peer.Take(kVersionReply).size(), kVersionReply);
+    EXPECT_EQ(peer.Take(kVersionReplySize).size(), kVersionReplySize);
     EXPECT_TRUE(peer.Silent(50));
 }
 
@@ -151,14 +143,16 @@ TEST_F(Sessions, LongestPacketsAndOneByteMore)
     Boot();
     const Unharmed unharmed(*board);
     struct Row {
-        bool loggedIn; // the packet is a status request to the modem's service, else the login itself
+        bool loggedIn; // true: the packet asks for the modem's status; false: it is the login itself
         std::uint32_t length;
-        std::size_t reply; // bytes; 0: it can never complete
+        std::size_t reply; // bytes; 0: the packet never completes
     };
-    for (const Row &row :
-         {Row{false, 9216, 8}, Row{false, 9217, 0}, Row{true, 9216, 308}, Row{true, 0xFFFFFFFF, 0}}) {
+    for (const Row &row : {Row{false, 9216, 8}, Row{false, 9217, 0}, Row{true, 9216, kModemStatusSize},
+                           Row{true, 0xFFFFFFFF, 0}}) {
         const Peer peer = row.loggedIn ? LogIn(kModem) : Connect();
-        EXPECT_TRUE(peer.Send(Le32(row.length) + Le32(kModem) + Le32(1) + Zeros(9216 - 13)));
+        const std::uint32_t subType = kModem; // of a login; the modem's service does not read this word
+        const std::uint32_t command = kModemCommandStatus;
+        EXPECT_TRUE(peer.Send(Le32(row.length) + Le32(subType) + Le32(command) + Zeros(9216 - 13)));
         EXPECT_TRUE(peer.Silent(50)) << "one byte is missing";
         EXPECT_TRUE(peer.Send("x"));
         EXPECT_EQ(peer.Take(row.reply).size(), row.reply) << row.length;
@@ -171,13 +165,13 @@ TEST_F(Sessions, LongestPacketsAndOneByteMore)
     unharmed.Check("longest packets");
 }
 
-TEST_F(Sessions, TheLogTellsWhatHappens)
+TEST_F(Sessions, LogReportsWhatHappens)
 {
     Boot();
     {
         const Peer peer = LogIn(kModem);
-        EXPECT_TRUE(peer.Send(Le32(12) + Zeros(4) + Le32(1)));
-        EXPECT_EQ(peer.Take(308).size(), 308U);
+        EXPECT_TRUE(peer.Send(Framed(Le32(kModemCommandStatus))));
+        EXPECT_EQ(peer.Take(kModemStatusSize).size(), kModemStatusSize);
     }
     ExpectCount("connecting error, one client quit!", 1);
     const std::string log = board->Record().LogText();
@@ -204,7 +198,7 @@ TEST_F(Sessions, PacketsInAnyPieces)
         const int on = 1;
         setsockopt(peer.Get(), IPPROTO_TCP, 1 /* no delay */, &on, sizeof on);
         EXPECT_TRUE(peer.Send(packet));
-        const std::string reply = peer.Take(kVersionReply);
+        const std::string reply = peer.Take(kVersionReplySize);
         // Three packets, cut at every place of the first; each piece is served before the next is sent.
         const std::string two = packet + packet;
         const std::string threeReplies = reply + reply + reply;
@@ -212,11 +206,11 @@ TEST_F(Sessions, PacketsInAnyPieces)
             EXPECT_TRUE(peer.Send(packet.substr(0, cut)));
             EXPECT_TRUE(peer.Silent(2));
             EXPECT_TRUE(peer.Send(packet.substr(cut).append(two)));
-            EXPECT_EQ(peer.Take(3 * kVersionReply), threeReplies) << cut;
+            EXPECT_EQ(peer.Take(3 * kVersionReplySize), threeReplies) << cut;
         }
         for (const char byte : packet)
             EXPECT_TRUE(peer.Send(std::string(1, byte)));
-        EXPECT_EQ(peer.Take(kVersionReply), reply);
+        EXPECT_EQ(peer.Take(kVersionReplySize), reply);
 
         // Far more than the buffer holds, in one go.
         std::string many;
@@ -232,7 +226,7 @@ TEST_F(Sessions, PacketsInAnyPieces)
     unharmed.Check("packets in pieces");
 }
 
-// The settings service says when it is given a packet that is too short for it.
+// The settings service logs a packet that is too short for it.
 TEST_F(Sessions, ShortLengthWordsAreTakenAsGiven)
 {
     const std::string dropped = "packet does not fit its frame, dropped.";
@@ -240,14 +234,15 @@ TEST_F(Sessions, ShortLengthWordsAreTakenAsGiven)
     const Unharmed unharmed(*board);
     {
         const Peer peer = LogIn(kSettings);
-        // Each takes as many bytes as it says, and the rest of its word begins the next packet.
-        EXPECT_TRUE(peer.Send("\x03" + Zeros(3) + "\x01" + Zeros(2) + std::string(252, 'x') + // 3, 256
-                              "\x02" + Zeros(3) + "\x01" + Zeros(1)));                        // 2, 0x10000
+        // A packet consumes as many bytes as its length says; the rest of the length begins the next packet.
+        const std::string three = Le32(3).substr(0, 3);
+        const std::string two = Le32(2).substr(0, 2);
+        EXPECT_TRUE(peer.Send(three + Le32(256) + std::string(252, 'x') + two + Le32(0x10000)));
         ExpectCount(dropped, 2);
         EXPECT_TRUE(peer.Silent(50));
     }
     unharmed.Check("length 3");
-    for (const std::uint32_t length : {1U, 2U, 3U}) { // what is left of its word says more than ever comes
+    for (const std::uint32_t length : {1U, 2U, 3U}) { // the rest of the length makes the next packet endless
         const Peer peer = LogIn(kSettings);
         board->Forget();
         EXPECT_TRUE(peer.Send(Le32(length) + "\x7F\x7F\x7F\x7F"));
@@ -259,7 +254,7 @@ TEST_F(Sessions, ShortLengthWordsAreTakenAsGiven)
         const Peer peer = LogIn(kSettings);
         board->Forget();
         std::size_t sent = 0;
-        for (std::size_t read = 1; read <= 4; ++read) { // dispatched once per read, and the bytes stay
+        for (std::size_t read = 1; read <= 4; ++read) { // handled once per read, and the bytes stay
             EXPECT_TRUE(peer.Send(Zeros(read == 1 ? 4 : 1000)));
             sent += read == 1 ? 4 : 1000;
             ExpectCount(dropped, read);
@@ -272,7 +267,7 @@ TEST_F(Sessions, ShortLengthWordsAreTakenAsGiven)
     }
     unharmed.Check("length 0");
     {
-        const Peer peer = LogIn(kFirmware); // this service refuses what is too short
+        const Peer peer = LogIn(kFirmware); // this service refuses a packet that is too short
         EXPECT_TRUE(peer.Send(Zeros(4)));
         EXPECT_TRUE(peer.Ended());
         EXPECT_TRUE(board->Record().WaitForLog("dispose packet error!!!!!!!!!"));
@@ -293,8 +288,8 @@ TEST_F(Sessions, ResetInTheMiddleOfAnything)
             EXPECT_TRUE(peer.Send(bytes));
             const linger reset{.l_onoff = 1, .l_linger = 0};
             setsockopt(peer.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
-            EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->Network().BoardAddress())); // it was accepted
-                                                                                        // meanwhile
+            EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->Network().BoardAddress())); // the connection has
+                                                                                        // been accepted
         }
     }
     unharmed.Check("resets");
@@ -317,19 +312,19 @@ TEST_F(SessionLink, LossOfTheLinkClosesAllButThePlayer)
     };
     const Peer settings = connectInside();
     EXPECT_TRUE(settings.Send(Login(kSettings)));
-    EXPECT_EQ(settings.Take(8), LoginReply(1));
+    EXPECT_EQ(settings.Take(8), LoginReply(kLoginAccepted));
     const Peer silent = connectInside();
     const Peer far = LogIn(kModem);
     ASSERT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == before + 3; }));
 
     board->Network().Cable(false);
-    EXPECT_TRUE(board->Player().WaitForMessage(9)); // network error
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerNetworkError));
     EXPECT_TRUE(settings.Ended());
     EXPECT_TRUE(silent.Ended());
     EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == before; }));
     EXPECT_TRUE(board->Record().WaitForLog("netlinck flag 0, fixed status 1"));
     EXPECT_TRUE(board->Player().LoggedIn());
-    EXPECT_TRUE(board->Player().Send(4, 0x00400080)); // and it is still served
+    EXPECT_TRUE(board->Player().Send(kPlayerScreenSize, ScreenSize(128, 64))) << "it is still served";
     EXPECT_TRUE(board->Record().WaitForLog("change screen size"));
     for (const auto &command : board->Record().Commands())
         EXPECT_EQ(command.find("udhcpc"), std::string::npos) << "the address is fixed";
@@ -340,7 +335,7 @@ TEST_F(SessionLink, LossOfTheLinkClosesAllButThePlayer)
     EXPECT_TRUE(again.Connected());
 }
 
-TEST_F(SessionLink, AnEventThatSaysNothingCountsAsDown)
+TEST_F(SessionLink, AnEventWithoutLinkStateCountsAsDown)
 {
     options.player = true;
     options.startDaemon = false;
@@ -355,10 +350,10 @@ TEST_F(SessionLink, AnEventThatSaysNothingCountsAsDown)
     EXPECT_TRUE(board->Record().WaitForLog("---] netlink event down."));
     EXPECT_TRUE(session.Silent(50));
     for (const auto &message : board->Player().Messages())
-        EXPECT_NE(message.code, 9U) << "the player is told of a network error";
+        EXPECT_NE(message.code, kPlayerNetworkError);
 }
 
-// Takes three quarters of a minute: a search keeps the first session of its sender, and no other one.
+// Takes three quarters of a minute. A search keeps only the first session of its sender open.
 TEST_F(SessionTimeout, SessionsEndAfter42TicksUnlessTheirPeerSearches)
 {
     options.player = true;
@@ -381,7 +376,7 @@ TEST_F(SessionTimeout, SessionsEndAfter42TicksUnlessTheirPeerSearches)
             }
             if (now - lastSent > 1s) {
                 lastSent = now;
-                first.Send(Le32(4)); // traffic of its own does not count
+                first.Send(Le32(4)); // the session's own traffic does not count
             }
             return ended(second);
         },

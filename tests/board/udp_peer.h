@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// tests/board/udp_peer.h: a PC's UDP socket on 0.0.0.0, and what it is told about each datagram that comes
-// in.
+// tests/board/udp_peer.h: a PC's UDP socket on 0.0.0.0, which reports source, destination and interface of
+// each datagram.
 #pragma once
 
 #include "board_test.h"
 #include "common/unique_fd.h"
-#include "peer.h"
+#include "discovery_packets.h"
+#include "session_packets.h"
 
 #include <arpa/inet.h>
 #include <net/if.h>
@@ -29,7 +30,7 @@ struct Datagram {
 class UdpPeer
 {
 public:
-    // Sends and hears through one interface only when one is named.
+    // Sends and receives through that interface only, if one is named.
     explicit UdpPeer(const std::string &interface = "") : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
     {
         const int on = 1;
@@ -104,19 +105,21 @@ private:
 // A search as a tool sends it; only its length counts.
 inline std::string SearchBytes()
 {
-    return std::string("ft\x01\0\x1e\0\x07", 7) + std::string(23, '\0');
+    constexpr std::uint16_t kVersion = 1;
+    constexpr char kType = 7;
+    return ProtocolHeader(kVersion, kSearchSize, kType) + Zeros(kSearchSize - kHeaderSize);
 }
 
-// The daemon as it was before something was tried on it: it answers discovery with the same bytes, and no
-// descriptor is left behind.
+// The daemon as it was before a test tries something on it: Check expects the same answer to a search and as
+// many open descriptors.
 class Unharmed
 {
 public:
     explicit Unharmed(board::VirtualBoard &board) : board_(board), reply_(Search())
     {
-        EXPECT_EQ(reply_.size(), 409U);
+        EXPECT_EQ(reply_.size(), kSearchReplySize);
         SettledDescriptors(board);
-        // The first client of all leaves a descriptor that the daemon keeps for bad times.
+        // With the first client the daemon opens a descriptor that it keeps as a reserve.
         const Peer first = Peer::Connect(board.Network().BoardAddress(), 8870);
         EXPECT_TRUE(first.Send(Zeros(8)) && first.Ended());
         descriptors_ = board.Daemon().OpenDescriptors();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The upload service: sessions of sub-type 0, byte by byte.
 #include "board_test.h"
-#include "peer.h"
+#include "player_codes.h"
 #include "udp_peer.h"
 
 #include <algorithm>
@@ -13,53 +13,71 @@ namespace
 
 constexpr char kFolder[] = "/home/root/plexa_data/factory";
 
-std::string Le16(std::size_t value)
-{
-    return {static_cast<char>(value & 0xFF), static_cast<char>(value >> 8)};
-}
+enum PacketType : char { kFileData = 0, kCommand = 1 };
 
-// As it stands behind the session's framing; replies look the same without the first 8 bytes.
+enum UploadCode : char {
+    kUploadRequest = 3,
+    kUploadAnswer = 4,
+    kUploadAskReady = 5,
+    kUploadAnswerReady = 6,
+    kUploadAnswerRetrans = 7,
+    kUploadAskComplete = 9,
+    kUploadAnswerComplete = 10,
+    kUploadAskRetrans = 11,
+    kUploadAskDisconnect = 12,
+    kUploadAnswerDisconnect = 13,
+    kUploadFileBegin = 21,
+    kUploadFileEnd = 22,
+    kUploadVideoStart = 23,
+    kUploadVideoList = 24,
+    kUploadVideoEnd = 25,
+    kUploadAnswerVideoList = 26,
+};
+
+// A packet without the session's framing, which replies do not have.
 std::string Packet(char type, const std::string &tail)
 {
-    return "ft\x00\x01"s + Le16(15 + tail.size()) + type + Zeros(8) + tail;
-}
-
-std::string Framed(const std::string &packet)
-{
-    return Le32(static_cast<std::uint32_t>(8 + packet.size())) + Le32(0xDEADBEEF) + packet;
+    constexpr std::uint16_t kVersion = 0x0100;
+    return ProtocolHeader(kVersion, kHeaderSize + tail.size(), type) + tail;
 }
 
 std::string Command(char code, const std::string &payload = "")
 {
-    return Framed(Packet(1, code + payload));
+    return Framed(Packet(kCommand, code + payload), Le32(0xDEADBEEF));
 }
 
 std::string Begin(const std::string &name)
 {
-    return Command(21, name + '\0');
+    return Command(kUploadFileBegin, name + '\0');
 }
 
 std::string Data(const std::string &bytes)
 {
-    return Framed(Packet(0, "\xff\xff\xff\xff" + bytes));
+    const std::string unread = "\xff\xff\xff\xff";
+    return Framed(Packet(kFileData, unread + bytes), Le32(0xDEADBEEF));
 }
 
-const std::string kFileEnd = Command(22);
-const std::string kComplete = Command(9);
+const std::string kFileEnd = Command(kUploadFileEnd);
+const std::string kComplete = Command(kUploadAskComplete);
 
 std::string Result(char code, char result)
 {
-    return Packet(1, std::string{code, result});
+    return Packet(kCommand, std::string{code, result});
+}
+
+std::string VideoList(const std::string &names)
+{
+    return Packet(kCommand, static_cast<char>(kUploadAnswerVideoList) + names);
 }
 
 class Upload : public BoardTest
 {
 protected:
-    Peer LogIn(std::uint8_t status = 1)
+    Peer LogIn(char status = kLoginAccepted)
     {
         Peer peer = Peer::Connect(board->Network().BoardAddress(), 8870);
-        EXPECT_TRUE(peer.Send(Le32(8) + Le32(0)));
-        EXPECT_EQ(peer.Take(8), Le32(8) + Le32(status));
+        EXPECT_TRUE(peer.Send(Login(kUpload)));
+        EXPECT_EQ(peer.Take(8), LoginReply(status));
         return peer;
     }
     static void Ask(const Peer &peer, const std::string &request, const std::string &reply)
@@ -67,8 +85,11 @@ protected:
         ASSERT_TRUE(peer.Send(request));
         ASSERT_EQ(peer.Take(reply.size()), reply);
     }
-    // Everything sent so far has been dealt with.
-    static void Settle(const Peer &peer) { Ask(peer, Command(5), Result(6, 1)); }
+    // The board has handled everything sent so far.
+    static void Settle(const Peer &peer)
+    {
+        Ask(peer, Command(kUploadAskReady), Result(kUploadAnswerReady, 1));
+    }
 
     std::string Content(const std::string &name)
     {
@@ -95,19 +116,23 @@ protected:
 
 } // namespace
 
-TEST_F(Upload, AProgramArrivesAndThePlayerIsTold)
+TEST_F(Upload, AProgramArrivesAndThePlayerIsNotified)
 {
     options.files["/boot/disp.bin"] = "picture";
     Boot();
     {
         const Peer peer = LogIn();
         Settle(peer);
-        EXPECT_TRUE(board->Player().WaitForMessage(1));
+        EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvProgram));
         EXPECT_FALSE(board->Root().Exists("/boot/disp.bin"));
-        Ask(peer, Command(3, "identifier.16.by" + Le32(5) + "\1" + Le16(2) + Le32(0) + "a\0b\0c\0"s),
-            Result(4, 1));
-        Ask(peer, Command(11), Packet(1, "\x07" + "identifier.16.by"s + Zeros(5)));
-        const std::string packet(9189, 'x'); // a frame of 9216 bytes
+        const std::string identifier = "identifier.16.by";
+        const std::string value = Le32(5), flag = "\1", number = Le16(2), total = Le32(0);
+        Ask(peer, Command(kUploadRequest, identifier + value + flag + number + total + "a\0b\0c\0"s),
+            Result(kUploadAnswer, 1));
+        const std::string received = Le32(0);
+        Ask(peer, Command(kUploadAskRetrans),
+            Packet(kCommand, static_cast<char>(kUploadAnswerRetrans) + identifier + Zeros(1) + received));
+        const std::string packet(9189, 'x'); // makes a frame of 9216 bytes
         ASSERT_TRUE(peer.Send(Begin("media/deep/a.bin") + Data(packet) + Data("") + Data(packet) +
                               Data("end") + kFileEnd));
         ASSERT_TRUE(peer.Send(Begin(std::string(250, 'n')) + Data("cut") + kFileEnd + Begin("\xe9 $(x).mp4") +
@@ -117,12 +142,12 @@ TEST_F(Upload, AProgramArrivesAndThePlayerIsTold)
         EXPECT_EQ(Content(std::string(200, 'n')), "cut");
         EXPECT_EQ(Content("\xe9 $(x).mp4"), "");
         const long syncs = Ran("sync"); // the settings' at boot
-        Ask(peer, kComplete, Result(10, 1));
+        Ask(peer, kComplete, Result(kUploadAnswerComplete, 1));
         EXPECT_EQ(Ran("sync"), syncs + 1);
-        Ask(peer, Command(12), Result(13, 0));
+        Ask(peer, Command(kUploadAskDisconnect), Result(kUploadAnswerDisconnect, 0));
         EXPECT_EQ(board->Player().Messages().size(), 1U);
     }
-    EXPECT_TRUE(board->Player().WaitForMessage(2));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvEnd));
     EXPECT_EQ(Content("media/deep/a.bin").size(), 18381U);
     for (const char *const line :
          {"[---src/work_thread.cpp::LogIn::2276---] ", "[---src/work_thread.cpp::LogIn::2333---] ",
@@ -141,10 +166,11 @@ TEST_F(Upload, WhatIsNotCompleteIsRemoved)
         std::function<void(Peer &)> end;
         bool removed;
     } rows[] = {
-        {"left", [](Peer &peer) { peer = Peer(); }, true},
+        {"connection closed", [](Peer &peer) { peer = Peer(); }, true},
         {"begun again",
          [](Peer &peer) {
-             Ask(peer, kComplete + Command(3), Result(10, 1) + Result(4, 1));
+             Ask(peer, kComplete + Command(kUploadRequest),
+                 Result(kUploadAnswerComplete, 1) + Result(kUploadAnswer, 1));
              peer = Peer();
          },
          true},
@@ -152,7 +178,7 @@ TEST_F(Upload, WhatIsNotCompleteIsRemoved)
         {"daemon killed", [&](Peer &) { board->Daemon().Kill(); }, false},
         {"complete",
          [](Peer &peer) {
-             Ask(peer, kComplete, Result(10, 1));
+             Ask(peer, kComplete, Result(kUploadAnswerComplete, 1));
              peer = Peer();
          },
          false},
@@ -165,7 +191,7 @@ TEST_F(Upload, WhatIsNotCompleteIsRemoved)
         EXPECT_EQ(Content("a"), "half");
         row.end(peer);
         if (board->Daemon().Running())
-            EXPECT_TRUE(board->Player().WaitForMessage(2)) << row.name;
+            EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvEnd)) << row.name;
         else
             board->Daemon().Restart();
         EXPECT_EQ(Ran(remove) > 0, row.removed) << row.name;
@@ -185,11 +211,11 @@ TEST_F(Upload, VideosAreKeptByName)
     for (const std::string &name : awkward)
         options.files[folder + name + "/file"] = "x";
     options.files[folder + "sub/film.mp4"] = "x";
-    options.files[folder + "folder.mp4/file"] = "x"; // nowhere else a folder: counts as a video
-    options.folders = {"/home/root/twin.mp4"};       // where the daemon works: the video counts as a folder
+    options.files[folder + "folder.mp4/file"] = "x"; // no folder in the working directory: a video
+    options.folders = {"/home/root/twin.mp4"};       // in the working directory: twin.mp4 counts as a folder
     Boot();
     const Peer peer = LogIn();
-    ASSERT_TRUE(peer.Send(Command(23)));
+    ASSERT_TRUE(peer.Send(Command(kUploadVideoStart)));
     Settle(peer);
     EXPECT_EQ(List(), "./-v.mp4\n./a.mp4\n./b.mp4.bak\n./folder.mp4\n./folder.mp4/file\n");
     EXPECT_FALSE(board->Root().Exists("/tmp/pwned"));
@@ -197,18 +223,18 @@ TEST_F(Upload, VideosAreKeptByName)
                     "/home/root/plexa_data/factory/sub; fi;"));
     EXPECT_TRUE(Logged("[---src/work_thread.cpp::CheckVideoRepeatStart::2435---] b.mp4.bak"));
 
-    Ask(peer, Command(24, "a.mp4\0gone.mp4\0A.mp4\0a.mp4\0"s), Packet(1, "\x1a" + "a.mp4\0a.mp4\0"s));
+    Ask(peer, Command(kUploadVideoList, "a.mp4\0gone.mp4\0A.mp4\0a.mp4\0"s), VideoList("a.mp4\0a.mp4\0"s));
     EXPECT_TRUE(Logged("[---src/work_thread.cpp::CheckVideoRepeat::2501---] a.mp4"));
-    Ask(peer, Command(24, "-v.mp4"), Packet(1, "\x1a" + "-v.mp4\0"s)); // without its zero
-    Ask(peer, Command(24), Packet(1, "\x1a"));
+    Ask(peer, Command(kUploadVideoList, "-v.mp4"), VideoList("-v.mp4\0"s)); // without its zero
+    Ask(peer, Command(kUploadVideoList), VideoList(""));
     std::string many; // as many as a frame holds
     while (many.size() < 9192)
         many += "a.mp4\0"s;
-    Ask(peer, Command(24, many), Packet(1, "\x1a" + many));
+    Ask(peer, Command(kUploadVideoList, many), VideoList(many));
     many.pop_back();
-    Ask(peer, Command(24, many), Packet(1, "\x1a" + many + '\0'));
+    Ask(peer, Command(kUploadVideoList, many), VideoList(many + '\0'));
 
-    ASSERT_TRUE(peer.Send(Command(25)));
+    ASSERT_TRUE(peer.Send(Command(kUploadVideoEnd)));
     Settle(peer);
     EXPECT_EQ(List(), "./-v.mp4\n./a.mp4\n");
 }
@@ -224,7 +250,7 @@ TEST_F(Upload, NamesStayInsideTheFolder)
         EXPECT_TRUE(peer.Ended()) << name;
         EXPECT_TRUE(
             board->Record().WaitForLog("factory/"s + (name == "a\nb" ? "a?b" : name) + ": name not allowed"));
-        EXPECT_TRUE(board->Player().WaitForMessage(2));
+        EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvEnd));
     }
     EXPECT_EQ(board->Root().Read("/home/root/plexa_data/precious"), "precious");
     const Peer peer = LogIn();
@@ -245,9 +271,9 @@ TEST_F(Upload, AFullDiskEndsTheSession)
         for (int i = 0; i < 150 && peer.Send(block); ++i) {
         }
         peer.Send(kFileEnd + kComplete);
-        EXPECT_TRUE(peer.Ended()); // no answer to the 9
+        EXPECT_TRUE(peer.Ended()); // without an answer to kComplete
         EXPECT_TRUE(board->Record().WaitForLog("No space left on device, 28."));
-        EXPECT_TRUE(board->Player().WaitForMessage(2));
+        EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvEnd));
         EXPECT_EQ(List(), "");
         board->Forget();
     }
@@ -255,7 +281,7 @@ TEST_F(Upload, AFullDiskEndsTheSession)
 
 TEST_F(Upload, TwoSessionsShareTheService)
 {
-    options.player = false; // its session counts
+    options.player = false; // its session would count
     Boot();
     const Unharmed unharmed(*board);
     {
@@ -274,10 +300,10 @@ TEST_F(Upload, TwoSessionsShareTheService)
         first = Peer();
         ASSERT_TRUE(board->Record().WaitForLog("LogOut::2364"));
         EXPECT_EQ(List(), "");
-        Ask(second, Command(24, "x.mp4"), Packet(1, "\x1a"));
-        Ask(second, kComplete, Result(10, 0)); // what it sent is gone
+        Ask(second, Command(kUploadVideoList, "x.mp4"), VideoList(""));
+        Ask(second, kComplete, Result(kUploadAnswerComplete, 0)); // what the session sent is gone
         const Peer third = LogIn();
-        Ask(second, kComplete, Result(10, 0)); // and does not come back
+        Ask(second, kComplete, Result(kUploadAnswerComplete, 0)); // and does not come back
         ASSERT_TRUE(second.Send(Data("late")));
         EXPECT_TRUE(second.Ended());
     }
@@ -293,49 +319,49 @@ TEST_F(Upload, GoesToTheUsbDisk)
     {
         const Peer peer = LogIn();
         ASSERT_TRUE(peer.Send(Begin("kept.mp4") + Data("usb") + kFileEnd));
-        Ask(peer, kComplete, Result(10, 1));
+        Ask(peer, kComplete, Result(kUploadAnswerComplete, 1));
     }
-    EXPECT_TRUE(board->Player().WaitForMessage(2));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvEnd));
     EXPECT_EQ(board->Root().Read("/home/root/usb_dev/tarvo/kept.mp4"), "usb");
     EXPECT_EQ(Content("kept.mp4"), "(missing)");
 
     const Peer peer = LogIn();
     ASSERT_TRUE(peer.Send(Begin("b") + Data("1")));
     Settle(peer);
-    ASSERT_TRUE(board->Player().Send(7, 0)); // the player noticed that the disk is gone
+    ASSERT_TRUE(board->Player().Send(kPlayerUsbState, 0)); // the disk is gone
     EXPECT_TRUE(
         board->Record().WaitForLog("[---src/server_witch_plexa::UpdateUSBState::265---] usb remove."));
     ASSERT_TRUE(peer.Send(Data("2")));
     EXPECT_TRUE(peer.Ended());
     EXPECT_TRUE(Logged("u disk remove ."));
-    EXPECT_TRUE(board->Player().WaitForMessage(2, 2));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvEnd, 2));
     EXPECT_TRUE(Logged("rm -r /home/root/usb_dev/tarvo/*"));
     EXPECT_EQ(List(kUsbFolder), "");
-    ASSERT_TRUE(board->Player().Send(7, 1));
+    ASSERT_TRUE(board->Player().Send(kPlayerUsbState, 1));
     EXPECT_TRUE(board->Record().WaitForLog("[---src/server_witch_plexa::UpdateUSBState::261---] usb mount."));
 }
 
 TEST_F(Upload, IsNotStoredWhenItsDiskIsGone)
 {
     Boot();
-    for (const bool playerTells : {true, false}) {
+    for (const bool playerReports : {true, false}) {
         board->Forget();
         board->UsbDisk().Plug(true);
         const Peer peer = LogIn();
         ASSERT_TRUE(peer.Send(Begin("a") + Data("1") + kFileEnd));
         Settle(peer);
-        if (playerTells) {
-            ASSERT_TRUE(board->Player().Send(7, 0));
+        if (playerReports) {
+            ASSERT_TRUE(board->Player().Send(kPlayerUsbState, 0));
             ASSERT_TRUE(board->Record().WaitForLog("usb remove."));
         } else {
             board->UsbDisk().Plug(false);
         }
-        Ask(peer, kComplete, Result(10, 0));
+        Ask(peer, kComplete, Result(kUploadAnswerComplete, 0));
     }
     ASSERT_TRUE(board->WaitFor([&] { return List() + "." == "."; }));
     const Peer peer = LogIn();
     ASSERT_TRUE(peer.Send(Begin("a") + kFileEnd));
     Settle(peer);
     board->Run("rm -r "s + kFolder);
-    Ask(peer, kComplete, Result(10, 0));
+    Ask(peer, kComplete, Result(kUploadAnswerComplete, 0));
 }
