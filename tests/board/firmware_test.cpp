@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The firmware service: sessions of sub-type 2.
 #include "board_test.h"
-#include "peer.h"
+#include "firmware_packets.h"
 
 #include <filesystem>
 #include <fstream>
@@ -12,44 +12,46 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr char kMagic[] = "\x76\x71";
 constexpr char kStateFile[] = "/usr/share/info/server_upgrade_state";
 constexpr char kArchive[] = "/tmp/QV_Firmware/new_version.gz";
 
-const std::string kPlayer("\x01\x02\x03\x04", 4); // version 1.2.3.4
-const std::string kFpga("\x07\x08\x09\0", 4);
+const std::string kPlayerVersion("\1\2\3\4", 4); // 1.2.3.4
+const std::string kFpgaVersion("\x07\x08\x09\0", 4);
 
-// A packet as it stands behind the session's framing.
-std::string Packet(std::uint8_t kind, const std::string &tail)
+std::string Reply(const std::string &fields)
 {
-    const std::string packet = std::string(kMagic) + Zeros(2) +
-                               Le32(static_cast<std::uint32_t>(9 + tail.size())) + static_cast<char>(kind) +
-                               tail;
-    return Le32(static_cast<std::uint32_t>(8 + packet.size())) + Le32(0xDEADBEEF) + packet;
+    return BareFirmwarePacket(kFirmwareCommand, fields);
 }
 
-std::string Command(std::uint8_t code, const std::string &fields)
+std::string ArchiveReply(std::uint32_t opened)
 {
-    return Packet(0, std::string(1, static_cast<char>(code)) + "xyz" + fields);
+    constexpr std::uint32_t kReplyCode = 0;
+    return Reply(Le32(kReplyCode) + Le32(opened) + Le32(opened) + Zeros(252));
 }
 
-std::string Reply(const std::string &tail)
+std::string VersionReply(std::uint32_t state, const std::string &player = kPlayerVersion)
 {
-    return std::string(kMagic) + Zeros(2) + Le32(static_cast<std::uint32_t>(9 + tail.size())) + Zeros(1) +
-           tail;
+    constexpr std::uint32_t kReplyCode = 0;
+    return Reply(Le32(kReplyCode) + Le32(state) + player + kFpgaVersion);
 }
 
-const std::string kAskVersion = Command(0, Le32(1) + Zeros(8));
-const std::string kAskFile = Command(1, Le32(100) + Le32(0) + std::string(252, 'n'));
-const std::string kAskFileAtNowhere = Command(1, Le32(100) + Le32(0xFFFFFFFF) + Zeros(252));
-const std::string kAskComplete = Command(2, Zeros(4));
-const std::string kAskState = Command(3, "");
-const std::string kOpened = Reply(Le32(0) + Le32(0xFFFFFFFF) + Le32(0xFFFFFFFF) + Zeros(252));
-const std::string kCompleted = Reply(Le32(2) + Le32(1));
-
-std::string VersionReply(std::uint32_t state, const std::string &player = kPlayer)
+std::string CompleteReply(std::uint32_t result)
 {
-    return Reply(Le32(0) + Le32(state) + player + kFpga);
+    constexpr std::uint32_t kReplyCode = 2;
+    return Reply(Le32(kReplyCode) + Le32(result));
+}
+
+const std::string kAskVersion = AskVersion();
+const std::string kAskArchive = AskArchive(100, 0, 'n');
+const std::string kAskArchiveAtNowhere = AskArchive(100, 0xFFFFFFFF);
+const std::string kAskComplete = FirmwareCommand(kFirmwareComplete, Zeros(4));
+const std::string kAskState = FirmwareCommand(kFirmwareState, "");
+const std::string kOpened = ArchiveReply(0xFFFFFFFF);
+const std::string kCompleted = CompleteReply(1);
+
+std::string Data(const std::string &bytes)
+{
+    return FirmwarePacket(kFirmwareData, bytes);
 }
 
 std::string ReadText(const std::string &path)
@@ -67,11 +69,11 @@ protected:
         options.files["/boot/fpga.img"] = std::string("\x55\x07\x08\x09 image", 10);
     }
 
-    Peer LogIn(std::uint8_t status = 1)
+    Peer LogIn(char status = kLoginAccepted)
     {
         Peer peer = Peer::Connect(board->Network().BoardAddress(), 8870);
-        EXPECT_TRUE(peer.Send(Le32(8) + Le32(2)));
-        EXPECT_EQ(peer.Take(8), Le32(8) + Le32(status));
+        EXPECT_TRUE(peer.Send(Login(kFirmware)));
+        EXPECT_EQ(peer.Take(8), LoginReply(status));
         return peer;
     }
 
@@ -86,10 +88,10 @@ protected:
 
     static void Upload(const Peer &peer, const std::string &archive)
     {
-        ASSERT_TRUE(peer.Send(kAskFile));
-        ASSERT_EQ(peer.Take(273), kOpened);
+        ASSERT_TRUE(peer.Send(kAskArchive));
+        ASSERT_EQ(peer.Take(kArchiveReplySize), kOpened);
         for (std::size_t at = 0; at < archive.size(); at += 9000)
-            ASSERT_TRUE(peer.Send(Packet(1, archive.substr(at, 9000))));
+            ASSERT_TRUE(peer.Send(Data(archive.substr(at, 9000))));
     }
 };
 
@@ -107,20 +109,20 @@ TEST_F(Firmware, AnswersAndRefusals)
         {"version", kAskVersion, VersionReply(0)},
         {"state, failed", kAskState, VersionReply(0)},
         {"state, asked again", kAskState, VersionReply(1)},
-        {"archive", kAskFile, kOpened},
-        {"archive, seek fails", kAskFileAtNowhere, Reply(Zeros(264))},
-        {"two commands at once", kAskVersion + kAskFile, VersionReply(0) + kOpened},
-        {"archive twice", kAskFile + kAskFile, kOpened + kOpened},
-        {"version of 24 bytes", Command(0, Le32(1) + Zeros(7)), ""},
-        {"refused type", Command(0, Le32(0xFFFFFFFF) + Zeros(8)), ""},
-        {"archive of 272 bytes", Command(1, Zeros(259)), ""},
-        {"complete of 18 bytes", Command(2, Zeros(5)), ""},
-        {"unknown command", Command(4, Zeros(8)), ""},
-        {"unknown kind", Packet(2, "data"), ""},
-        {"data before an archive", Packet(1, "data"), ""},
-        {"no data", kAskFile + Packet(1, ""), kOpened},
-        {"nothing behind the framing", Le32(8) + Le32(0), ""},
-        {"no kind", Le32(16) + Le32(0) + Zeros(8), ""},
+        {"archive", kAskArchive, kOpened},
+        {"archive, seek fails", kAskArchiveAtNowhere, ArchiveReply(0)},
+        {"two commands at once", kAskVersion + kAskArchive, VersionReply(0) + kOpened},
+        {"archive twice", kAskArchive + kAskArchive, kOpened + kOpened},
+        {"version of 24 bytes", FirmwareCommand(kFirmwareVersion, Le32(1) + Zeros(7)), ""},
+        {"refused type", AskVersion(0xFFFFFFFF), ""},
+        {"archive of 272 bytes", FirmwareCommand(kFirmwareArchive, Zeros(259)), ""},
+        {"complete of 18 bytes", FirmwareCommand(kFirmwareComplete, Zeros(5)), ""},
+        {"unknown command", FirmwareCommand(4, Zeros(8)), ""},
+        {"unknown kind", FirmwarePacket(2, "data"), ""},
+        {"data before an archive", Data("data"), ""},
+        {"no data", kAskArchive + Data(""), kOpened},
+        {"nothing after the framing", Framed("", Le32(0)), ""},
+        {"no kind", Framed(Zeros(8), Le32(0)), ""},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
@@ -129,7 +131,8 @@ TEST_F(Firmware, AnswersAndRefusals)
         EXPECT_EQ(peer.Take(row.reply.size()), row.reply);
         const bool closes = row.reply.empty() || row.name == "no data";
         EXPECT_TRUE(closes ? peer.Ended() : peer.Silent(50));
-        EXPECT_EQ(LogIn(closes ? 1 : 2).Ended(50), !closes) << "the flag is clear once the session is gone";
+        EXPECT_EQ(LogIn(closes ? kLoginAccepted : kLoginUpgrading).Ended(50), !closes)
+            << "the flag is clear once the session is gone";
     }
     EXPECT_FALSE(board->Root().Exists(kStateFile));
     EXPECT_TRUE(board->Record().WaitForLog("[---src/version_thread.cpp::LogIn::512---]"));
@@ -143,28 +146,29 @@ TEST_F(Firmware, AnswersAndRefusals)
 TEST_F(Firmware, ArchiveIsWrittenFromItsStartAndAFullDiskIsAnError)
 {
     Boot();
-    const std::string first = Command(1, Le32(100) + Le32(3) + Zeros(252)); // an offset that can be reached
+    constexpr std::uint32_t kReachableOffset = 3;
+    const std::string first = AskArchive(100, kReachableOffset);
     {
         const Peer peer = LogIn();
-        ASSERT_TRUE(peer.Send(first + Packet(1, "abc") + Packet(1, "def") + kAskVersion));
-        EXPECT_EQ(peer.Take(273 + 25), kOpened + VersionReply(0));
+        ASSERT_TRUE(peer.Send(first + Data("abc") + Data("def") + kAskVersion));
+        EXPECT_EQ(peer.Take(kArchiveReplySize + kVersionReplySize), kOpened + VersionReply(0));
         EXPECT_EQ(board->Root().Read(kArchive), "abcdef");
     }
     ASSERT_TRUE(board->Record().WaitForLog("LogOut::519---]"));
     board->Root().Write("/home/root/temp/left", "over");
     board->Forget();
     const Peer peer = LogIn();
-    ASSERT_TRUE(peer.Send(kAskFile + kAskVersion));
-    EXPECT_EQ(peer.Take(273 + 25), kOpened + VersionReply(0));
+    ASSERT_TRUE(peer.Send(kAskArchive + kAskVersion));
+    EXPECT_EQ(peer.Take(kArchiveReplySize + kVersionReplySize), kOpened + VersionReply(0));
     const std::vector<std::string> commands = {"rm -r /home/root/temp/*",
                                                "rm -rf /tmp/QV_Firmware/*;mkdir /tmp/QV_Firmware"};
     EXPECT_EQ(board->Record().Commands(), commands);
     EXPECT_FALSE(board->Root().Exists("/home/root/temp/left"));
     board->Run("mount -t tmpfs -o size=64k small /tmp/QV_Firmware");
-    ASSERT_TRUE(peer.Send(kAskFile));
-    EXPECT_EQ(peer.Take(273), kOpened);
+    ASSERT_TRUE(peer.Send(kAskArchive));
+    EXPECT_EQ(peer.Take(kArchiveReplySize), kOpened);
     for (int packet = 0; packet < 9; ++packet)
-        peer.Send(Packet(1, std::string(8192, 'x')));
+        peer.Send(Data(std::string(8192, 'x')));
     EXPECT_TRUE(peer.Ended());
 }
 
@@ -184,11 +188,11 @@ TEST_F(Firmware, BrokenArchiveLeavesTheDaemonRunning)
             const Peer peer = LogIn();
             Upload(peer, broken);
             ASSERT_TRUE(peer.Send(kAskComplete));
-            EXPECT_EQ(peer.Take(17), kCompleted);
+            EXPECT_EQ(peer.Take(kCompleteReplySize), kCompleted);
             ASSERT_TRUE(peer.Send(kAskComplete)); // a second time: the same again
-            EXPECT_EQ(peer.Take(17), kCompleted);
+            EXPECT_EQ(peer.Take(kCompleteReplySize), kCompleted);
             ASSERT_TRUE(peer.Send(kAskState + kAskState));
-            EXPECT_EQ(peer.Take(50), VersionReply(0) + VersionReply(1));
+            EXPECT_EQ(peer.Take(2 * kVersionReplySize), VersionReply(0) + VersionReply(1));
         }
         EXPECT_EQ(board->Daemon().Pid(), daemon);
         EXPECT_TRUE(board->Record().WaitForLog("LogOut::519---]"));
@@ -213,7 +217,7 @@ TEST_F(Firmware, InstallScriptReplacesTheDaemon)
     board->Forget();
     Upload(peer, archive);
     ASSERT_TRUE(peer.Send(kAskComplete));
-    EXPECT_EQ(peer.Take(17), kCompleted);
+    EXPECT_EQ(peer.Take(kCompleteReplySize), kCompleted);
     EXPECT_TRUE(peer.Ended());
     EXPECT_TRUE(other.Ended());
     ASSERT_TRUE(board->WaitFor([this] { return board->Boots() == 2 && board->Daemon().Listens(); }, 10s));
@@ -243,5 +247,5 @@ TEST_F(Firmware, InstallScriptReplacesTheDaemon)
 
     const Peer after = LogIn();
     ASSERT_TRUE(after.Send(kAskState));
-    EXPECT_EQ(after.Take(25), VersionReply(1, "\4\3\2\1"));
+    EXPECT_EQ(after.Take(kVersionReplySize), VersionReply(1, "\4\3\2\1"));
 }
