@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// tests/board/board_test.h: what every test on a virtual board begins with.
+// tests/board/board_test.h: the fixture of the tests on a virtual board.
 #pragma once
 
 #include "board/virtual_board.h"
@@ -8,7 +8,7 @@
 
 #include <memory>
 
-// How many descriptors the daemon has open when its start is through, all its threads included.
+// How many descriptors the daemon has open after the start of all its threads.
 inline std::size_t SettledDescriptors(const board::VirtualBoard &board)
 {
     EXPECT_TRUE(board.Record().WaitForLog("serial thread socket: wait accept one client."));
@@ -17,8 +17,8 @@ inline std::size_t SettledDescriptors(const board::VirtualBoard &board)
     return board.Daemon().OpenDescriptors();
 }
 
-// Fixture with one board. Change `options`, then Boot(). When a test fails, the daemon's log is shown; a
-// complaint of a sanitizer inside the daemon fails the test.
+// Fixture with one board. Change `options`, then Boot(). A failed test shows the daemon's log; a report of a
+// sanitizer inside the daemon fails the test.
 class BoardTest : public testing::Test
 {
 protected:

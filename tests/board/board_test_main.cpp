@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Every test runs as the PC that the boards hang on; see virtual_board/machine/pc_side.h.
+// Every test runs as the PC that the boards are connected to; see virtual_board/machine/pc_side.h.
 #include "machine/pc_side.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// tests/board/ledboard_run.h: the real ledboard, run on the PC side as a user runs it off a terminal.
+// tests/board/ledboard_run.h: the real ledboard, run on the PC side without a terminal.
 #pragma once
 
 #include "common/unique_fd.h"
@@ -22,8 +22,8 @@ struct LedboardResult {
 class LedboardRun
 {
 public:
-    // `output` takes standard output in the place of the result, when it is not empty. `name` is another of
-    // our programs.
+    // Standard output goes to the file `output`, if it is not empty, otherwise to the result. `name` is one
+    // of our programs.
     explicit LedboardRun(const std::vector<std::string> &arguments, const std::string &output = "",
                          const std::string &name = "ledboard")
         : out_(output.empty() ? memfd_create("out", MFD_CLOEXEC)

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Start of the daemon: what it says, when it refuses, and the heartbeat.
+// Start of the daemon: what it logs, when it refuses, and the heartbeat.
 #include "common/unique_fd.h"
-#include "peer.h"
 #include "udp_peer.h"
 
 #include <algorithm>
@@ -54,14 +53,14 @@ TEST_F(Startup, WithoutSerialLineEndsAfterTwoLines)
     options.serial = false;
     Boot();
     EXPECT_EQ(board->Daemon().Exit(), 0);
-    // The first one comes on standard error.
+    // The first line comes on standard error.
     EXPECT_EQ(board->Record().Log(),
               (std::vector<std::string>{"open serial fail.",
                                         "[---src/main.cpp::main::35---] serial init fail.",
                                         "[---src/main.cpp::main::49---] init basic object fail."}));
 }
 
-TEST_F(Startup, SaysWhatItFindsAndOpens)
+TEST_F(Startup, LogsWhatItFindsAndOpens)
 {
     options.files["/home/root/plexa_data/server_config"] = "port=65536\nport=10000\nport=9999\n";
     Boot();
@@ -161,7 +160,7 @@ TEST_F(BoardHeartbeat, BeatsOnceASecondAndComesBackToTheSupervisor)
     EXPECT_TRUE(board->Record().WaitForLog("send heartbeat fail. errno: 32."));
     board->Forget();
     EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->Network().BoardAddress()));
-    // It finds nobody there at least twice.
+    // Nobody listens when it tries at least twice.
     const int refused = RefusedConnects();
     EXPECT_TRUE(board->WaitFor([&] { return RefusedConnects() >= refused + 2; }, 15s));
     EXPECT_TRUE(board->Supervisor().Heartbeats().empty());

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the work loop must survive; after each of them discovery answers and no descriptor is left behind.
-#include "peer.h"
+// What the work loop must survive; after each of them discovery answers and no more descriptors are open.
+#include "firmware_packets.h"
 #include "udp_peer.h"
 
 #include <sys/resource.h>
@@ -14,18 +14,6 @@ using namespace std::chrono_literals;
 namespace
 {
 
-const std::string kFirmwareLogin = Le32(8) + Le32(2);
-
-std::string FirmwareCommand(std::uint8_t code, const std::string &fields)
-{
-    const auto size = static_cast<std::uint32_t>(13 + fields.size());
-    return Le32(size + 8) + Zeros(4) + "\x76\x71" + Zeros(2) + Le32(size) + Zeros(1) +
-           std::string(1, static_cast<char>(code)) + "xyz" + fields;
-}
-
-const std::string kAskVersion = FirmwareCommand(0, Le32(1) + Zeros(8));
-const std::string kAskFile = FirmwareCommand(1, Le32(100) + Le32(0) + Zeros(252));
-
 class Survival : public BoardTest
 {
 protected:
@@ -33,7 +21,7 @@ protected:
     bool Answers() const
     {
         const auto reply = pc.Ask(SearchBytes(), board->Network().BoardAddress());
-        return reply && reply->bytes.size() == 409;
+        return reply && reply->bytes.size() == kSearchReplySize;
     }
     // Processor time that the process has used, in hundredths of a second.
     static long Used(pid_t pid)
@@ -53,14 +41,14 @@ protected:
         EXPECT_TRUE(board->WaitFor([&] { return board->Supervisor().Heartbeats().size() >= beats + 2; }));
         return Used(pid) - before;
     }
-    void KnockTwoThousandTimes();
+    void ConnectTwoThousandTimes();
 
     UdpPeer pc;
 };
 
-void Survival::KnockTwoThousandTimes()
+void Survival::ConnectTwoThousandTimes()
 {
-    constexpr std::size_t kKept = 1024 - 64; // descriptors: whatever the limit, select watches no more
+    constexpr std::size_t kKept = 1024 - 64; // descriptors, whatever the limit: select can watch no more
     const rlimit many{.rlim_cur = 4096, .rlim_max = 4096};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
     Boot();
@@ -68,7 +56,7 @@ void Survival::KnockTwoThousandTimes()
     const std::size_t before = board->Daemon().OpenDescriptors();
     {
         const Peer early = Connect();
-        EXPECT_TRUE(early.Send(kFirmwareLogin));
+        EXPECT_TRUE(early.Send(Login(kFirmware)));
         EXPECT_EQ(early.Take(8).size(), 8U);
         std::vector<Peer> crowd;
         for (int count = 0; count < 2000; ++count) {
@@ -86,9 +74,9 @@ void Survival::KnockTwoThousandTimes()
         EXPECT_NEAR(static_cast<double>(kept), static_cast<double>(open - before - 1), 1);
         EXPECT_LT(UsedWhileIdle(board->Daemon().Pid()), 30) << "the loop spins";
 
-        EXPECT_TRUE(early.Send(kAskVersion));
-        EXPECT_EQ(early.Take(25).size(), 25U);
-        EXPECT_TRUE(early.Send(kAskFile)); // a file can be opened, a command started
+        EXPECT_TRUE(early.Send(AskVersion()));
+        EXPECT_EQ(early.Take(kVersionReplySize).size(), kVersionReplySize);
+        EXPECT_TRUE(early.Send(AskArchive(100, 0))); // a file can be opened, a command started
         EXPECT_TRUE(board->WaitFor([&] { return board->Root().Exists("/tmp/QV_Firmware/new_version.gz"); }));
         board->Network().Cable(false);
         EXPECT_TRUE(board->Record().WaitForLog("netlinck flag 0"));
@@ -104,13 +92,13 @@ void Survival::KnockTwoThousandTimes()
 TEST_F(Survival, TwoThousandConnectionsWithALimitOf1024)
 {
     options.softFileLimit = 1024;
-    KnockTwoThousandTimes();
+    ConnectTwoThousandTimes();
 }
 
 TEST_F(Survival, TwoThousandConnectionsWithALimitOf8192)
 {
     options.softFileLimit = 8192;
-    KnockTwoThousandTimes();
+    ConnectTwoThousandTimes();
 }
 
 TEST_F(Survival, PeerThatNeverReads)
@@ -118,11 +106,11 @@ TEST_F(Survival, PeerThatNeverReads)
     Boot();
     const Unharmed unharmed(*board);
     const Peer peer = Connect();
-    EXPECT_TRUE(peer.Send(kFirmwareLogin));
+    EXPECT_TRUE(peer.Send(Login(kFirmware)));
     EXPECT_EQ(peer.Take(8).size(), 8U);
     std::string asks;
     for (int count = 0; count < 200; ++count)
-        asks += kAskVersion;
+        asks += AskVersion();
     const auto begin = std::chrono::steady_clock::now();
     bool ended = false;
     for (std::size_t next = 0; !ended && std::chrono::steady_clock::now() - begin < 30s;) {
@@ -131,7 +119,7 @@ TEST_F(Survival, PeerThatNeverReads)
         if (sent > 0)
             next = (next + static_cast<std::size_t>(sent)) % asks.size();
         ended = sent == -1 && errno != EAGAIN;
-        ASSERT_TRUE(Answers()) << "the loop stands still for longer than three seconds";
+        ASSERT_TRUE(Answers()) << "the loop is blocked for longer than three seconds";
     }
     EXPECT_TRUE(ended);
     EXPECT_TRUE(board->Record().WaitForLog("connecting error, one client quit!"));
@@ -146,7 +134,7 @@ TEST_F(Survival, SignalsInterruptTheWaitOnly)
         EXPECT_TRUE(board->Daemon().Signal(SIGUSR1));
         ASSERT_TRUE(Answers()) << count;
     }
-    // Those may all have come before the wait was entered again.
+    // All of these may have come while the loop was not waiting.
     EXPECT_TRUE(board->WaitFor([&] {
         return board->Daemon().Signal(SIGUSR1) &&
                board->Record().WaitForLog("select was interrupted.", 1, 50ms);
@@ -155,7 +143,7 @@ TEST_F(Survival, SignalsInterruptTheWaitOnly)
     unharmed.Check("signals");
 }
 
-// Whoever takes the log goes away after the first line.
+// The reader of the log goes away after the first line.
 TEST_F(Survival, BrokenStandardOutput)
 {
     Boot();
@@ -169,10 +157,10 @@ TEST_F(Survival, BrokenStandardOutput)
     ASSERT_TRUE(Answers());
     for (int count = 0; count < 20; ++count) { // each of them prints
         const Peer peer = Connect();
-        EXPECT_TRUE(peer.Send(Le32(8) + Le32(1)));
+        EXPECT_TRUE(peer.Send(Login(kSettings)));
         EXPECT_EQ(peer.Take(8).size(), 8U) << count;
     }
-    // The heartbeat's own broken pipe is caught, and told to nobody.
+    // The heartbeat's own broken pipe is caught; nothing reads the line about it.
     board->Supervisor().Listen(false);
     const std::size_t beats = board->Supervisor().Heartbeats().size();
     board->Supervisor().Listen(true);
