@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The 3G modem: from power-up to a data link and a message, and all that can be wrong with it.
-#include "peer.h"
+// The 3G modem: from power-up to a data link and a message, and what can go wrong with it.
 #include "udp_peer.h"
 
 #include <algorithm>
@@ -13,6 +12,44 @@ namespace
 
 constexpr char kSms[] = "/home/root/plexa_data/sms";
 
+enum ModemCommand : std::uint32_t { kAskStatus = 1, kAskMessages = 2 };
+
+enum ModemState : std::uint32_t {
+    kNoDevice = 0,
+    kNoAnswer = 2,
+    kNoSim = 3,
+    kSimLocked = 4,
+    kNotRegistered = 5,
+    kRegistered = 6,
+    kLinkUp = 7,
+};
+
+// 3GPP TS 27.007, 7.2.
+enum Registration : std::uint32_t { kHomeNetwork = 1, kDenied = 3, kRoaming = 5 };
+
+constexpr std::uint32_t kUtran = 2; // a technology of 27.007, 7.3
+
+// Places in the status.
+constexpr std::size_t kModemStatusSize = 308;
+constexpr std::size_t kStateAt = 8;
+constexpr std::size_t kSignalAt = 12;
+constexpr std::size_t kRegistrationAt = 16;
+constexpr std::size_t kTechnologyAt = 20;
+constexpr std::size_t kAttachedAt = 24;
+constexpr std::size_t kLinkAddressAt = 28;
+constexpr std::size_t kOperatorAt = 32;
+constexpr std::size_t kManufacturerAt = 80;
+constexpr std::size_t kModelAt = 112;
+constexpr std::size_t kImeiAt = 144;
+constexpr std::size_t kLastErrorAt = 164;
+
+// Places in an answer with messages: of the first message.
+constexpr std::size_t kMessagesHeadSize = 12; // length, command, count
+constexpr std::size_t kMessageSize = 512;
+constexpr std::size_t kTimeAt = 12;
+constexpr std::size_t kSenderAt = 20;
+constexpr std::size_t kTextAt = 60;
+
 class Modem : public BoardTest
 {
 protected:
@@ -21,19 +58,19 @@ protected:
     Peer LogIn() const
     {
         Peer peer = Peer::Connect(board->Network().BoardAddress(), 8870);
-        EXPECT_TRUE(peer.Send(Le32(8) + Le32(4)));
-        EXPECT_EQ(peer.Take(8), Le32(8) + "\x04" + Zeros(3));
+        EXPECT_TRUE(peer.Send(Login(kModem)));
+        EXPECT_EQ(peer.Take(8), LoginReply(kLoginModem));
         return peer;
     }
-    static std::string Request(std::uint32_t command) { return Le32(12) + "junk" + Le32(command); }
+    static std::string Request(std::uint32_t command) { return Framed(Le32(command), "junk"); }
 
-    // The 308 bytes of the status; empty when they do not come.
+    // Empty if it does not come.
     std::string Status() const
     {
         const Peer peer = LogIn();
-        EXPECT_TRUE(peer.Send(Request(1)));
-        std::string reply = peer.Take(308);
-        EXPECT_EQ(reply.substr(0, 8), Le32(308) + Le32(1));
+        EXPECT_TRUE(peer.Send(Request(kAskStatus)));
+        std::string reply = peer.Take(kModemStatusSize);
+        EXPECT_EQ(reply.substr(0, 8), Le32(kModemStatusSize) + Le32(kAskStatus));
         return reply;
     }
     static std::uint32_t WordAt(const std::string &reply, std::size_t offset)
@@ -45,11 +82,11 @@ protected:
     }
     static std::string TextAt(const std::string &reply, std::size_t offset)
     {
-        return offset < reply.size() ? std::string(reply.c_str() + offset) : "none";
+        return offset < reply.size() ? std::string(reply.c_str() + offset) : "(no reply)";
     }
     bool WaitForState(std::uint32_t state, std::chrono::milliseconds limit = 20s)
     {
-        return board->WaitFor([&] { return WordAt(Status(), 8) == state; }, limit);
+        return board->WaitFor([&] { return WordAt(Status(), kStateAt) == state; }, limit);
     }
     long Calls(const std::vector<std::string> &words) const
     {
@@ -94,31 +131,32 @@ TEST_F(Modem, FromPowerUpToLinkAndMessage)
     EXPECT_TRUE(board->WaitFor([&] { return board->Modem().View().sms == 0; })) << "deleted when it is kept";
     EXPECT_FALSE(board->Root().Exists("/home/root/x"));
 
-    ASSERT_TRUE(WaitForState(7));
+    ASSERT_TRUE(WaitForState(kLinkUp));
     const std::string status = Status();
-    EXPECT_EQ(WordAt(status, 12), static_cast<std::uint32_t>(-79)); // dBm
-    EXPECT_EQ(WordAt(status, 16), 1U);                              // home network
-    EXPECT_EQ(WordAt(status, 20), 2U);                              // UTRAN
-    EXPECT_EQ(WordAt(status, 24), 1U);                              // attached
-    EXPECT_EQ(status.substr(28, 4), "\x0A\x40\x40\x40");            // 10.64.64.64
-    EXPECT_EQ(TextAt(status, 32), "Example, Net");
-    EXPECT_EQ(TextAt(status, 80), "Example Works");
-    EXPECT_EQ(TextAt(status, 112), "Model 3");
-    EXPECT_EQ(TextAt(status, 144), "490154203237518");
+    EXPECT_EQ(WordAt(status, kSignalAt), static_cast<std::uint32_t>(-79)) << "dBm";
+    EXPECT_EQ(WordAt(status, kRegistrationAt), kHomeNetwork);
+    EXPECT_EQ(WordAt(status, kTechnologyAt), kUtran);
+    EXPECT_EQ(WordAt(status, kAttachedAt), 1U);
+    EXPECT_EQ(status.substr(kLinkAddressAt, 4), "\x0A\x40\x40\x40") << "10.64.64.64";
+    EXPECT_EQ(TextAt(status, kOperatorAt), "Example, Net");
+    EXPECT_EQ(TextAt(status, kManufacturerAt), "Example Works");
+    EXPECT_EQ(TextAt(status, kModelAt), "Model 3");
+    EXPECT_EQ(TextAt(status, kImeiAt), "490154203237518");
 
     const Peer peer = LogIn();
-    EXPECT_TRUE(peer.Send(Request(2) + Request(2)));
+    EXPECT_TRUE(peer.Send(Request(kAskMessages) + Request(kAskMessages)));
     for (int i = 0; i < 2; ++i) {
-        const std::string sms = peer.Take(12 + 512);
-        EXPECT_EQ(sms.substr(0, 12), Le32(524) + Le32(2) + Le32(1));
-        EXPECT_LE(time(nullptr) - static_cast<time_t>(WordAt(sms, 12)), 60);
-        EXPECT_EQ(TextAt(sms, 20), "+4915112345678");
-        EXPECT_EQ(TextAt(sms, 60), "Öffne $(touch /home/root/x) \"das\" Tor\nOK\n€ 😀");
+        const std::string sms = peer.Take(kMessagesHeadSize + kMessageSize);
+        const std::uint32_t count = 1;
+        EXPECT_EQ(sms.substr(0, 12), Le32(524) + Le32(kAskMessages) + Le32(count));
+        EXPECT_LE(time(nullptr) - static_cast<time_t>(WordAt(sms, kTimeAt)), 60);
+        EXPECT_EQ(TextAt(sms, kSenderAt), "+4915112345678");
+        EXPECT_EQ(TextAt(sms, kTextAt), "Öffne $(touch /home/root/x) \"das\" Tor\nOK\n€ 😀");
     }
 
-    // Somebody ends pppd by a signal: it is dialled again after 10 s, and that was no failure. The link
-    // monitor ends the new one too when it is late enough to find the route of the modem there.
-    const std::string lastError = TextAt(Status(), 164);
+    // A pppd that a signal ends is no failure: the daemon dials again after 10 s. The link monitor may end
+    // the new one too, if it looks so late that it finds the modem's route.
+    const std::string lastError = TextAt(Status(), kLastErrorAt);
     const long before = Calls({"pppd", "call", "3g"});
     EXPECT_EQ(board->Run("killall pppd").status, 0);
     EXPECT_TRUE(board->Record().WaitForLog("modem link is down."));
@@ -127,32 +165,35 @@ TEST_F(Modem, FromPowerUpToLinkAndMessage)
     EXPECT_GT(calls, before);
     if (!board->Record().WaitForLog(";killall pppd]", 1, 0ms)) {
         EXPECT_EQ(calls, 2);
-        EXPECT_EQ(TextAt(Status(), 164), lastError);
+        EXPECT_EQ(TextAt(Status(), kLastErrorAt), lastError);
     }
 
-    // What was received outlives the daemon, the link too; a new daemon finds both.
+    // Messages and link outlive the daemon; a new daemon finds both.
     board->Daemon().Restart();
-    ASSERT_TRUE(WaitForState(7));
+    ASSERT_TRUE(WaitForState(kLinkUp));
     EXPECT_EQ(Calls({"pppd", "call", "3g"}), calls);
     const Peer again = LogIn();
-    EXPECT_TRUE(again.Send(Request(2)));
-    EXPECT_EQ(TextAt(again.Take(524), 20), "+4915112345678");
+    EXPECT_TRUE(again.Send(Request(kAskMessages)));
+    EXPECT_EQ(TextAt(again.Take(kMessagesHeadSize + kMessageSize), kSenderAt), "+4915112345678");
 }
 
 TEST_F(Modem, OddRequestsEndTheSession)
 {
     options.modem = false;
     Boot();
-    EXPECT_EQ(WordAt(Status(), 8), 0U); // no modem
-    for (const std::string &bytes : {Request(0), Request(3), Request(0xFFFFFFFF), Le32(11) + Zeros(7),
-                                     Le32(8) + Le32(1), Le32(4), Le32(0)}) {
+    EXPECT_EQ(WordAt(Status(), kStateAt), kNoDevice);
+    const std::string cutCommand = Le32(11) + Zeros(7);
+    const std::string noCommand = Le32(8) + Le32(1);
+    for (const std::string &bytes :
+         {Request(0), Request(3), Request(0xFFFFFFFF), cutCommand, noCommand, Le32(4), Le32(0)}) {
         const Peer peer = LogIn();
         EXPECT_TRUE(peer.Send(bytes));
         EXPECT_TRUE(peer.Ended()) << bytes.size();
     }
     const Peer longer = LogIn();
-    EXPECT_TRUE(longer.Send(Le32(20) + Zeros(4) + Le32(2) + Zeros(8)));
-    EXPECT_EQ(longer.Take(12), Le32(12) + Le32(2) + Le32(0));
+    EXPECT_TRUE(longer.Send(Framed(Le32(kAskMessages) + Zeros(8))));
+    const std::uint32_t count = 0;
+    EXPECT_EQ(longer.Take(kMessagesHeadSize), Le32(12) + Le32(kAskMessages) + Le32(count));
 }
 
 TEST_F(ModemTrouble, SimAndNetwork)
@@ -163,15 +204,15 @@ TEST_F(ModemTrouble, SimAndNetwork)
     modem.KnowUcs2(false);
     modem.SetSim(board::ModemSim::kNone);
     board->Daemon().Start();
-    ASSERT_TRUE(WaitForState(3));
-    EXPECT_EQ(TextAt(Status(), 164), "AT+CPIN?: SIM not inserted");
-    EXPECT_EQ(TextAt(Status(), 112), "Model 3");
+    ASSERT_TRUE(WaitForState(kNoSim));
+    EXPECT_EQ(TextAt(Status(), kLastErrorAt), "AT+CPIN?: SIM not inserted");
+    EXPECT_EQ(TextAt(Status(), kModelAt), "Model 3");
     modem.SetSim(board::ModemSim::kPin);
-    ASSERT_TRUE(WaitForState(4));
-    EXPECT_EQ(TextAt(Status(), 164), "the SIM wants: SIM PIN");
+    ASSERT_TRUE(WaitForState(kSimLocked));
+    EXPECT_EQ(TextAt(Status(), kLastErrorAt), "the SIM wants: SIM PIN");
     modem.SetSim(board::ModemSim::kReady);
-    ASSERT_TRUE(WaitForState(6));
-    EXPECT_EQ(Calls({"pppd", "call", "3g"}), 0) << "there is nothing to call";
+    ASSERT_TRUE(WaitForState(kRegistered));
+    EXPECT_EQ(Calls({"pppd", "call", "3g"}), 0) << "there is no peer file";
 
     // Without UCS2 a text comes as it is, whatever it looks like.
     modem.Deliver("+49151", "first\nOK\n\nOK\nlast");
@@ -183,18 +224,19 @@ TEST_F(ModemTrouble, SimAndNetwork)
     modem.SetNetwork(board::ModemNetwork::kRoaming);
     ASSERT_TRUE(board->Record().WaitForLog("registered, roaming.", 1, 20s));
     std::string status = Status();
-    EXPECT_EQ(WordAt(status, 16), 5U);
-    EXPECT_EQ(WordAt(status, 12), static_cast<std::uint32_t>(-79)) << "an unknown signal keeps the old";
+    EXPECT_EQ(WordAt(status, kRegistrationAt), kRoaming);
+    EXPECT_EQ(WordAt(status, kSignalAt), static_cast<std::uint32_t>(-79))
+        << "an unknown signal changes nothing";
     modem.SetNetwork(board::ModemNetwork::kDenied);
-    ASSERT_TRUE(WaitForState(5));
+    ASSERT_TRUE(WaitForState(kNotRegistered));
     status = Status();
-    EXPECT_EQ(WordAt(status, 16), 3U);
-    EXPECT_EQ(TextAt(status, 32), "");
+    EXPECT_EQ(WordAt(status, kRegistrationAt), kDenied);
+    EXPECT_EQ(TextAt(status, kOperatorAt), "");
     const auto commands = modem.Commands();
     EXPECT_TRUE(std::ranges::none_of(commands, [](auto &one) { return one.starts_with("AT+CPIN="); }));
 }
 
-TEST_F(ModemTrouble, OneCommandWithoutAnAnswerHoldsUpNoOther)
+TEST_F(ModemTrouble, OneCommandWithoutAnAnswerDelaysNoOther)
 {
     options.startDaemon = false;
     options.files["/etc/ppp/peers/3g"] = "/dev/ttyUSB0\n";
@@ -205,36 +247,36 @@ TEST_F(ModemTrouble, OneCommandWithoutAnAnswerHoldsUpNoOther)
     board->Modem().Deliver("+49151", "all the same");
     EXPECT_TRUE(WaitForSms("all the same"));
     const std::string status = Status();
-    EXPECT_EQ(WordAt(status, 8), 7U);
-    EXPECT_EQ(WordAt(status, 24), 1U) << "asked for after the one without an answer";
-    EXPECT_EQ(TextAt(status, 164), "AT+COPS?: no answer");
+    EXPECT_EQ(WordAt(status, kStateAt), kLinkUp);
+    EXPECT_EQ(WordAt(status, kAttachedAt), 1U) << "asked for after the command without an answer";
+    EXPECT_EQ(TextAt(status, kLastErrorAt), "AT+COPS?: no answer");
 }
 
-TEST_F(ModemHang, NobodyWaitsForItAndItIsOpenedAgain)
+TEST_F(ModemHang, DelaysNoAnswerAndIsOpenedAgain)
 {
     options.startDaemon = false;
     Boot();
     board->Modem().Hang(true);
     board->Daemon().Start();
-    ASSERT_TRUE(WaitForState(2, 20s));
+    ASSERT_TRUE(WaitForState(kNoAnswer, 20s));
     const UdpPeer pc;
     const auto began = std::chrono::steady_clock::now();
     for (int i = 0; i < 20; ++i) {
-        EXPECT_TRUE(pc.Send(Zeros(30), board->Network().BoardAddress()));
+        EXPECT_TRUE(pc.Send(Zeros(kSearchSize), board->Network().BoardAddress()));
         EXPECT_TRUE(pc.Receive());
-        EXPECT_EQ(WordAt(Status(), 8), 2U);
+        EXPECT_EQ(WordAt(Status(), kStateAt), kNoAnswer);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - began, 3s);
     EXPECT_TRUE(board->Record().WaitForLog("opened again.", 1, 40s));
     // Answers that come late belong to no later command.
     board->Modem().Say("\r\n+CREG: 0,3\r\n\r\nOK\r\n\r\nOK\r\n\r\nERROR\r\n");
     board->Modem().Hang(false);
-    ASSERT_TRUE(WaitForState(6));
-    EXPECT_EQ(WordAt(Status(), 16), 1U);
-    EXPECT_EQ(TextAt(Status(), 112), "Model 3");
+    ASSERT_TRUE(WaitForState(kRegistered));
+    EXPECT_EQ(WordAt(Status(), kRegistrationAt), kHomeNetwork);
+    EXPECT_EQ(TextAt(Status(), kModelAt), "Model 3");
 }
 
-TEST_F(ModemPulled, IsTakenUpAgainAndAgain)
+TEST_F(ModemPulled, IsUsedAgainWheneverItIsPlugged)
 {
     options.modem = false;
     Boot();
@@ -247,11 +289,11 @@ TEST_F(ModemPulled, IsTakenUpAgainAndAgain)
         ASSERT_TRUE(board->Record().WaitForLog("/dev/ttyUSB3: no device.", round + 1, 5s));
         if (round == 1)
             descriptors = board->Daemon().OpenDescriptors();
-        EXPECT_EQ(WordAt(Status(), 8), 0U);
-        EXPECT_EQ(TextAt(Status(), 112), "") << "what was known of it";
+        EXPECT_EQ(WordAt(Status(), kStateAt), kNoDevice);
+        EXPECT_EQ(TextAt(Status(), kModelAt), "") << "what was known of it is gone";
         EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == descriptors; }))
             << round;
     }
     EXPECT_FALSE(board->Record().WaitForLog("/dev/ttyUSB3: no device.", 5, 0ms))
-        << "one line when it changes";
+        << "one line for each change";
 }
