@@ -2,6 +2,8 @@
 // What a board does when its cable or its DHCP server goes, as a PC on the same cable sees it.
 #include "common/unique_fd.h"
 #include "network_peer.h"
+#include "player_codes.h"
+#include "remote_packets.h"
 
 #include <linux/if_packet.h>
 #include <linux/sockios.h>
@@ -15,7 +17,24 @@
 namespace
 {
 
-// What was heard of the board on the cable, and when it was sent.
+// Fields of the ARP packets that all of these share, up to the sender's MAC; in network byte order.
+Bytes ArpStart(char operation, const Bytes &senderMac)
+{
+    const Bytes ethernet("\0\1", 2);
+    const Bytes ipv4("\x08\0", 2);
+    const Bytes sizes("\6\4", 2); // of a MAC and of an IPv4 address
+    return ethernet + ipv4 + sizes + '\0' + operation + senderMac;
+}
+
+constexpr char kArpRequest = 1;
+constexpr char kArpReply = 2;
+
+constexpr std::size_t kArpSize = 28;
+constexpr std::size_t kSenderAt = 14;
+constexpr std::size_t kTargetMacAt = 18;
+constexpr std::size_t kTargetAt = 24;
+
+// A packet of the board, and when it was sent.
 struct Arp {
     std::string kind; // "probe", "announcement" or ""
     std::string address;
@@ -31,7 +50,7 @@ protected:
         SentAt(); // the kernel notes the times from now on
     }
 
-    // When the packet that was read last was sent; this process may be late to read it.
+    // When the packet that was read last was sent. This process may have read it late.
     std::chrono::duration<double> SentAt()
     {
         timespec time{};
@@ -39,10 +58,11 @@ protected:
         return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
     }
 
-    // The next probe or announcement by the board; kind "" when none comes in time.
+    // The next probe or announcement of the board; kind "" if it does not come in time.
     Arp Heard(std::chrono::milliseconds limit)
     {
-        const Bytes start("\0\1\x8\0\6\4\0\1\x2\x4c\x45\x44\0\0", 14);
+        const Bytes boardMac("\x02\x4c\x45\x44\0\0", 6);
+        const Bytes start = ArpStart(kArpRequest, boardMac);
         for (const auto end = Clock::now() + limit;;) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
             pollfd waiting{.fd = arp_.Get(), .events = POLLIN, .revents = 0};
@@ -51,21 +71,22 @@ protected:
             char packet[64];
             const ssize_t size = recv(arp_.Get(), packet, sizeof packet, 0);
             const Bytes bytes(packet, size < 0 ? 0 : static_cast<std::size_t>(size));
-            if (bytes.size() < 28 || !bytes.starts_with(start) || bytes.substr(18, 6) != Bytes(6, '\0'))
+            if (bytes.size() < kArpSize || !bytes.starts_with(start) ||
+                bytes.substr(kTargetMacAt, 6) != Zeros(6))
                 continue;
-            const Bytes sender = bytes.substr(14, 4);
-            const Bytes target = bytes.substr(24, 4);
-            if (sender == target || sender == Bytes(4, '\0'))
+            const Bytes sender = bytes.substr(kSenderAt, 4);
+            const Bytes target = bytes.substr(kTargetAt, 4);
+            if (sender == target || sender == Zeros(4))
                 return {sender == target ? "announcement" : "probe", Dotted(target), SentAt()};
         }
     }
 
-    // Somebody else says that the address is his.
+    // Another host claims the address.
     void Claim(const std::string &address)
     {
         const Bytes mac("\2\0\0\0\0\x63", 6);
-        const Bytes packet =
-            Bytes("\0\1\x8\0\6\4\0\2", 8) + mac + Quad(address) + Bytes(6, '\xff') + Quad(address);
+        const Bytes targetMac(6, '\xff');
+        const Bytes packet = ArpStart(kArpReply, mac) + Quad(address) + targetMac + Quad(address);
         sockaddr_ll everybody{};
         everybody.sll_family = AF_PACKET;
         everybody.sll_protocol = htons(ETH_P_ARP);
@@ -74,10 +95,10 @@ protected:
         std::memset(everybody.sll_addr, 0xff, 6);
         ASSERT_EQ(sendto(arp_.Get(), packet.data(), packet.size(), 0,
                          reinterpret_cast<const sockaddr *>(&everybody), sizeof everybody),
-                  28);
+                  static_cast<ssize_t>(kArpSize));
     }
 
-    // Three probes, the claim, two announcements; the address, or "" when it went another way.
+    // Expects three probes and two announcements of the same address. The address, or "" if they differ.
     std::string ClaimSeen(std::vector<std::chrono::duration<double>> *gaps = nullptr)
     {
         std::string address;
@@ -98,7 +119,7 @@ protected:
     ledboard::UniqueFd arp_;
 };
 
-TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
+TEST_F(AddressProbe, ClaimsAnAddressMovesAfterConflictsAndYieldsToALease)
 {
     options.addressing = board::Addressing::kDhcpSilent;
     OpenCapture();
@@ -107,10 +128,10 @@ TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
     std::vector<std::chrono::duration<double>> gaps;
     const std::string first = ClaimSeen(&gaps);
     ASSERT_TRUE(first.starts_with("169.254."));
-    EXPECT_EQ(Found("169.254.", kTwoSeconds), first) << "the record has it";
+    EXPECT_EQ(Found("169.254.", kMaxRecordDelay), first) << "the record has it";
     EXPECT_LT(Clock::now() - before, 15s);
     EXPECT_EQ(board->Network().Eth0Address(), first);
-    EXPECT_EQ(Record().substr(kAddress + 4, 4), Backwards(Quad("255.255.0.0")));
+    EXPECT_EQ(Record().substr(kMaskAt, 4), Backwards(Quad("255.255.0.0")));
     // A tick may come up to a quarter of a second early; late ticks shift what follows.
     for (const std::size_t pause : {0U, 1U})
         EXPECT_GT(gaps[pause].count(), 0.7);
@@ -119,7 +140,7 @@ TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
     for (const auto gap : gaps)
         EXPECT_LT(gap.count(), 3.5);
 
-    // A second host: once defended, then the board moves.
+    // A second host: the board defends its address once, then it moves.
     Claim(first);
     EXPECT_EQ(Heard(5000ms).kind, "announcement");
     EXPECT_EQ(board->Network().Eth0Address(), first);
@@ -128,33 +149,33 @@ TEST_F(AddressProbe, WithoutServerUnderConflictAndWithALateLease)
     EXPECT_EQ(probe.kind, "probe");
     EXPECT_NE(probe.address, first);
     EXPECT_EQ(board->Network().Eth0Address(), std::nullopt);
-    // And while it probes: the next candidate at once.
+    // A conflict while it probes: the board tries the next candidate at once.
     Claim(probe.address);
     const std::string third = ClaimSeen();
     EXPECT_NE(third, probe.address);
-    EXPECT_EQ(Found("169.254.", kTwoSeconds), third);
+    EXPECT_EQ(Found("169.254.", kMaxRecordDelay), third);
 
-    // The DHCP client's script flushes it: it is probed for and put back.
+    // The DHCP client's script removes the address: the board probes for it and sets it again.
     board->Run("ifconfig eth0 0.0.0.0");
     EXPECT_EQ(ClaimSeen(), third);
-    EXPECT_EQ(Found("169.254.", kTwoSeconds), third);
+    EXPECT_EQ(Found("169.254.", kMaxRecordDelay), third);
 
-    // A lease: the link-local address goes.
+    // A lease: the link-local address is removed.
     board->Network().DhcpServer(true);
     ASSERT_TRUE(
         board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().LeaseAddress(); },
-                       kLeaseTime));
-    EXPECT_EQ(Found(board->Network().LeaseAddress(), kTwoSeconds), board->Network().LeaseAddress());
+                       kMaxLeaseDelay));
+    EXPECT_EQ(Found(board->Network().LeaseAddress(), kMaxRecordDelay), board->Network().LeaseAddress());
     EXPECT_EQ(board->Run("ip -4 addr show dev eth0 | grep -c inet").output, "1\n");
-    EXPECT_EQ(Record().substr(kAddress + 8, 4), Backwards(Quad(board->Network().PcAddress())));
-    Claim(third); // the probe is over and hears it no more
+    EXPECT_EQ(Record().substr(kGatewayAt, 4), Backwards(Quad(board->Network().PcAddress())));
+    Claim(third); // the probe has ended and does not answer
     EXPECT_EQ(Heard(500ms).kind, "");
 }
 
 class Cable : public AddressProbe
 {
 protected:
-    // The PC's own "ip" on the board's network: the board's cannot make interfaces.
+    // The PC's own "ip" in the board's network: the board's cannot create interfaces.
     int Ip(const char *command)
     {
         int status = -1;
@@ -162,7 +183,7 @@ protected:
         return status;
     }
 
-    // Returns when the daemon has seen it, and all link messages before it.
+    // Returns when the daemon has handled this link message and all before it.
     void MoveCable(bool in)
     {
         const std::string line = in ? "netlink event up." : "netlink event down.";
@@ -180,36 +201,36 @@ protected:
     }
 };
 
-TEST_F(Cable, PulledAndNoServerAnyMore)
+TEST_F(Cable, PulledAndWithoutAServerALinkLocalAddressIsClaimed)
 {
     options.addressing = board::Addressing::kDhcp;
     OpenCapture();
     Start();
-    ASSERT_EQ(Found(board->Network().LeaseAddress(), kLeaseTime), board->Network().LeaseAddress());
+    ASSERT_EQ(Found(board->Network().LeaseAddress(), kMaxLeaseDelay), board->Network().LeaseAddress());
     board->Network().DhcpServer(false);
     board->Network().Cable(false);
-    EXPECT_TRUE(board->Player().WaitForMessage(9));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerNetworkError));
     EXPECT_TRUE(board->Record().WaitForCommand(kRestart));
-    OpenCapture(); // what was probed for before the lease came does not count
-    EXPECT_EQ(Heard(2000ms).kind, "") << "nothing is probed for without a link";
+    OpenCapture(); // probes from before the lease do not count
+    EXPECT_EQ(Heard(2000ms).kind, "") << "no probe without a link";
     const auto plugged = Clock::now();
     board->Network().Cable(true);
     EXPECT_TRUE(ClaimSeen().starts_with("169.254."));
-    EXPECT_GT(Clock::now() - plugged, 14s) << "a lease had its chance first";
-    EXPECT_NE(Found("169.254.", kTwoSeconds), "");
+    EXPECT_GT(Clock::now() - plugged, 14s) << "the DHCP client had its time first";
+    EXPECT_NE(Found("169.254.", kMaxRecordDelay), "");
 
-    // The server comes back with the cable.
+    // The cable is plugged in again, and the server answers.
     board->Network().Cable(false);
-    EXPECT_TRUE(board->Player().WaitForMessage(9, 2));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerNetworkError, 2));
     board->Network().DhcpServer(true);
     board->Network().Cable(true);
-    EXPECT_EQ(Found(board->Network().LeaseAddress(), kLeaseTime), board->Network().LeaseAddress());
+    EXPECT_EQ(Found(board->Network().LeaseAddress(), kMaxLeaseDelay), board->Network().LeaseAddress());
 }
 
 class FlappingCable : public Cable
 {
 protected:
-    // As fast as the daemon takes notice of it.
+    // As fast as the daemon handles it.
     void Flap(int times)
     {
         for (; times > 0 && !HasFatalFailure(); --times) {
@@ -218,7 +239,7 @@ protected:
         }
     }
 
-    // KiB of the daemon's own; nothing where a sanitizer adds to it.
+    // The daemon's own memory in KiB; 0 under a sanitizer, which adds to it.
     long Memory()
     {
         if (getenv("ASAN_OPTIONS") != nullptr || getenv("TSAN_OPTIONS") != nullptr)
@@ -240,7 +261,7 @@ protected:
     }
 };
 
-TEST_F(FlappingCable, LeavesAFixedAddressAndNothingElseBehind)
+TEST_F(FlappingCable, KeepsAFixedAddressAndLeaksNothing)
 {
     Start();
     Flap(10);
@@ -265,28 +286,33 @@ TEST_F(FlappingCable, LeavesTickSlotsForTheOthers)
     ASSERT_EQ(listen(listener.Get(), 1), 0);
     board->Daemon().Start();
     const Peer server(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-    ASSERT_EQ(server.Take(43).size(), 43U);
-    ASSERT_EQ(Found(board->Network().LeaseAddress(), kLeaseTime), board->Network().LeaseAddress());
+    ASSERT_EQ(server.Take(kRemoteLoginSize).size(), kRemoteLoginSize);
+    ASSERT_EQ(Found(board->Network().LeaseAddress(), kMaxLeaseDelay), board->Network().LeaseAddress());
     Flap(10);
     const std::size_t descriptors = SettledDescriptors(*board);
     const long memory = Memory();
 
-    // The server's answer, which makes the heartbeat a tick function, comes when all slots are taken.
+    // The server's answer, which adds the heartbeat to the tick table, comes when the table is full.
     for (std::size_t refused = 0; refused == 0;
          refused = Lines("no tick slot is empty, the function is not run."))
         Flap(1);
-    ASSERT_TRUE(server.Send(Le32(12) + Le32(10) + Le32(0)));
-    EXPECT_EQ(server.Take(522).size(), 522U);
+    ASSERT_TRUE(server.Send(RemoteLoginAnswer(0)));
+    EXPECT_EQ(server.Take(kDeviceParamSize).size(), kDeviceParamSize);
     Flap(100);
-    EXPECT_EQ(Found(board->Network().LeaseAddress(), kLeaseTime), board->Network().LeaseAddress());
-    std::string packet = server.Take(12, 10000);
-    for (; packet.starts_with(Le32(522)); packet = server.Take(12, 10000))
-        EXPECT_EQ(server.Take(510).size(), 510U); // the record has changed: it goes ahead of the heartbeat
-    EXPECT_EQ(packet, Le32(12) + Le32(11) + Le32(0)) << "the heartbeat has its slot";
+    EXPECT_EQ(Found(board->Network().LeaseAddress(), kMaxLeaseDelay), board->Network().LeaseAddress());
+    // The record has changed: the board may send it before the heartbeat.
+    const std::string heartbeat = RemoteHeartbeat();
+    std::string packet = server.Take(heartbeat.size(), 10000);
+    for (; packet.starts_with(Le32(kDeviceParamSize)); packet = server.Take(heartbeat.size(), 10000)) {
+        const std::size_t rest = kDeviceParamSize - heartbeat.size();
+        EXPECT_EQ(server.Take(rest).size(), rest);
+    }
+    EXPECT_EQ(packet, heartbeat) << "the heartbeat has its slot";
     const std::vector<std::string> commands = board->Record().Commands();
-    EXPECT_LE(std::count(commands.begin(), commands.end(), kRestart), 60) << "one waits, not a hundred";
+    EXPECT_LE(std::count(commands.begin(), commands.end(), kRestart), 60)
+        << "a command that already waits is not added again";
     ExpectAsBefore(descriptors, memory);
-    // The surplus entries of the delay are gone: the next pull finds a slot.
+    // The delay has left no entries in the tick table: the next pull finds a slot.
     board->Forget();
     Flap(1);
     EXPECT_EQ(Lines("no tick slot is empty"), 0U);
@@ -317,9 +343,9 @@ TEST_F(Cable, TheModemTakesTheDefaultRoute)
         }
     }
     EXPECT_EQ(board->Network().Eth0Address(), board->Network().BoardAddress())
-        << "a fixed address is left alone";
+        << "a fixed address does not change";
 
-    // Another interface's link comes up while eth0 has no cable: up it is.
+    // The link of another interface comes up while eth0 has no cable: the board takes it for its own.
     board->Forget();
     EXPECT_EQ(Ip("ip link set ppp1 down; ip link set ppp1 up"), 0);
     EXPECT_TRUE(board->Record().WaitForLog("netlink event up."));

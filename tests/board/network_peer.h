@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-// tests/board/network_peer.h: a board and the PC's discovery socket on the same cable; wire bytes are typed
-// by hand.
+// tests/board/network_peer.h: a board and the PC's discovery socket on the same cable.
 #pragma once
 
 #include "board_test.h"
 #include "common/unique_fd.h"
-#include "peer.h"
+#include "discovery_packets.h"
 
 #include <arpa/inet.h>
 #include <poll.h>
@@ -20,11 +19,8 @@ using Clock = std::chrono::steady_clock;
 using Bytes = std::string;
 
 constexpr char kRestart[] = "killall -9 udhcpc; udhcpc -R -b -p /var/run/udhcpc.eth0.pid -i eth0";
-constexpr auto kTwoSeconds = 4s; // within which a new address shows in discovery; a busy machine may double
-                                 // it
-constexpr auto kLeaseTime = 40s; // the DHCP client asks, waits, asks again
-constexpr std::size_t kId = 28;  // of the record in a search reply
-constexpr std::size_t kAddress = 59;
+constexpr auto kMaxRecordDelay = 4s; // 2 s until a search finds a new address; twice that on a busy machine
+constexpr auto kMaxLeaseDelay = 40s; // the DHCP client asks, waits, asks again
 
 inline Bytes Quad(const std::string &dotted)
 {
@@ -60,19 +56,22 @@ protected:
                   0);
     }
 
-    // Every datagram has a number in its header, which an answer repeats.
+    // Every datagram has a number in the place of ph_data_crc, which an answer repeats.
     void Send(const Bytes &payload, const std::string &to = "255.255.255.255", int port = 8878)
     {
         sockaddr_in peer{};
         peer.sin_family = AF_INET;
         peer.sin_port = htons(static_cast<std::uint16_t>(port));
         inet_pton(AF_INET, to.c_str(), &peer.sin_addr);
-        const Bytes datagram = Bytes("ft\1\0\x1e\0\7", 7) + Le32(++number_) + Zeros(4) + payload;
+        constexpr std::uint16_t kVersion = 1;
+        constexpr char kType = 7;
+        const Bytes datagram = ProtocolHeader(kVersion, kSearchSize, kType, ++number_) + payload;
         sendto(udp_.Get(), datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&peer),
                sizeof peer);
     }
 
-    // The answer to what was sent last, empty when none comes in time. Late answers to others do not count.
+    // The answer to the last datagram; empty if it does not come in time. Late answers to others do not
+    // count.
     Bytes Receive(std::chrono::milliseconds limit = 5s)
     {
         for (const auto end = Clock::now() + limit;;) {
@@ -82,38 +81,41 @@ protected:
                 return {};
             Bytes datagram(1024, '\0');
             const ssize_t size = recv(udp_.Get(), datagram.data(), datagram.size(), 0);
-            if (size < 15)
+            if (size < static_cast<ssize_t>(kHeaderSize))
                 continue;
             datagram.resize(static_cast<std::size_t>(size));
-            const Bytes number = datagram.substr(7, 4);
+            constexpr std::size_t kNumberAt = 7;
+            const Bytes number = datagram.substr(kNumberAt, 4);
             answered_.insert(number);
             if (number == Le32(number_))
                 return datagram;
         }
     }
 
-    // Sends what the board is not to answer; false when it does, before the answer to a search behind it.
+    // Sends what the board must not answer; false if its answer comes before that to the next search.
     bool SendsUnanswered(const Bytes &payload)
     {
         Send(payload);
         const Bytes number = Le32(number_);
-        EXPECT_NE(Record(), Bytes(409, '\0'));
+        EXPECT_NE(Record(), kNoRecord);
         return !answered_.contains(number);
     }
 
+    // The answer to a search.
     Bytes Record(std::chrono::milliseconds limit = 5s)
     {
-        Send(Bytes(15, '\0'));
+        Send(Zeros(kSearchSize - kHeaderSize));
         const Bytes reply = Receive(limit);
-        return reply.size() == 409 ? reply : Bytes(409, '\0');
+        return reply.size() == kSearchReplySize ? reply : kNoRecord;
     }
+    const Bytes kNoRecord = Zeros(kSearchReplySize);
 
     std::string AddressInRecord(std::chrono::milliseconds limit)
     {
-        return Dotted(Record(limit).substr(kAddress, 4));
+        return Dotted(Record(limit).substr(kAddressAt, 4));
     }
 
-    // Asks until the record holds an address that begins like this. The address, or "" when time is over.
+    // Asks until the record holds an address that begins like this. The address, or "" after `limit`.
     std::string Found(const std::string &start, std::chrono::milliseconds limit)
     {
         std::string address;
@@ -124,28 +126,32 @@ protected:
         return board->WaitFor(isThere, limit) ? address : "";
     }
 
+    enum AddressingMode : std::uint32_t { kFixed = 0, kDhcp = 1 };
+
     Bytes Change(const std::string &address, const std::string &gateway, std::uint32_t dhcp,
                  std::uint32_t port)
     {
         return Quad(address) + Quad("255.255.255.0") + Quad(gateway) + Le32(dhcp) + Le32(port) +
-               Record().substr(kId, 14);
+               Record().substr(kIdAt, kIdSize);
     }
-    Bytes ToDhcp() { return Change("0.0.0.0", "0.0.0.0", 1, 0); }
+    Bytes ToDhcp() { return Change("0.0.0.0", "0.0.0.0", kDhcp, 0); }
     Bytes ToFixed(const std::string &address, std::uint32_t port = 0)
     {
-        return Change(address, board->Network().PcAddress(), 0, port);
+        return Change(address, board->Network().PcAddress(), kFixed, port);
     }
 
-    // {mode, custom port} by status command 1.
+    // {'d' dynamic or 'f' fixed, custom port}; '?' without an answer.
     std::pair<char, std::uint32_t> Mode(const std::string &to = "255.255.255.255", int port = 8878)
     {
-        Send(Le32(1) + Record().substr(kId, 14), to, port);
+        Send(Le32(kStatusAddressing) + Record().substr(kIdAt, kIdSize), to, port);
         const Bytes reply = Receive();
         std::uint32_t customPort = 0;
-        if (reply.size() != 41)
+        if (reply.size() != kAddressingReplySize)
             return {'?', 0};
-        std::memcpy(&customPort, reply.data() + 23, sizeof customPort);
-        return {reply[19] == 1 ? 'd' : 'f', customPort};
+        constexpr std::size_t kModeAt = 19;
+        constexpr std::size_t kPortAt = 23;
+        std::memcpy(&customPort, reply.data() + kPortAt, sizeof customPort);
+        return {reply[kModeAt] == static_cast<char>(kDhcp) ? 'd' : 'f', customPort};
     }
 
     bool AcceptsTcp(int port)
@@ -166,5 +172,5 @@ protected:
 
     ledboard::UniqueFd udp_;
     std::uint32_t number_ = 0;
-    std::set<Bytes> answered_; // numbers
+    std::set<Bytes> answered_; // numbers of datagrams
 };

@@ -31,8 +31,8 @@ TEST_F(AddressChange, FixedToDhcpAndBack)
     EXPECT_EQ(Interfaces(), std::string(kHead) + "iface eth0 inet dhcp\n" + kPreUp);
     ASSERT_TRUE(
         board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().LeaseAddress(); },
-                       kLeaseTime));
-    EXPECT_EQ(Found(board->Network().LeaseAddress(), kTwoSeconds), board->Network().LeaseAddress())
+                       kMaxLeaseDelay));
+    EXPECT_EQ(Found(board->Network().LeaseAddress(), kMaxRecordDelay), board->Network().LeaseAddress())
         << "in network byte order";
     EXPECT_EQ(Mode(), std::make_pair('d', 0U));
     const std::vector<std::string> switched = board->Record().Commands();
@@ -40,7 +40,7 @@ TEST_F(AddressChange, FixedToDhcpAndBack)
     for (const std::string command : {kCopyBack, kRestart, kCopyPort})
         EXPECT_EQ(std::count(switched.begin(), switched.end(), command), 1) << command;
     Send(dhcp);
-    EXPECT_EQ(Receive().substr(15), dhcp) << "the second is acknowledged";
+    EXPECT_EQ(Receive().substr(kHeaderSize), dhcp) << "the second is acknowledged";
     EXPECT_EQ(board->Record().Commands().size(), 3U) << "and changes nothing";
     EXPECT_TRUE(SendsUnanswered(dhcp)) << "the third is applied again";
     EXPECT_TRUE(board->Record().WaitForCommand(kRestart, 2));
@@ -63,7 +63,7 @@ TEST_F(AddressChange, FixedToDhcpAndBack)
     EXPECT_EQ(board->Root().Read("/etc/resolv.conf"), "nameserver 8.8.8.8\n");
     EXPECT_EQ(board->Network().Eth0Address(), address);
     EXPECT_TRUE(DhcpClientIsGone()) << "no late lease can come";
-    EXPECT_EQ(Record().substr(kAddress, 12),
+    EXPECT_EQ(Record().substr(kAddressAt, 12),
               Backwards(Quad(address)) + Backwards(Quad("255.255.255.0")) + Backwards(Quad(gateway)))
         << "the address is in host byte order now, as mask and gateway are";
 }
@@ -77,20 +77,20 @@ TEST_F(AddressChange, CustomPortFollowsTheRequest)
     Send(ToFixed(address, 12000));
     ASSERT_TRUE(board->Record().WaitForCommand(kCopyPort, 2));
     ASSERT_TRUE(board->WaitFor([&] { return AcceptsTcp(12000); }));
-    EXPECT_EQ(Mode(address, 12000), std::make_pair('f', 12000U)); // answered when all of the request is done
+    EXPECT_EQ(Mode(address, 12000), std::make_pair('f', 12000U)); // answered after the whole request
     EXPECT_EQ(board->Root().Read("/home/root/plexa_data/server_config"), "name=a\nport=12000\n");
 
-    // The same port: the endpoints stay, also for the request that comes by one of them.
+    // The same port: its sockets stay open, also for a request that comes through one of them.
     const std::size_t descriptors = SettledDescriptors(*board);
     const Bytes again = ToFixed(board->Network().PcAddress() + "24", 12000);
     Send(again, address, 12000);
     ASSERT_TRUE(board->WaitFor(
         [&] { return board->Network().Eth0Address() == board->Network().PcAddress() + "24"; }));
     Send(again, board->Network().PcAddress() + "24", 12000);
-    EXPECT_EQ(Receive().substr(15), again);
+    EXPECT_EQ(Receive().substr(kHeaderSize), again);
     EXPECT_TRUE(AcceptsTcp(12000));
 
-    // Another port, asked for through the endpoint that closes.
+    // Another port, asked for through the socket that closes.
     Send(ToFixed(board->Network().PcAddress() + "24", 65535), board->Network().PcAddress() + "24", 12000);
     ASSERT_TRUE(board->WaitFor([&] { return AcceptsTcp(65535); }));
     EXPECT_FALSE(AcceptsTcp(12000));
@@ -104,25 +104,26 @@ TEST_F(AddressChange, CustomPortFollowsTheRequest)
         EXPECT_FALSE(AcceptsTcp(20000));
     }
 
-    const Bytes zeros(34, '\0');
+    const Bytes zeros = Zeros(kAddressChangeSize - kHeaderSize);
     EXPECT_TRUE(SendsUnanswered(zeros)) << "zeros name no board here";
 }
 
-TEST_F(AddressChange, WhatIsNotThereIsNotRewritten)
+TEST_F(AddressChange, AFileWithoutEth0IsNotRewritten)
 {
     options.addressing = board::Addressing::kDhcp;
     Start();
-    ASSERT_EQ(Found(board->Network().LeaseAddress(), kLeaseTime), board->Network().LeaseAddress());
+    ASSERT_EQ(Found(board->Network().LeaseAddress(), kMaxLeaseDelay), board->Network().LeaseAddress());
     board->Network().DhcpServer(false);
-    Send(Bytes(34, '\0'));
-    EXPECT_EQ(Receive().substr(15), Bytes(34, '\0')) << "a request of zeros is acknowledged at once";
+    const Bytes zeros = Zeros(kAddressChangeSize - kHeaderSize);
+    Send(zeros);
+    EXPECT_EQ(Receive().substr(kHeaderSize), zeros) << "a request of zeros is acknowledged at once";
 
-    // The DHCP client looks for a server; a fixed address ends it and answers go on meanwhile.
+    // The DHCP client looks for a server. A fixed address ends it; the board answers all the time.
     board->Root().Write("/etc/network/interfaces", "iface eth0 inet dhcp");
     board->Forget();
     Send(ToDhcp());
     ASSERT_TRUE(board->Record().WaitForCommand(kRestart));
-    EXPECT_NE(Record(), Bytes(409, '\0')) << "discovery answers while the DHCP client looks for a server";
+    EXPECT_NE(Record(), kNoRecord) << "discovery answers while the DHCP client looks for a server";
     const auto before = Clock::now();
     Send(ToFixed(board->Network().BoardAddress(), 0));
     ASSERT_TRUE(
@@ -173,7 +174,7 @@ TEST_F(AddressChange, APortKnownFromStartStaysClosed)
     Start();
     ASSERT_TRUE(
         board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().LeaseAddress(); },
-                       kLeaseTime));
+                       kMaxLeaseDelay));
     Send(ToFixed(board->Network().BoardAddress(), 12000));
     ASSERT_TRUE(
         board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().BoardAddress(); }));
