@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Discovery as a PC sees it: datagrams in, datagrams out, typed byte by byte.
-#include "peer.h"
 #include "udp_peer.h"
 
 #include <random>
@@ -10,20 +9,19 @@ using namespace std::chrono_literals;
 namespace
 {
 
-// 15 bytes of a header in which every field can be told from the others.
-const std::string kHeader("\x11\x12\x21\x22\x31\x32\x41\x51\x52\x53\x54\x61\x62\x63\x64", 15);
+// A header whose bytes all differ.
+const std::string kHeader = "\x11\x12"          // ph_descrite
+                            "\x21\x22"          // ph_version
+                            "\x31\x32"          // ph_length
+                            "\x41"              // ph_types
+                            "\x51\x52\x53\x54"  // ph_data_crc
+                            "\x61\x62\x63\x64"; // ph_head_crc
 const std::string kId("C1-0123456789\0", 14);
 
-// The header as a reply carries it.
-std::string Answered(unsigned length)
+// The header as a reply carries it: ph_length is its own.
+std::string Answered(std::size_t length)
 {
-    return kHeader.substr(0, 4) + static_cast<char>(length & 0xFF) + static_cast<char>(length >> 8) +
-           kHeader.substr(6);
-}
-
-std::string Padded(const std::string &text, std::size_t size)
-{
-    return text + Zeros(size - text.size());
+    return kHeader.substr(0, 4) + Le16(length) + kHeader.substr(6);
 }
 
 std::string Status(std::uint32_t command, const std::string &id = kId)
@@ -31,9 +29,31 @@ std::string Status(std::uint32_t command, const std::string &id = kId)
     return kHeader + Le32(command) + id;
 }
 
+std::string AddressingReply(std::uint32_t dynamic, std::uint32_t port)
+{
+    return Answered(kAddressingReplySize) + Le32(kStatusAddressing) + Le32(dynamic) + Le32(port) + kId;
+}
+
+std::string ServerReply(std::uint32_t command, char connected)
+{
+    return Answered(kServerReplySize) + Le32(command) + kId + connected;
+}
+
+std::string ServerAddressReply(const std::string &address)
+{
+    return Answered(kServerAddressReplySize) + Le32(kStatusServerAddress) + kId + address;
+}
+
 std::string RemoteAddress(const std::string &host, std::uint32_t port)
 {
-    return std::string("\x01\0", 2) + Padded(host, 256) + Le32(port) + Padded("operator", 20);
+    const std::string isHostName = Le16(1);
+    return isHostName + Field(host, 256) + Le32(port) + Field("operator", 20);
+}
+
+// A record of the settings file; its header looks like one, too.
+std::string Record(std::uint32_t id, std::uint32_t value)
+{
+    return Le32(id) + Le32(value);
 }
 
 class BoardDiscovery : public BoardTest
@@ -46,19 +66,22 @@ protected:
         options.files["/home/root/plexa/version"] = "1.2.3.4\n";
         options.files["/boot/fpga.img"] = "\x09\x07\x08\x09_rest";
         options.files["/boot/disp.bin"] = "picture";
-        // Data of 48 bytes; the fourth record says 320 by 160 pixels, record 22 says 5.
-        options.files["/boot/setting.ss"] = Le32(0) + Le32(48) + Le32(1) + Le32(0) + Le32(2) + Le32(0) +
-                                            Le32(22) + Le32(5) + Le32(3) + Le32(320 | 160 << 16) + Le32(4) +
-                                            Le32(0) + Le32(5) + Le32(0);
+        constexpr std::uint32_t kDataLength = 48;
+        constexpr std::uint32_t kModelType = 22;
+        constexpr std::uint32_t kScreenSize = 3; // the fourth record
+        options.files["/boot/setting.ss"] = Record(0, kDataLength) + Record(1, 0) + Record(2, 0) +
+                                            Record(kModelType, 5) + Record(kScreenSize, 320 | 160 << 16) +
+                                            Record(4, 0) + Record(5, 0);
         options.player = false;
     }
     void ExpectSilence(const std::string &request, std::uint16_t port = 8878)
     {
-        // The search behind it is answered first only when the request is not answered at all.
+        // The answer to the next search comes first only if the request is not answered.
         EXPECT_TRUE(pc.Send(request, board->Network().BoardAddress(), port));
-        const auto next = pc.Ask(kHeader + Zeros(15), board->Network().BoardAddress(), port);
+        const auto next =
+            pc.Ask(kHeader + Zeros(kSearchSize - kHeaderSize), board->Network().BoardAddress(), port);
         ASSERT_TRUE(next);
-        EXPECT_EQ(next->bytes.size(), 409U) << request.size() << " bytes were answered";
+        EXPECT_EQ(next->bytes.size(), kSearchReplySize) << request.size() << " bytes were answered";
     }
 
     UdpPeer pc;
@@ -69,20 +92,22 @@ protected:
 TEST_F(BoardDiscovery, SearchReplyByteForByte)
 {
     Boot();
-    const std::string expected = Answered(409) +                      // header, length 409
-                                 "\x0f" +                             // command
-                                 std::string("\x0a\x14\x1e\x02", 4) + // 10.20.30.2 in network byte order
-                                 Le32(0) + Le32(0) +                  // both thread states
-                                 kId + " 2:4c:45:44: 0: 0" +          // 17 characters of the MAC
-                                 std::string("\x0a\x14\x1e\x02", 4) + Le32(0xFFFFFF00) + // mask and gateway
-                                                                                         // in host byte order
-                                 Le32(0x0A141E01) +                                      //
-                                 std::string("\1\2\3\4", 4) +                            // player's version
-                                 std::string("\7\x08\x09\0", 4) +                        // FPGA's version
-                                 Le32(320) + Le32(160) + Le32(0) +                       // screen, brightness
-                                 Le32(1) + Le32(0) + Le32(1) + // device type, model type, boot picture
-                                 Le32(0) +                     // no USB disk
-                                 Padded("North gate", 250) + Zeros(52);
+    const std::string address("\x0a\x14\x1e\x02", 4); // 10.20.30.2 in network byte order
+    constexpr char kCommand = 15;
+    const std::string recvThreadStatus = Le32(0), serialThreadStatus = Le32(0);
+    const std::string mac = " 2:4c:45:44: 0: 0";                           // cut to 17 characters
+    const std::string mask = Le32(0xFFFFFF00), gateway = Le32(0x0A141E01); // in host byte order
+    const std::string playerVersion("\1\2\3\4", 4);
+    const std::string fpgaVersion("\7\x08\x09\0", 4);
+    const std::string width = Le32(320), height = Le32(160);
+    const std::string light = Le32(0);
+    const std::string deviceType = Le32(1), modelType = Le32(0);
+    const std::string hasBootScreen = Le32(1);
+    const std::string usbSize = Le32(0);
+    const std::string expected = Answered(kSearchReplySize) + kCommand + address + recvThreadStatus +
+                                 serialThreadStatus + kId + mac + address + mask + gateway + playerVersion +
+                                 fpgaVersion + width + height + light + deviceType + modelType +
+                                 hasBootScreen + usbSize + Field("North gate", 250) + Zeros(52);
     ASSERT_EQ(board->Network().BoardMac(), "02:4c:45:44:00:00");
     for (const std::string &to :
          {board->Network().BoardAddress(), std::string("255.255.255.255"), std::string("10.20.30.255")}) {
@@ -100,16 +125,16 @@ TEST_F(BoardDiscovery, StatusCommands)
     Boot();
     struct Row {
         std::uint32_t command;
-        std::string reply; // empty: none
+        std::string reply; // empty: no reply
     };
     const Row rows[] = {
-        {1, Answered(41) + Le32(1) + Le32(0) + Le32(0) + kId}, // fixed address, no custom port
-        {2, Answered(34) + Le32(2) + kId + Zeros(1)},
-        {5, Answered(34) + Le32(5) + kId + Zeros(1)},
-        {6, Answered(315) + Le32(6) + kId + Zeros(282)},
+        {kStatusAddressing, AddressingReply(0, 0)},
+        {kStatusServerConnected, ServerReply(kStatusServerConnected, 0)},
+        {kStatusForgetServer, ServerReply(kStatusForgetServer, 0)},
+        {kStatusServerAddress, ServerAddressReply(Zeros(kServerAddressSize))},
         {0, ""},
         {3, ""},
-        {4, ""},
+        {kStatusSetServer, ""},
         {7, ""},
         {0x80000001, ""},
     };
@@ -136,17 +161,17 @@ TEST_F(BoardDiscovery, RemoteServerIsSetByARequestForAnotherBoard)
 {
     Boot();
     const std::string address = RemoteAddress(board->Network().PcAddress(), 4000);
-    const auto set = pc.Ask(kHeader + Le32(0) + "another board." + address, board->Network().BoardAddress());
+    const auto set = pc.Ask(Status(0, "another board.") + address, board->Network().BoardAddress());
     ASSERT_TRUE(set);
-    EXPECT_EQ(set->bytes, Answered(34) + Le32(4) + kId + std::string(1, '\1'));
+    EXPECT_EQ(set->bytes, ServerReply(kStatusSetServer, 1));
     EXPECT_TRUE(board->Record().WaitForLog("SET_REMOTE_ADDR"));
-    const auto shown = pc.Ask(Status(6), board->Network().BoardAddress());
+    const auto shown = pc.Ask(Status(kStatusServerAddress), board->Network().BoardAddress());
     ASSERT_TRUE(shown);
-    EXPECT_EQ(shown->bytes, Answered(315) + Le32(6) + kId + address);
+    EXPECT_EQ(shown->bytes, ServerAddressReply(address));
 }
 
-// All lengths with random content; what could be a valid request is asked elsewhere.
-TEST_F(BoardDiscovery, RandomDatagramsLeaveEverythingAsItWas)
+// All lengths with random content; other tests send the lengths that could be valid.
+TEST_F(BoardDiscovery, RandomDatagramsChangeNothing)
 {
     options.files["/home/root/plexa_data/server_config"] = "port=23456\n";
     Boot();
@@ -155,22 +180,22 @@ TEST_F(BoardDiscovery, RandomDatagramsLeaveEverythingAsItWas)
     std::mt19937 random(8878);
     for (const std::uint16_t port : {std::uint16_t{8878}, std::uint16_t{23456}}) {
         for (std::size_t length = 0; length <= 1500; ++length) {
-            if (length == 30 || (length == 315 && port == 8878))
+            if (length == kSearchSize || (length == kSetServerSize && port == 8878))
                 continue;
             std::string bytes(length, '\0');
             for (char &byte : bytes)
                 byte = static_cast<char>(random());
             ASSERT_TRUE(pc.Send(bytes, board->Network().BoardAddress(), port));
-            if (length % 100 == 0) // never more under way than the board's socket holds
+            if (length % 100 == 0) // never more on the way than the board's socket holds
                 ExpectSilence(bytes, port);
         }
     }
     ExpectSilence(std::string(65507, 'x'));
     EXPECT_FALSE(pc.Receive(100)) << "something was answered";
     unharmed.Check("random datagrams");
-    const auto status = pc.Ask(Status(1), board->Network().BoardAddress());
+    const auto status = pc.Ask(Status(kStatusAddressing), board->Network().BoardAddress());
     ASSERT_TRUE(status);
-    EXPECT_EQ(status->bytes, Answered(41) + Le32(1) + Le32(0) + Le32(23456) + kId);
+    EXPECT_EQ(status->bytes, AddressingReply(0, 23456));
     EXPECT_TRUE(board->Record().Commands().empty());
 }
 
@@ -179,23 +204,24 @@ TEST_F(BoardDiscovery, CustomPortAnswersTheSender)
     options.files["/home/root/plexa_data/server_config"] = "port=12345\n";
     Boot();
     ASSERT_TRUE(board->Record().WaitForLog("[---init udp 12345 port success.---]"));
-    const auto reply = pc.Ask(kHeader + Zeros(15), board->Network().BoardAddress(), 12345);
+    const auto reply =
+        pc.Ask(kHeader + Zeros(kSearchSize - kHeaderSize), board->Network().BoardAddress(), 12345);
     ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->bytes.size(), 409U);
+    EXPECT_EQ(reply->bytes.size(), kSearchReplySize);
     EXPECT_EQ(reply->destination, board->Network().PcAddress());
     EXPECT_EQ(reply->port, 12345);
-    const auto status = pc.Ask(Status(1), board->Network().BoardAddress(), 12345);
+    const auto status = pc.Ask(Status(kStatusAddressing), board->Network().BoardAddress(), 12345);
     ASSERT_TRUE(status);
-    EXPECT_EQ(status->bytes, Answered(41) + Le32(1) + Le32(0) + Le32(12345) + kId);
-    ExpectSilence(Status(1, "C1-0123456788" + Zeros(1)), 12345);
-    for (const std::uint32_t command : {2U, 5U, 6U})
+    EXPECT_EQ(status->bytes, AddressingReply(0, 12345));
+    ExpectSilence(Status(kStatusAddressing, "C1-0123456788" + Zeros(1)), 12345);
+    for (const std::uint32_t command : {kStatusServerConnected, kStatusForgetServer, kStatusServerAddress})
         ExpectSilence(Status(command), 12345);
-    ExpectSilence(kHeader + Le32(0) + kId + RemoteAddress(board->Network().PcAddress(), 4000), 12345);
+    ExpectSilence(Status(0) + RemoteAddress(board->Network().PcAddress(), 4000), 12345);
     EXPECT_FALSE(board->Record().WaitForLog("SET_REMOTE_ADDR", 1, 0ms));
 
     const Peer session = Peer::Connect(board->Network().BoardAddress(), 12345);
-    EXPECT_TRUE(session.Send(Le32(8) + Le32(4)));
-    EXPECT_EQ(session.Take(8), Le32(8) + std::string("\4\0\0\0", 4));
+    EXPECT_TRUE(session.Send(Login(kModem)));
+    EXPECT_EQ(session.Take(8), LoginReply(kLoginModem));
 }
 
 TEST_F(BoardDiscovery, DynamicAddressingOpensNoCustomPort)
@@ -206,9 +232,9 @@ TEST_F(BoardDiscovery, DynamicAddressingOpensNoCustomPort)
     ASSERT_TRUE(
         board->WaitFor([&] { return board->Network().Eth0Address() == board->Network().LeaseAddress(); },
                        10s));
-    const auto status = pc.Ask(Status(1), board->Network().LeaseAddress());
+    const auto status = pc.Ask(Status(kStatusAddressing), board->Network().LeaseAddress());
     ASSERT_TRUE(status);
-    EXPECT_EQ(status->bytes, Answered(41) + Le32(1) + Le32(1) + Le32(12345) + kId);
+    EXPECT_EQ(status->bytes, AddressingReply(1, 12345));
     EXPECT_TRUE(board->Record().WaitForLog("[---src/network.c::GetSystemEnvInfo::"));
     EXPECT_TRUE(board->Record().WaitForLog("---] is dynamic ip address."));
     EXPECT_FALSE(Peer::Connect(board->Network().LeaseAddress(), 12345).Connected());
@@ -255,6 +281,6 @@ TEST_F(BoardDiscovery, RepliesLeaveByTheInterfaceOfTheRequest)
     ASSERT_EQ(std::system("ip address flush dev pc0 && ip address add 172.31.5.5/16 dev pc0"), 0);
     const auto reply = UdpPeer("pc0").Ask(SearchBytes(), "255.255.255.255");
     ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->bytes.size(), 409U);
+    EXPECT_EQ(reply->bytes.size(), kSearchReplySize);
     EXPECT_EQ(std::system("ip link delete pc9"), 0);
 }
