@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The slant lines on the panel, as somebody sees them who stands before it.
+// The slant lines on the panel, as one sees them there.
 #include "devices/framebuffer.h"
 #include "settings_peer.h"
 
@@ -16,27 +16,28 @@ constexpr std::uint32_t kWhite = 0xFFFFFF;
 // Colour of the pixel at x in row y, whose lines have moved to the left by `phase` pixels.
 using Rule = std::uint32_t (*)(int x, int y, int phase);
 
-// One pixel in eight is lit, one further to the right in each row.
+// One pixel in eight is lit, in each row one pixel further to the right.
 std::uint32_t ThinLines(int x, int y, int phase)
 {
     return (x + phase - y) % 8 == 0 ? kWhite : 0;
 }
 
-// The lit pixel's four bytes are two pixels of 16 bits. What is left of the pattern's first column is dark.
+// The lit pixel's four bytes are two pixels of 16 bits. Everything left of the pattern's first column is
+// dark.
 std::uint32_t DoubleLines(int x, int y, int phase)
 {
     const int right = x + phase - y % 8;
     return right >= 0 && right % 8 <= 1 ? kWhite : 0;
 }
 
-// Of a pixel of 24 bits the fourth byte is the next one's first colour.
+// The fourth byte of a lit pixel of 24 bits is the next pixel's first colour.
 std::uint32_t LinesWithBlueEdge(int x, int y, int phase)
 {
     const int right = x + phase - y % 8;
     return right >= 0 && right % 8 <= 1 ? (right % 8 == 0 ? kWhite : 0x0000FF) : 0;
 }
 
-// On four pixels the second line of a row stands in the row below it.
+// On a panel of four pixels the second line of a row continues in the row below.
 std::uint32_t NarrowLines(int x, int y, int phase)
 {
     const int right = x + phase - y % 8;
@@ -61,7 +62,7 @@ protected:
     {
         return board->WaitFor([&] { return Shows(rule, phase); }, limit);
     }
-    // Also the bytes behind the pixels of a row.
+    // Also the bytes after the pixels of a row.
     bool IsDark(unsigned device = 0) const
     {
         return board::ReadFramebuffer(board->Root(), device)->bytes.find_first_not_of('\0') ==
@@ -92,7 +93,7 @@ protected:
         }
         return lines;
     }
-    // Two seconds in which the daemon is alive.
+    // Calls `meanwhile` until the daemon has sent two heartbeats: for two seconds.
     bool WaitForTwoHeartbeats(const std::function<void()> &meanwhile) const
     {
         const std::size_t beats = board->Supervisor().Heartbeats().size();
@@ -115,16 +116,16 @@ TEST_F(PanelTest, NinePhasesWhileAClientIsSilent)
     Toggle();
     EXPECT_TRUE(board->WaitFor([&] { return IsDark(); }));
     EXPECT_TRUE(WaitForTwoHeartbeats([&] { Settle(port); }));
-    EXPECT_TRUE(IsDark()) << "a client that talks keeps the service from drawing";
+    EXPECT_TRUE(IsDark()) << "nothing is drawn while a client sends";
     board->Forget();
-    // Phase 8 is phase 0 with lines in its corner too, and phase 0 does not come again.
+    // Phase 8 is phase 0 with lines at the left edge, too. Phase 0 does not come again.
     const int phases[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 1, 2};
     std::size_t waits = 0;
     for (const int phase : phases) {
         EXPECT_TRUE(board->Record().WaitForLog("select continue.", ++waits));
         EXPECT_TRUE(WaitForPhase(DoubleLines, phase, 700ms)) << "wait " << waits << ", phase " << phase;
     }
-    const std::string begun = Command(15);
+    const std::string begun = Command(kSettingGetClock);
     EXPECT_TRUE(port.Send(begun.substr(0, 3)));
     board->Forget();
     EXPECT_TRUE(board->Record().WaitForLog("select continue."));
@@ -157,13 +158,14 @@ TEST_F(PanelTest, SignalTurnsItOnAndOff)
     EXPECT_TRUE(WaitForTwoHeartbeats([&] { EXPECT_TRUE(IsDark()); }));
     for (std::size_t count = 3; count <= 22; ++count) {
         Toggle();
-        ASSERT_TRUE(board->Record().WaitForLog("sig_handle be call", count)); // two that wait would be one
+        ASSERT_TRUE(board->Record().WaitForLog("sig_handle be call", count)); // two pending signals would be
+                                                                              // one
     }
     EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == descriptors; }));
     EXPECT_EQ(MappingsOfThePanel(), 0U);
 
     Toggle();
-    EXPECT_TRUE(WaitForPhase(ThinLines, 0)) << "from the beginning";
+    EXPECT_TRUE(WaitForPhase(ThinLines, 0)) << "starts again with phase 0";
     EXPECT_TRUE(board->Daemon().Signal(SIGUSR1));
     EXPECT_TRUE(board->Record().WaitForLog("sig_handle be call", 24));
     EXPECT_TRUE(WaitForPhase(ThinLines, 1));
@@ -177,8 +179,8 @@ TEST_F(PanelTest, EveryDepth)
     const std::string no16 = "Error, failed to switch to a 16 bpp 5,6,5 frame buffer\n";
     struct Row {
         board::ScreenMode screen;
-        Rule rule;       // none: the pattern stays off
-        std::string log; // what is told of the format
+        Rule rule;       // nullptr: the pattern stays off
+        std::string log; // lines about the format
     };
     const Row rows[] = {
         {{.width = 33, .height = 18, .bitsPerPixel = 16, .padding = 62, .bgr = true}, DoubleLines, ""},
@@ -230,7 +232,7 @@ TEST_F(PanelTest, WithoutAPanel)
     EXPECT_EQ(board->Daemon().OpenDescriptors(), descriptors);
 }
 
-TEST_F(PanelTest, AnotherScreenThatDoesNotOpenIsPassedOver)
+TEST_F(PanelTest, AnotherScreenThatDoesNotOpenIsSkipped)
 {
     options.screens = {{.width = 16, .height = 16}};
     Boot();

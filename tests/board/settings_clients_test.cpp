@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// What the setting service survives: clients that vanish, stall, knock twice or all come at once; a serial
-// line that goes away; a disk that is full.
+// What the setting service survives: clients that vanish, stall, connect twice or all at once; a serial line
+// that is lost; a full disk.
 #include "common/unique_fd.h"
+#include "player_codes.h"
 #include "settings_peer.h"
 
 #include <atomic>
@@ -10,9 +11,14 @@
 
 using namespace std::chrono_literals;
 
+namespace
+{
+
 class SettingClients : public SettingsTest
 {
 };
+
+} // namespace
 
 TEST_F(SettingClients, VanishAndTheServiceListensAgain)
 {
@@ -27,11 +33,11 @@ TEST_F(SettingClients, VanishAndTheServiceListensAgain)
     const Row rows[] = {
         {"", false, "readeds: 0. 0, 946", 1},
         {"", true, "readeds: 0. -1, 946", 1},
-        {Command(1) + Packet(2, "staged, never saved"), false, "readeds: 0. 0, 946", 1},
-        {Command(1) + Packet(2, "staged").substr(0, 5), false, "988, error!", 1},
-        {Command(15).substr(0, 2), false, "exit.", 0},
-        {Zeros(1), false, "pidof", 0}, // a length of 0 ends the connection
-        {Command(14, std::string(1, '\0') + "unfinished"), false, "readeds: 0. 0, 946", 1},
+        {Command(kSettingStart) + Packet(kPacketData, "staged, never saved"), false, "readeds: 0. 0, 946", 1},
+        {Command(kSettingStart) + Packet(kPacketData, "staged").substr(0, 5), false, "988, error!", 1},
+        {Command(kSettingGetClock).substr(0, 2), false, "exit.", 0},
+        {Zeros(1), false, "pidof", 0}, // its length of 0 ends the connection
+        {Chunk(kSettingLuminanceFile, kChunkData, "unfinished"), false, "readeds: 0. 0, 946", 1},
     };
     const std::size_t descriptors = SettledDescriptors(*board);
     EXPECT_TRUE(board->Fpga().WaitForFrames(Transfer(Panel()).size()));
@@ -49,13 +55,13 @@ TEST_F(SettingClients, VanishAndTheServiceListensAgain)
         EXPECT_TRUE(board->Record().WaitForLog("wait accept one client.")) << row.line;
         EXPECT_TRUE(row.line == "pidof" ? board->Record().WaitForCommand("pidof plexa")
                                         : board->Record().WaitForLog(row.line));
-        ExpectFrames(Pairs(row.frames, {1, 0}));
+        ExpectFrames(Pairs(row.frames, {kFrameTransfer, 0}));
     }
     EXPECT_EQ(board->Root().Read(kWorking), SettingFile(Panel()));
     const Peer port = Port();
-    EXPECT_TRUE(port.Send(Command(14, "\1")));
-    EXPECT_EQ(port.Take(10).substr(6), Le32(0)) << "the unfinished file went with its client";
-    EXPECT_TRUE(port.Send(Command(7)));
+    EXPECT_TRUE(port.Send(Chunk(kSettingLuminanceFile, kChunkEnd)));
+    EXPECT_EQ(port.Take(10).substr(6), Le32(kNotStored)) << "the unfinished file is gone with its client";
+    EXPECT_TRUE(port.Send(Command(kSettingNotSave)));
     End(port);
     EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == descriptors; }));
 }
@@ -66,7 +72,7 @@ TEST_F(SettingClients, OneAtATimeHoweverSlow)
     const Peer first = Port();
     EXPECT_TRUE(board->Record().WaitForLog("close listenning socket"));
     EXPECT_FALSE(Peer::Connect(board->Network().BoardAddress(), 8879).Connected());
-    const std::string bytes = Command(15);
+    const std::string bytes = Command(kSettingGetClock);
     EXPECT_TRUE(board->Record().WaitForLog("select continue."));
     EXPECT_TRUE(first.Send(bytes.substr(0, 1)));
     EXPECT_TRUE(board->Record().WaitForLog("select continue.", 2));
@@ -105,20 +111,22 @@ TEST_F(SettingClients, StreamsReachSlowReadersWhole)
     const Peer slow = Port();
     const int room = 4096;
     setsockopt(slow.Get(), SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
-    EXPECT_TRUE(slow.Send(Command(24)));
+    EXPECT_TRUE(slow.Send(Command(kSettingReadLuminance)));
     const std::string taken = slow.Take(4 + file.size());
     EXPECT_TRUE(taken == Le32(9'000'000) + file);
     End(slow);
 
-    // Who takes nothing at all is let go, on either way, and nobody else waits for long.
+    // A client that reads nothing is dropped, on the port and in a session; nobody else waits for long.
     const Peer dead = Port();
-    EXPECT_TRUE(dead.Send(Command(24)));
+    EXPECT_TRUE(dead.Send(Command(kSettingReadLuminance)));
     const Peer session = Session();
-    EXPECT_TRUE(session.Send(Framed(Command(24)) + Framed(Command(24)) + Framed(Command(24))));
+    EXPECT_TRUE(session.Send(Framed(Command(kSettingReadLuminance)) + Framed(Command(kSettingReadLuminance)) +
+                             Framed(Command(kSettingReadLuminance))));
     EXPECT_TRUE(board->Record().WaitForLog("session does not take its answer, closed.", 1, 8s));
     EXPECT_TRUE(board->Record().WaitForLog("[---src/serial_thread::LogOut::2072---] "));
     EXPECT_TRUE(board->Record().WaitForLog("wait accept one client.", 3, 15s));
-    EXPECT_EQ(Count("session does not take its answer, closed."), 1U) << "each waits for its own two seconds";
+    EXPECT_EQ(Count("session does not take its answer, closed."), 1U)
+        << "each of them has its own two seconds";
     End(Port());
 }
 
@@ -128,7 +136,7 @@ TEST_F(SettingClients, SerialLineGoesAndComesBack)
     const Peer port = Port();
     board->Fpga().Connect(false);
     for (int count = 0; count < 5; ++count)
-        EXPECT_TRUE(port.Send(FpgaPacket(14, 1)));
+        EXPECT_TRUE(port.Send(FpgaPacket(kIdScanRows, 1)));
     Settle(port);
     EXPECT_TRUE(board->Record().WaitForLog("serial writed: ", 5));
     EXPECT_EQ(Count("serial line lost."), 1U);
@@ -136,24 +144,24 @@ TEST_F(SettingClients, SerialLineGoesAndComesBack)
     board->Fpga().Connect(true);
     board->Forget();
     EXPECT_TRUE(board->WaitFor([&] {
-        EXPECT_TRUE(port.Send(FpgaPacket(14, 2)));
+        EXPECT_TRUE(port.Send(FpgaPacket(kIdScanRows, 2)));
         Settle(port);
         return !board->Fpga().Frames().empty();
     }));
-    EXPECT_TRUE(board->Fpga().WaitForFrame(14, 2));
+    EXPECT_TRUE(board->Fpga().WaitForFrame(kIdScanRows, 2));
     EXPECT_TRUE(board->Record().WaitForLog("serial line is back."));
     EXPECT_EQ(Count("serial line is back."), 1U);
     const termios line = board->Fpga().Attributes();
     EXPECT_EQ(cfgetospeed(&line), static_cast<speed_t>(B115200));
 }
 
-TEST_F(SettingClients, FullDiskIsToldToTheSender)
+TEST_F(SettingClients, FullDiskIsReportedToTheSender)
 {
     options.dataMebibytes = 1;
     Boot();
     board->Run("dd if=/dev/zero of=/home/root/plexa_data/fill bs=4096");
     const Peer port = Port();
-    const std::string chunk = Command(14, std::string(1, '\0') + std::string(249, 'x'));
+    const std::string chunk = Chunk(kSettingLuminanceFile, kChunkData, std::string(249, 'x'));
     std::string chunks;
     for (int count = 0; count < 64; ++count)
         chunks += chunk;
@@ -162,26 +170,26 @@ TEST_F(SettingClients, FullDiskIsToldToTheSender)
     EXPECT_TRUE(board->Record().WaitForLog("write of command 14:  No space left on device"));
     EXPECT_LE(recv(port.Get(), &byte, 1, 0), 0);
     const Peer other = Port();
-    EXPECT_TRUE(other.Send(Command(14, "\1")));
-    EXPECT_EQ(other.Take(10).substr(6), Le32(0));
+    EXPECT_TRUE(other.Send(Chunk(kSettingLuminanceFile, kChunkEnd)));
+    EXPECT_EQ(other.Take(10).substr(6), Le32(kNotStored));
 
-    // A session is not ended by it: no later chunk begins the file again, and its end says that it failed.
+    // A session goes on: no later chunk begins the file again, and the answer to its end reports the failure.
     const Peer session = Session();
     for (int count = 0; count < 64; ++count)
         EXPECT_TRUE(session.Send(Framed(chunk)));
-    EXPECT_TRUE(session.Send(Framed(Command(14, "\1"))));
-    EXPECT_EQ(session.Take(10).substr(6), Le32(0));
+    EXPECT_TRUE(session.Send(Framed(Chunk(kSettingLuminanceFile, kChunkEnd))));
+    EXPECT_EQ(session.Take(10).substr(6), Le32(kNotStored));
     board->Run("rm /home/root/plexa_data/fill");
-    EXPECT_TRUE(session.Send(Framed(chunk) + Framed(Command(14, "\1"))));
-    EXPECT_EQ(session.Take(10).substr(6), Le32(1));
-    // A packet without anything in it leaves the file as it is.
-    EXPECT_TRUE(session.Send(Framed(Command(14))));
-    EXPECT_TRUE(session.Send(Framed(Command(14, "\1"))));
-    EXPECT_EQ(session.Take(10).substr(6), Le32(0));
+    EXPECT_TRUE(session.Send(Framed(chunk) + Framed(Chunk(kSettingLuminanceFile, kChunkEnd))));
+    EXPECT_EQ(session.Take(10).substr(6), Le32(kStored));
+    // An empty packet does not change the file.
+    EXPECT_TRUE(session.Send(Framed(Command(kSettingLuminanceFile))));
+    EXPECT_TRUE(session.Send(Framed(Chunk(kSettingLuminanceFile, kChunkEnd))));
+    EXPECT_EQ(session.Take(10).substr(6), Le32(kNotStored));
     EXPECT_EQ(board->Root().Read("/home/root/plexa_data/luminance_file").size(), 249U);
 }
 
-TEST_F(SettingClients, AllEntrancesAtOnce)
+TEST_F(SettingClients, PortSessionPlayerAndSignalAtOnce)
 {
     options.files[kWorking] = SettingFile(Panel());
     options.files["/home/root/plexa/serial.ini"] = "kScreenSize=4194368\nkLuminance=40\n";
@@ -189,7 +197,7 @@ TEST_F(SettingClients, AllEntrancesAtOnce)
     ASSERT_TRUE(WaitForBootCopy());
     constexpr int kRounds = 12;
     std::atomic<bool> done = false;
-    std::jthread reader([&] { // the boot copy is replaced, never half written
+    std::jthread reader([&] { // the boot copy is replaced as a whole
         while (!done) {
             std::ifstream boot(board->Root().Folder() + kBoot, std::ios::binary);
             const std::string bytes{std::istreambuf_iterator<char>(boot), {}};
@@ -200,27 +208,31 @@ TEST_F(SettingClients, AllEntrancesAtOnce)
         std::jthread onPort([&] {
             for (int round = 0; round < kRounds; ++round) {
                 const Peer port = Port();
-                EXPECT_TRUE(
-                    port.Send(Command(2) + FpgaPacket(14, 8) + FpgaPacket(3, 128) + Command(3) + Command(9)));
+                EXPECT_TRUE(port.Send(Command(kSettingKeepFrames) + FpgaPacket(kIdScanRows, 8) +
+                                      FpgaPacket(kIdScreenSize, 128) + Command(kSettingDropFrames) +
+                                      Command(kSettingReadFile)));
                 EXPECT_EQ(port.Take(24 + 8 * Panel().size()).size(), 24 + 8 * Panel().size());
-                EXPECT_TRUE(port.Send(Command(28, Zeros(21)) + Command(26)));
-                EXPECT_EQ(port.Take(6), Acknowledged(28));
+                EXPECT_TRUE(
+                    port.Send(Command(kSettingWriteSchedule, Schedule({})) + Command(kSettingSmartOn)));
+                EXPECT_EQ(port.Take(6), Acknowledged(kSettingWriteSchedule));
                 End(port);
             }
         });
         std::jthread onSession([&] {
             for (int round = 0; round < kRounds; ++round) {
                 const Peer session = Session();
-                EXPECT_TRUE(
-                    session.Send(Framed(Command(10)) + Framed(Command(13, "\x14")) + Framed(Command(8))));
+                EXPECT_TRUE(session.Send(Framed(Command(kSettingSendToFpga)) +
+                                         Framed(Command(kSettingBrightness, "\x14")) +
+                                         Framed(Command(kSettingReadScreen))));
                 EXPECT_EQ(session.Take(80).size(), 80U);
-                EXPECT_TRUE(session.Send(Framed(Command(25)) + Framed(Command(0))));
+                EXPECT_TRUE(session.Send(Framed(Command(kSettingSmartOff)) + Framed(Command(kSettingEnd))));
                 EXPECT_TRUE(session.Ended());
             }
         });
         for (int round = 0; round < kRounds; ++round) {
             EXPECT_TRUE(board->Daemon().Signal(SIGUSR1));
-            EXPECT_TRUE(board->Player().Send(5, 60) && board->Player().Send(4, 64 + 64 * 65536));
+            EXPECT_TRUE(board->Player().Send(kPlayerBrightness, 60) &&
+                        board->Player().Send(kPlayerScreenSize, ScreenSize(64, 64)));
             EXPECT_TRUE(board->Record().WaitForLog("g_serial change screen size",
                                                    static_cast<std::size_t>(round) + 1, 20s));
         }

@@ -2,6 +2,7 @@
 // `ledboard settings` and the other verbs of the setting service against a whole board, through port 8879 and
 // through a session: what they print, and what reaches files, FPGA, player and clock.
 #include "ledboard_run.h"
+#include "player_codes.h"
 #include "settings_peer.h"
 
 #include <nlohmann/json.hpp>
@@ -43,8 +44,8 @@ protected:
         board->Forget();
         return Ledboard(words);
     }
-    // What the verb prints behind the board's name. These frames reach the FPGA, and at the end of a session
-    // what the board holds then.
+    // What the verb prints after the board's name. The FPGA gets these frames, and at the end of a session
+    // the settings that the board holds then.
     std::string Done(const std::vector<std::string> &words, Pairs frames = {})
     {
         const LedboardResult result = Run(words);
@@ -68,8 +69,8 @@ protected:
         EXPECT_EQ(result.status, status) << words[0] << words.back() << result.out << result.err;
         EXPECT_NE(result.err.find(message), std::string::npos) << words[0] << ": " << result.err;
         EXPECT_EQ(result.out, "");
-        constexpr int kUsage = 2; // no session has been there
-        EXPECT_TRUE(way_.empty() || status == kUsage || board->Fpga().WaitForFrame(2, 1));
+        constexpr int kUsage = 2; // no session was opened
+        EXPECT_TRUE(way_.empty() || status == kUsage || board->Fpga().WaitForFrame(kFrameBlock, 1));
     }
     static std::string Local(const std::string &content)
     {
@@ -120,7 +121,7 @@ TEST_F(ToolSettings, ShowsSavesAndLoads)
         EXPECT_EQ(ReadLocal(), SettingFile(Panel()));
 
         Pairs other = Panel();
-        other[3].second = 192 + 96 * 65536;
+        SetValue(&other, kIdScreenSize, ScreenSize(192, 96));
         for (std::uint32_t id = 80; id < 160; ++id) // several packets long
             other.emplace_back(id, id * 1'000'001);
         Local(SettingFile(other));
@@ -133,7 +134,7 @@ TEST_F(ToolSettings, ShowsSavesAndLoads)
         EXPECT_EQ(board->Root().Read(kWorking), SettingFile(other));
         EXPECT_FALSE(board->Root().Exists(kStaged));
 
-        held = {{3, 64 + 32 * 65536}, {5, 1}};
+        held = {{kIdScreenSize, ScreenSize(64, 32)}, {5, 1}};
         Local(SettingFile(held));
         EXPECT_EQ(DoneJson({"settings", "load", kLocal, "--keep-tail"}, Transfer(held)),
                   json({{"board", "C1-0000000001"}, {"records", 2}, {"screen", "64x32"}}));
@@ -146,19 +147,20 @@ TEST_F(ToolSettings, ShowsSavesAndLoads)
 TEST_F(ToolSettings, SetsSingleParameters)
 {
     BothWays([&] {
-        const std::uint32_t large = 1024 + 512 * 65536;
+        const std::uint32_t large = ScreenSize(1024, 512);
         EXPECT_EQ(Run({"settings", "set", "77=1", "--dry-run"}).out,
                   "C1-0000000001: would set 1 parameter\n");
         EXPECT_TRUE(board->Fpga().Frames().empty());
-        held[7].second = 6;
-        held[3].second = large;
-        held[5].second = held[8].second = 17; // a larger panel bears less
+        SetValue(&held, kIdScanRows, 6);
+        SetValue(&held, kIdScreenSize, large);
+        SetValue(&held, kIdLuminance, 17); // the highest luminance of a larger panel is lower
+        SetValue(&held, kIdMaxLuminance, 17);
         EXPECT_EQ(Done({"settings", "set", "scan-rows=6", "screen-size=1024x512", "77=0x1"},
-                       {{14, 6}, {3, large}, {9, 17}, {77, 1}}),
+                       {{kIdScanRows, 6}, {kIdScreenSize, large}, {kIdLuminance, 17}, {77, 1}}),
                   " scan-rows = 6, screen-size = 1024x512, 77 = 1 (FPGA only: not in the board's file)\n");
         EXPECT_EQ(board->Root().Read(kWorking), SettingFile(held));
-        held[14].second = 0xFFFFFFFF;
-        EXPECT_EQ(DoneJson({"settings", "set", "255=4294967295"}, {{255, 0xFFFFFFFF}})["set"],
+        SetValue(&held, kIdUnknown, 0xFFFFFFFF);
+        EXPECT_EQ(DoneJson({"settings", "set", "255=4294967295"}, {{kIdUnknown, 0xFFFFFFFF}})["set"],
                   json::parse(R"([{"id": 255, "value": 4294967295, "stored": true}])"));
         ExpectFailure({"settings", "set", "luminance=900", "screen-size=2048x512"}, 6,
                       " as parameter 9, not 900");
@@ -172,27 +174,29 @@ TEST_F(ToolSettings, BrightnessFramesAndTestModes)
         EXPECT_EQ(Run({"brightness", "50", "--dry-run"}).out,
                   "C1-0000000001: would set the brightness to 50 %\n");
         EXPECT_TRUE(board->Fpga().Frames().empty());
-        EXPECT_EQ(Done({"brightness", "50"}, {{28, 127}, {29, 127}, {30, 127}}), " brightness 50 %\n");
-        EXPECT_EQ(DoneJson({"brightness", "0x1"}, {{28, 2}, {29, 2}, {30, 2}})["brightness"], 1);
+        EXPECT_EQ(Done({"brightness", "50"}, Colours(127)), " brightness 50 %\n");
+        EXPECT_EQ(DoneJson({"brightness", "0x1"}, Colours(2))["brightness"], 1);
         EXPECT_EQ(DoneJson({"brightness", "show"})["brightness"], 1);
-        EXPECT_EQ(Done({"fpga-frame", "14", "0xA5A5A5A5"}, {{14, 0xA5A5A5A5}}),
+        EXPECT_EQ(Done({"fpga-frame", "14", "0xA5A5A5A5"}, {{kIdScanRows, 0xA5A5A5A5}}),
                   " frame 14 with value 2779096485 sent\n");
-        EXPECT_EQ(DoneJson({"fpga-frame", "screen-size", "64x32"}, {{3, 64 + 32 * 65536}})["command"], 3);
+        EXPECT_EQ(DoneJson({"fpga-frame", "screen-size", "64x32"},
+                           {{kIdScreenSize, ScreenSize(64, 32)}})["command"],
+                  3);
         EXPECT_EQ(board->Root().Read(kWorking), SettingFile(Panel())) << "nothing is stored";
 
         const struct {
-            const char *verb, *state, *said;
-            std::string told; // negated on the way
+            const char *verb, *state, *output;
+            std::uint32_t code, value; // of the message to the player: 0 for on
         } rows[] = {
-            {"smart-setting", "on", " smart setting on\n", Le32(8) + Le32(0)},
-            {"smart-setting", "off", " smart setting off\n", Le32(8) + Le32(1)},
-            {"slant-line", "on", " slant lines on\n", Le32(10) + Le32(0)},
-            {"slant-line", "off", " slant lines off\n", Le32(10) + Le32(1)},
+            {"smart-setting", "on", " smart setting on\n", kPlayerSmartSetting, 0},
+            {"smart-setting", "off", " smart setting off\n", kPlayerSmartSetting, 1},
+            {"slant-line", "on", " slant lines on\n", kPlayerSlantLine, 0},
+            {"slant-line", "off", " slant lines off\n", kPlayerSlantLine, 1},
         };
         for (const auto &row : rows) {
-            EXPECT_EQ(Done({row.verb, row.state}), row.said);
-            EXPECT_TRUE(board->Player().WaitForMessage(static_cast<std::uint8_t>(row.told[0])));
-            EXPECT_EQ(board->Player().Messages().back().bytes, Le32(16) + Le32(3) + row.told);
+            EXPECT_EQ(Done({row.verb, row.state}), row.output);
+            EXPECT_TRUE(board->Player().WaitForMessage(row.code));
+            EXPECT_EQ(board->Player().Messages().back().bytes, PlayerMessage(row.code, row.value));
         }
     });
 }
@@ -239,7 +243,7 @@ TEST_F(ToolSettings, LuminanceAndBootScreenFiles)
             Local(Noise(size));
             EXPECT_EQ(DoneJson({"luminance", "put", kLocal})["bytes"], size);
             EXPECT_EQ(board->Root().Read("/home/root/plexa_data/luminance_file"), Noise(size));
-            EXPECT_TRUE(board->Player().WaitForMessage(3));
+            EXPECT_TRUE(board->Player().WaitForMessage(kPlayerLuminanceFile));
             Local("");
             EXPECT_EQ(Done({"luminance", "get", kLocal}),
                       " " + std::to_string(size) + " bytes saved as " + kLocal + "\n");
@@ -264,12 +268,14 @@ TEST_F(ToolSettings, RebootSchedule)
         EXPECT_EQ(Done({"reboot-schedule", "show"}), " no scheduled reboot\n");
         EXPECT_EQ(Done({"reboot-schedule", "every", "3", "days", "at", "04:30"}),
                   " reboots every 3 days at 04:30:00\n");
-        EXPECT_EQ(board->Root().Read(kFile),
-                  std::string("\1\0\0\0\0\4\36\0\0", 9) + Le32(0) + Le32(3) + Le32(0));
+        EXPECT_EQ(board->Root().Read(kFile), Schedule({.enabled = 1, .hour = 4, .minute = 30, .days = 3}));
         EXPECT_TRUE(board->Record().WaitForLog("start reboot timer"));
         Done({"reboot-schedule", "on", "mon,thu", "at", "23:05:09", "--offset", "-90"});
-        EXPECT_EQ(board->Root().Read(kFile),
-                  std::string("\1\0\0\xA6\xFF\x17\5\11\0", 9) + Le32(1) + Le32(1) + Le32(0x12));
+        ScheduleFields fields = {.enabled = 1, .minuteOffset = -90, .hour = 23, .minute = 5, .second = 9};
+        fields.mode = 1;
+        fields.days = 1;
+        fields.weekdayMask = 0x12;
+        EXPECT_EQ(board->Root().Read(kFile), Schedule(fields));
         EXPECT_EQ(DoneJson({"reboot-schedule", "show"}), json({{"board", "C1-0000000001"},
                                                                {"enabled", true},
                                                                {"time", "23:05:09"},
@@ -279,8 +285,8 @@ TEST_F(ToolSettings, RebootSchedule)
                   "C1-0000000001: would stop the scheduled reboot\n");
         EXPECT_EQ(board->Root().Read(kFile)[0], '\1');
         EXPECT_EQ(Done({"reboot-schedule", "off"}), " no scheduled reboot\n");
-        EXPECT_EQ(board->Root().Read(kFile),
-                  std::string("\0\0\0\xA6\xFF\x17\5\11\0", 9) + Le32(1) + Le32(1) + Le32(0x12));
+        fields.enabled = 0;
+        EXPECT_EQ(board->Root().Read(kFile), Schedule(fields));
         EXPECT_TRUE(board->Record().WaitForLog("reboot flag is false, stop reboot timer"));
         board->Run(std::string("rm ") + kFile + "; mkdir -p " + kFile + "/x");
         ExpectFailure({"reboot-schedule", "every", "1", "day", "at", "04:30"}, 6,
@@ -288,7 +294,7 @@ TEST_F(ToolSettings, RebootSchedule)
     });
 }
 
-TEST_F(ToolSettings, WhatMakesNoSenseIsRefusedBeforeAnythingIsSent)
+TEST_F(ToolSettings, InvalidArgumentsAreRefusedBeforeAnythingIsSent)
 {
     BootAndForget();
     const std::string cut = SettingFile(Panel()).substr(0, 50);
@@ -353,7 +359,7 @@ TEST_F(ToolSettings, BoardsWithoutSettings)
     EXPECT_EQ(ReadLocal(), "hello") << "a damaged file can be looked at";
 }
 
-TEST_F(ToolSettings, BusyBoardsAreWaitedForAndThenRefuse)
+TEST_F(ToolSettings, WaitsForABusyBoardUntilTheTimeout)
 {
     BootAndForget();
     Peer holder = Port();
@@ -373,11 +379,11 @@ TEST_F(ToolSettings, BusyBoardsAreWaitedForAndThenRefuse)
         for (const LedboardRun &run : crowd)
             EXPECT_EQ(run.Wait().status, 0);
     }
-    const Peer other = Session(); // beside the player's
+    const Peer other = Session(); // the second one: the player has one, too
     ExpectFailure({"clock", "get", "--via-session"}, 5, "as many sessions open as it allows");
 }
 
-TEST_F(ToolSettings, FullDisksAreTold)
+TEST_F(ToolSettings, FullDisksAreReported)
 {
     options.dataMebibytes = 1;
     BootAndForget();
