@@ -2,7 +2,8 @@
 // ledboard-server with virtual boards, and with boards that the test plays.
 #include "board_test.h"
 #include "ledboard_run.h"
-#include "peer.h"
+#include "player_codes.h"
+#include "remote_packets.h"
 
 #include <nlohmann/json.hpp>
 
@@ -21,8 +22,9 @@ namespace
 
 constexpr char kControl[] = "/run/test-server.sock";
 constexpr char kFolder[] = "/home/root/plexa_data/factory/";
+constexpr std::size_t kChunkSize = 4556; // bytes of a file in one packet of the server
 
-// Bytes that do not repeat, so that a chunk in a wrong place shows.
+// Bytes that do not repeat: a chunk in a wrong place makes a difference.
 std::string Film(std::size_t size, unsigned seed)
 {
     std::string bytes(size, '\0');
@@ -115,15 +117,14 @@ protected:
     static Peer FakeBoard(const std::string &user = "operator")
     {
         Peer peer = Peer::Connect("127.0.0.1", 7001);
-        EXPECT_TRUE(
-            peer.Send("\3" + Le32(42) + Le32(2) + user + Zeros(20 - user.size()) + "K1-FAKE" + Zeros(7)));
+        EXPECT_TRUE(peer.Send(RemoteLogin(user, "K1-FAKE")));
         return peer;
     }
 
     static std::string FakeReply(std::uint32_t code, const std::string &data)
     {
-        return Le32(static_cast<std::uint32_t>(44 + data.size())) + Le32(13) + Zeros(14) +
-               Le32(static_cast<std::uint32_t>(22 + data.size())) + Le32(code) + Zeros(14) + data;
+        const std::string noId = Zeros(14);
+        return SessionPacket(kRemoteHeaderSize + data.size(), code, noId, data);
     }
 
     std::string source_ = "/run/source/";
@@ -139,8 +140,8 @@ TEST_F(Server, PushesOnlyWhatDiffersAndRemovesWhatIsGone)
                                                         {"differs.txt", "new"},
                                                         {"empty", ""},
                                                         {"sub/it's a film.mp4", Film(700'001, 1)},
-                                                        {"sub/chunk.mp4", Film(4556, 2)},
-                                                        {"sub/chunks.mp4", Film(2 * 4556, 3)},
+                                                        {"sub/chunk.mp4", Film(kChunkSize, 2)},
+                                                        {"sub/chunks.mp4", Film(2 * kChunkSize, 3)},
                                                         {".hidden/.file", "not listed"},
                                                         {"caf\xE9/na\xEFve", "nor is this"}};
     for (const auto &[name, content] : program)
@@ -170,7 +171,7 @@ TEST_F(Server, PushesOnlyWhatDiffersAndRemovesWhatIsGone)
     EXPECT_FALSE(board.Root().Exists(std::string(kFolder) + "gone.mp4"));
     EXPECT_FALSE(board.Root().Exists(std::string(kFolder) + "deep/gone, too"));
     EXPECT_EQ(board.Run("find /home/root/plexa_data/factory -name '*.bak'").output, "");
-    EXPECT_TRUE(board.Player().WaitForMessage(2));
+    EXPECT_TRUE(board.Player().WaitForMessage(kPlayerRecvEnd));
     EXPECT_EQ(board.Player().Messages().size(), 2U) << "begun and ended, not left unfinished";
 
     result = Push("all");
@@ -218,7 +219,7 @@ TEST_F(Server, FoldersThatBecomeFilesAndFilesThatBecomeFolders)
     }
 }
 
-TEST_F(Server, BoardLostHalfWayIsResumed)
+TEST_F(Server, TransferIsResumedAfterTheBoardWasKilled)
 {
     const std::string film = Film(30'000'000, 4);
     Source("film.mp4", film);
@@ -230,9 +231,9 @@ TEST_F(Server, BoardLostHalfWayIsResumed)
     const std::string table = std::string(kFolder) + "film.mp4.tarvo.bak";
     ASSERT_TRUE(second.WaitFor([&] { return second.Root().TryRead(table).value_or("").size() > 500; }, 20s));
     second.Daemon().Kill();
-    const std::size_t had = second.Root().Read(table).size() * 4556;
-    // Killed between a chunk and its mark, a board has more than its table says and gets the film from its
-    // start.
+    const std::size_t had = second.Root().Read(table).size() * kChunkSize;
+    // A board that is killed between a chunk and its mark has more than its table says; it would get the film
+    // from its start.
     second.Run("truncate -s " + std::to_string(had) + " " + kFolder + "film.mp4");
     second.Daemon().Start();
     const LedboardResult result = push.Wait();
@@ -242,20 +243,21 @@ TEST_F(Server, BoardLostHalfWayIsResumed)
     EXPECT_EQ(results[0]["resumed"], 0);
     EXPECT_EQ(results[0]["bytes"], film.size());
     EXPECT_EQ(results[1]["resumed"], 1);
-    EXPECT_LT(results[1]["bytes"], film.size() + 500 * 4556) << "the part that was there is not sent again";
+    EXPECT_LT(results[1]["bytes"], film.size() + 500 * kChunkSize)
+        << "the part that was there is not sent again";
     EXPECT_GE(results[1]["bytes"], film.size() - had);
     for (board::VirtualBoard *const board : {&first, &second})
         EXPECT_TRUE(board->Root().Read(std::string(kFolder) + "film.mp4") == film);
 
-    // What is there of another film is begun again.
-    second.Root().Write(std::string(kFolder) + "film.mp4", film.substr(0, 4556) + "x");
+    // The start of another film is sent again.
+    second.Root().Write(std::string(kFolder) + "film.mp4", film.substr(0, kChunkSize) + "x");
     second.Root().Write(table, "1");
     const nlohmann::json again = LastLine(Push("K3-0000000001").out)["results"][0];
     EXPECT_EQ(again["result"], "done");
     EXPECT_EQ(again["bytes"], film.size());
 }
 
-TEST_F(Server, FullDiskIsToldAndNothingIsLost)
+TEST_F(Server, FullDiskIsReportedAndNothingIsLost)
 {
     board::Options options;
     options.dataMebibytes = 4;
@@ -271,12 +273,12 @@ TEST_F(Server, FullDiskIsToldAndNothingIsLost)
     EXPECT_EQ(result.status, 1);
     nlohmann::json report = LastLine(result.out)["results"][0];
     EXPECT_EQ(report["message"], "the board cannot store film.mp4");
-    EXPECT_TRUE(board.Player().WaitForMessage(12)) << "the player hears that it was not finished";
+    EXPECT_TRUE(board.Player().WaitForMessage(kPlayerRecvNoFinish));
     EXPECT_EQ(board.Root().Read(folder + "a.txt"), "new");
     const std::string stored = board.Root().Read(folder + "film.mp4");
     EXPECT_GT(stored.size(), 1'000'000U);
     EXPECT_TRUE(stored == film.substr(0, stored.size()));
-    EXPECT_EQ(board.Root().Read(folder + "film.mp4.tarvo.bak").size() * 4556, stored.size());
+    EXPECT_EQ(board.Root().Read(folder + "film.mp4.tarvo.bak").size() * kChunkSize, stored.size());
 
     board.Run("rm /home/root/plexa_data/fill");
     result = Push("all");
@@ -288,7 +290,7 @@ TEST_F(Server, FullDiskIsToldAndNothingIsLost)
     EXPECT_FALSE(board.Root().Exists(folder + "film.mp4.tarvo.bak"));
 }
 
-TEST_F(Server, CablePulledHalfWayIsResumed)
+TEST_F(Server, TransferIsResumedAfterTheCableWasPulled)
 {
     const std::string film = Film(30'000'000, 6);
     Source("film.mp4", film);
@@ -300,7 +302,7 @@ TEST_F(Server, CablePulledHalfWayIsResumed)
                            "ledboard-server");
     ASSERT_TRUE(board.WaitFor([&] { return chunks() > 500; }, 20s));
     board.Network().Cable(false);
-    // Out for so long that the board has begun anew; the server has heard nothing of that.
+    // The board has restarted while the cable was out; the server does not know that.
     board.Daemon().Kill();
     const std::size_t had = chunks();
     board.Daemon().Start();
@@ -309,20 +311,21 @@ TEST_F(Server, CablePulledHalfWayIsResumed)
     ASSERT_EQ(result.status, 0) << result.out << result.err;
     const nlohmann::json report = LastLine(result.out)["results"][0];
     EXPECT_EQ(report["resumed"], 1);
-    EXPECT_LE(report["bytes"], film.size() + 2 * 4556) << "what was there, " << had << " chunks, stays";
+    EXPECT_LE(report["bytes"], film.size() + 2 * kChunkSize) << had << " chunks stay";
     EXPECT_TRUE(board.Root().Read(std::string(kFolder) + "film.mp4") == film);
 }
 
-TEST_F(Server, BoardsThatAreOdd)
+TEST_F(Server, RefusesStrangersAndReportsOddReplies)
 {
     Source("a", "content");
     const std::string name = "a" + Zeros(254);
-    EXPECT_EQ(FakeBoard("stranger").Take(12), Le32(12) + Le32(10) + Le32(1));
+    EXPECT_EQ(FakeBoard("stranger").Take(12), RemoteLoginAnswer(1));
     EXPECT_EQ(Push("K1-FAKE").status, 3);
-    for (const std::string &rubbish :
-         {std::string("GET / HTTP/1.0\r\n\r\n"), "\3" + Le32(0), "\3" + Le32(9217),
-          "\3" + Le32(42) + Le32(3) + Zeros(34),
-          "\3" + Le32(42) + Le32(2) + "operator" + Zeros(12) + "K1-\xFF" + Zeros(10)}) {
+    const std::string tooShort = kRemoteGreeting + Le32(0);
+    const std::string tooLong = kRemoteGreeting + Le32(9217);
+    const std::string unknownCommand = kRemoteGreeting + Le32(42) + Le32(3) + Zeros(34);
+    for (const std::string &rubbish : {std::string("GET / HTTP/1.0\r\n\r\n"), tooShort, tooLong,
+                                       unknownCommand, RemoteLogin("operator", "K1-\xFF")}) {
         const Peer peer = Peer::Connect("127.0.0.1", 7001);
         ASSERT_TRUE(peer.Send(rubbish));
         EXPECT_TRUE(peer.Ended());
@@ -342,26 +345,32 @@ TEST_F(Server, BoardsThatAreOdd)
     EXPECT_EQ(Ask({"push", "", "--to", "all"}).status, 2);
 
     // Replies to the requests in their order, and how the push ends.
-    const std::string lock = FakeReply(15, Le32(1));
-    const std::string compared = lock + FakeReply(21, Zeros(1)) + FakeReply(17, name + Zeros(16));
-    const std::string begun = compared + FakeReply(30, name + Le32(1)) + FakeReply(33, Zeros(4) + Le32(1));
-    const std::string wrongCrc = FakeReply(29, name + Le32(7));
+    const std::string lock = FakeReply(kRemoteLockReply, Le32(kLocked));
+    const std::string lockRefused = FakeReply(kRemoteLockReply, Le32(kLockedByAnother));
+    const std::string noFiles = FakeReply(kRemoteFilesReply, Zeros(1));
+    const std::string noVideos = FakeReply(kRemoteVideosReply, Zeros(1));
+    const std::string noDigest = FakeReply(kRemoteMd5Reply, name + Zeros(16));
+    const std::string opened = FakeReply(kRemoteOpenReply, name + Le32(kSuccess));
+    const std::string notOpened = FakeReply(kRemoteOpenReply, name + Le32(kFailure));
+    const std::string stored = FakeReply(kRemoteDataReply, Zeros(4) + Le32(kSuccess));
+    const std::string wrongCrc = FakeReply(kRemoteCloseReply, name + Le32(7));
+    const std::string compared = lock + noFiles + noDigest;
+    const std::string begun = compared + opened + stored;
     const struct {
         std::string replies;
         int status;
         const char *message;
     } rows[] = {
-        {FakeReply(15, Le32(2)), 5, "another user has locked the board"},
-        {FakeReply(21, Zeros(1)), 1, "reply 21 instead of 15"},
-        {lock + FakeReply(21, "half a name"), 1, "a listing with half a name"},
-        {compared + FakeReply(30, name + Le32(2)) + FakeReply(37, Zeros(1)), 1, "the board cannot open a"},
-        {begun + wrongCrc + FakeReply(30, name + Le32(1)) + FakeReply(33, Zeros(4) + Le32(1)) + wrongCrc +
-             FakeReply(37, Zeros(1)),
-         6, "the board's copy of a differs from what was sent"},
+        {lockRefused, 5, "another user has locked the board"},
+        {noFiles, 1, "reply 21 instead of 15"},
+        {lock + FakeReply(kRemoteFilesReply, "half a name"), 1, "a listing with half a name"},
+        {compared + notOpened + noVideos, 1, "the board cannot open a"},
+        {begun + wrongCrc + opened + stored + wrongCrc + noVideos, 6,
+         "the board's copy of a differs from what was sent"},
     };
     for (const auto &row : rows) {
         const Peer peer = FakeBoard();
-        EXPECT_EQ(peer.Take(12), Le32(12) + Le32(10) + Le32(0));
+        EXPECT_EQ(peer.Take(12), RemoteLoginAnswer(0));
         ASSERT_TRUE(peer.Send(row.replies));
         const LedboardResult result = Push("K1-FAKE");
         EXPECT_EQ(result.status, row.status) << result.out << result.err;
@@ -372,24 +381,28 @@ TEST_F(Server, BoardsThatAreOdd)
 TEST_F(Server, CtrlCEndsAPushToABoardThatDoesNotAnswer)
 {
     Source("a", "content");
-    const std::string lock = Le32(44) + Le32(13) + "K1-FAKE" + Zeros(7) + Le32(22) + Le32(14);
+    const std::string id = Field("K1-FAKE", 14);
+    const std::string lock = SessionPacket(kRemoteHeaderSize, kRemoteLock, id, "");
     for (const bool answersAtLast : {true, false}) {
         const Peer peer = FakeBoard();
         EXPECT_EQ(peer.Take(12).size(), 12U);
         const LedboardRun push({"push", source_, "--to", "K1-FAKE", "--control", kControl}, "",
                                "ledboard-server");
-        EXPECT_EQ(peer.Take(44).substr(0, lock.size()), lock);
+        EXPECT_EQ(peer.Take(lock.size()), lock);
         kill(push.Pid(), SIGINT);
         EXPECT_EQ(push.Wait().status, 128 + SIGINT);
-        EXPECT_EQ(peer.Take(88).size(), 88U) << "unlock, and a listing to know the last reply by";
+        const std::size_t two = 2 * lock.size();
+        EXPECT_EQ(peer.Take(two).size(), two) << "unlock, and a listing that marks the last reply";
         if (!answersAtLast) {
             EXPECT_TRUE(peer.Ended(15000));
             break;
         }
-        ASSERT_TRUE(peer.Send(FakeReply(15, Le32(1)) + FakeReply(37, Zeros(1)) + FakeReply(15, Le32(2))));
+        ASSERT_TRUE(peer.Send(FakeReply(kRemoteLockReply, Le32(kLocked)) +
+                              FakeReply(kRemoteVideosReply, Zeros(1)) +
+                              FakeReply(kRemoteLockReply, Le32(kLockedByAnother))));
         LedboardResult result = Push("K1-FAKE");
         while (result.out.find("under way") != std::string::npos)
             result = Push("K1-FAKE");
-        EXPECT_EQ(result.status, 5) << "not the reply of before: " << result.out;
+        EXPECT_EQ(result.status, 5) << "the reply to the first push does not count: " << result.out;
     }
 }
