@@ -2,6 +2,7 @@
 // `ledboard discover` and `ledboard info` against whole boards.
 #include "board_test.h"
 #include "common/unique_fd.h"
+#include "discovery_packets.h"
 #include "ledboard_run.h"
 
 #include <nlohmann/json.hpp>
@@ -17,6 +18,40 @@ using nlohmann::json;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
+namespace
+{
+
+// A change to a fixed address: 10.20.30.77/24, gateway 10.20.30.1, custom port 12000.
+void MoveBoard(const std::string &address)
+{
+    const std::string newAddress = "\x0a\x14\x1e\x4d"s;
+    const std::string mask = "\xff\xff\xff\x00"s;
+    const std::string gateway = "\x0a\x14\x1e\x01"s;
+    const std::string dhcpFlag = Le32(0);
+    const std::string customPort = Le32(12000);
+    const std::string request = ProtocolHeader(0x0100, kAddressChangeSize, 1) + newAddress + mask + gateway +
+                                dhcpFlag + customPort + "C1-0000000001\0"s;
+    ASSERT_EQ(request.size(), kAddressChangeSize);
+    const ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_in to = {};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(8878);
+    inet_pton(AF_INET, address.c_str(), &to.sin_addr);
+    ASSERT_EQ(sendto(fd.Get(), request.data(), request.size(), 0, reinterpret_cast<sockaddr *>(&to),
+                     sizeof to),
+              static_cast<ssize_t>(kAddressChangeSize));
+}
+
+// Whether the process has a handler of its own for SIGINT.
+bool CatchesInterrupt(pid_t pid)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("SigCgt:"))
+            return (std::stoull(line.substr(7), nullptr, 16) >> (SIGINT - 1) & 1U) != 0;
+    return false;
+}
+
 class ToolDiscover : public BoardTest
 {
 protected:
@@ -29,6 +64,8 @@ protected:
         options.files["/boot/disp.bin"] = "picture";
     }
 };
+
+} // namespace
 
 TEST_F(ToolDiscover, ShowsAllOfABoardThatIsDynamic)
 {
@@ -79,23 +116,6 @@ TEST_F(ToolDiscover, ShowsAllOfABoardThatIsDynamic)
     EXPECT_NE(text.out.find("\nmode            dynamic\n"), std::string::npos) << text.out;
     EXPECT_NE(text.out.find("\nboot screen     yes\n"), std::string::npos) << text.out;
     EXPECT_EQ(text.err, "");
-}
-
-// A change to a fixed address, typed by hand: 10.20.30.77/24, gateway 10.20.30.1, custom port 12000.
-static void MoveBoard(const std::string &address)
-{
-    const std::string request = "ft\x00\x01\x31\x00\x01\0\0\0\0\0\0\0\0"s + "\x0a\x14\x1e\x4d"s +
-                                "\xff\xff\xff\x00"s + "\x0a\x14\x1e\x01"s + "\0\0\0\0"s + "\xe0\x2e\0\0"s +
-                                "C1-0000000001\0"s;
-    ASSERT_EQ(request.size(), 49U);
-    const ledboard::UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sockaddr_in to = {};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(8878);
-    inet_pton(AF_INET, address.c_str(), &to.sin_addr);
-    ASSERT_EQ(sendto(fd.Get(), request.data(), request.size(), 0, reinterpret_cast<sockaddr *>(&to),
-                     sizeof to),
-              49);
 }
 
 TEST_F(ToolDiscover, KnowsABoardWhoseRecordHoldsTheAddressReversed)
@@ -217,16 +237,6 @@ TEST_F(ToolDiscover, EndsWithTheStatusThatFits)
     EXPECT_EQ(Ledboard({"discover", "-t", "0.3", "--json"}, "/dev/full").status, 1);
     board->Network().Cable(false); // takes the PC's only interface down
     EXPECT_EQ(Ledboard({"discover", "-t", "1"}).status, 1);
-}
-
-// Whether the process has a handler of its own for SIGINT by now.
-static bool CatchesInterrupt(pid_t pid)
-{
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("SigCgt:"))
-            return (std::stoull(line.substr(7), nullptr, 16) >> (SIGINT - 1) & 1U) != 0;
-    return false;
 }
 
 TEST_F(ToolDiscover, CtrlCEndsTheSearch)

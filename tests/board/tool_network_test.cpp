@@ -2,8 +2,8 @@
 // `ledboard network` against a whole board, and its exchange with one that loses datagrams.
 #include "board_test.h"
 #include "common/unique_fd.h"
+#include "discovery_packets.h"
 #include "ledboard_run.h"
-#include "peer.h"
 
 #include <nlohmann/json.hpp>
 
@@ -48,7 +48,7 @@ TEST_F(ToolNetwork, MovesABoardToDhcpAndBack)
     EXPECT_EQ(moved["after"]["mode"], "dynamic");
     EXPECT_EQ(Count("udhcpc -R"), 1) << "no third request";
 
-    // To an address that is none of the PC's network, and with a custom port.
+    // To an address outside the PC's network, and with a custom port.
     const LedboardResult fixed = Ledboard(
         {"network", "static", "C1-0000000001", "10.99.0.7/16", "--gateway", "10.99.0.1", "--port", "12000"});
     EXPECT_EQ(fixed.status, 0) << fixed.err;
@@ -91,7 +91,7 @@ TEST_F(ToolNetwork, MovesABoardToDhcpAndBack)
     }
 }
 
-// A board on this PC's loopback interface: obeys, but loses what it is told to lose.
+// A board on this PC's loopback interface that loses datagrams, as its faults say.
 class FakeBoard
 {
 public:
@@ -100,7 +100,7 @@ public:
         bool losesEcho = false; // every one
         bool goesSilent = false;
         bool obeys = true;
-        bool knowsRequest = false; // somebody has sent it once before
+        bool knowsRequest = false; // another tool has sent it once before
     };
 
     explicit FakeBoard(const Faults &faults) : faults_(faults), fd_(socket(AF_INET, SOCK_DGRAM, 0))
@@ -142,17 +142,26 @@ private:
         const std::string id = "C1-0000000009" + Zeros(1);
         if (faults_.goesSilent && requests_ > 0)
             return "";
-        if (request.size() == 30)
-            return request.substr(0, 15) + "\x0f" + Zeros(12) + id + "02:00:00:00:00:09" + Zeros(350);
-        if (request.size() == 33)
-            return request.substr(0, 19) + Le32(dynamic_ ? 1 : 0) + Le32(0) + id;
-        if (request.size() != 49 || ++requests_ <= faults_.lostRequests)
+        const std::string header = request.substr(0, kHeaderSize);
+        if (request.size() == kSearchSize) {
+            constexpr char kCommand = 15;
+            const std::string addressAndStates = Zeros(12);
+            const std::string mac = "02:00:00:00:00:09";
+            return header + kCommand + addressAndStates + id + mac + Zeros(350);
+        }
+        if (request.size() == kStatusSize) {
+            const std::string command = request.substr(kHeaderSize, 4);
+            const std::string dynamic = Le32(dynamic_ ? 1 : 0);
+            const std::string customPort = Le32(0);
+            return header + command + dynamic + customPort + id;
+        }
+        if (request.size() != kAddressChangeSize || ++requests_ <= faults_.lostRequests)
             return "";
-        if (stored_ == request.substr(15) || (faults_.knowsRequest && requests_ == 1)) {
+        if (stored_ == request.substr(kHeaderSize) || (faults_.knowsRequest && requests_ == 1)) {
             stored_.clear();
             return faults_.losesEcho ? "" : request;
         }
-        stored_ = request.substr(15);
+        stored_ = request.substr(kHeaderSize);
         ++applied_;
         dynamic_ = faults_.obeys;
         return "";
@@ -168,7 +177,7 @@ private:
     std::thread thread_;
 };
 
-TEST(ToolNetworkExchange, KeepsThePairWhateverIsLost)
+TEST(ToolNetworkExchange, SendsPairsWhateverIsLost)
 {
     const struct {
         const char *name;
@@ -176,20 +185,20 @@ TEST(ToolNetworkExchange, KeepsThePairWhateverIsLost)
         int status;
         int requests;
         int applied;
-        const char *said;
+        const char *output;
     } rows[] = {
         {"all goes well", {}, 0, 2, 1, "found at 127.0.0.1"},
         {"first lost", {.lostRequests = 1}, 0, 3, 1, "found at 127.0.0.1"},
         {"echo lost", {.losesEcho = true}, 4, 2, 1, "step 2 of 2"},
         {"goes silent", {.goesSilent = true}, 4, 1, 1, "step 1 of 2: the board has not answered"},
-        {"never hears", {.lostRequests = 9}, 5, 3, 0, "step 1 of 2: the board keeps its addressing"},
-        {"another's pair", {.knowsRequest = true}, 0, 3, 1, "found at 127.0.0.1"},
+        {"loses all requests", {.lostRequests = 9}, 5, 3, 0, "step 1 of 2: the board keeps its addressing"},
+        {"request known from another tool", {.knowsRequest = true}, 0, 3, 1, "found at 127.0.0.1"},
     };
     for (const auto &row : rows) {
         FakeBoard fake(row.faults);
         const LedboardResult result = Ledboard({"network", "dhcp", "127.0.0.1", "-i", "lo", "-t", "1"});
         EXPECT_EQ(result.status, row.status) << row.name << result.err;
-        EXPECT_NE((result.out + result.err).find(row.said), std::string::npos) << row.name << result.err;
+        EXPECT_NE((result.out + result.err).find(row.output), std::string::npos) << row.name << result.err;
         EXPECT_EQ(fake.Requests(), row.requests) << row.name;
         EXPECT_EQ(fake.Applied(), row.applied) << row.name;
     }

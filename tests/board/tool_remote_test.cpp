@@ -70,9 +70,9 @@ TEST_F(ToolRemote, InstallsFirmwareAndWaitsForItsResult)
                 "mkdir -p /usr/share/info\necho failed > /usr/share/info/server_upgrade_state\nreboot\n");
     const json failed = RunJson({"firmware", "install", kArchive}, 1);
     EXPECT_EQ(failed["error"]["message"], "the board is back and reports that the installation failed");
-    EXPECT_EQ(RunJson({"firmware", "result"})["succeeded"], true) << "it has told, and forgets";
+    EXPECT_EQ(RunJson({"firmware", "result"})["succeeded"], true) << "the board reports a failure once";
 
-    // What only the board finds out: its unpacking fails.
+    // A failure that only the board can find: it cannot unpack.
     MakeArchive("update.sh", "true\n");
     board->Run("mv /bin/tar /bin/no-tar; printf '#!/bin/sh\\nexit 1\\n' > /bin/tar; chmod 755 /bin/tar");
     const std::string message = RunJson({"firmware", "install", kArchive}, 1)["error"]["message"];

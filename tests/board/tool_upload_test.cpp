@@ -2,7 +2,7 @@
 // `ledboard upload` against a whole board.
 #include "board_test.h"
 #include "ledboard_run.h"
-#include "peer.h"
+#include "player_codes.h"
 
 #include <nlohmann/json.hpp>
 
@@ -82,7 +82,7 @@ TEST_F(ToolUpload, SendsWhatTheBoardDoesNotHave)
     EXPECT_EQ(OnBoard("b c'$(x).mp4"), "bbb");
     EXPECT_EQ(OnBoard("plan/list.txt"), "list");
     EXPECT_EQ(OnBoard("empty"), "");
-    EXPECT_TRUE(board->Player().WaitForMessage(2));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvEnd));
 
     Put("a.mp4", "same name, other content");
     fs::remove(fs::path(kProgram) / "b c'$(x).mp4");
@@ -98,7 +98,7 @@ TEST_F(ToolUpload, SendsWhatTheBoardDoesNotHave)
     EXPECT_EQ(OnBoard("a.mp4"), "same name, other content");
 }
 
-TEST_F(ToolUpload, SparesNothingThatANewUsbDiskDoesNotHave)
+TEST_F(ToolUpload, SendsWhatANewUsbDiskDoesNotHave)
 {
     Put("a.mp4", "film");
     Boot();
@@ -136,7 +136,7 @@ TEST_F(ToolUpload, RefusesBeforeAnythingIsSent)
         << refused.err;
 }
 
-TEST_F(ToolUpload, SaysWhatABrokenUploadLeaves)
+TEST_F(ToolUpload, ReportsWhatABrokenUploadLeaves)
 {
     options.dataMebibytes = 100;
     Boot();
@@ -158,7 +158,7 @@ TEST_F(ToolUpload, SaysWhatABrokenUploadLeaves)
         board->Forget();
         const LedboardRun run({"upload", "10.20.30.2", kProgram, "-t", "2", "--all"});
         ASSERT_TRUE(board->Record().WaitForLog("work_thread.cpp, type: 21", 2)) << row.name;
-        board->Daemon().Signal(SIGSTOP); // so that the tool cannot get to its end
+        board->Daemon().Signal(SIGSTOP); // the tool cannot finish
         row.breakIt(run.Pid());
         const LedboardResult result = run.Wait();
         EXPECT_EQ(result.status, row.status) << row.name << result.err;
