@@ -13,13 +13,16 @@
 #include <cstdlib>
 #include <string>
 
-static std::string ProgramFolder()
+namespace
+{
+
+std::string ProgramFolder()
 {
     return std::getenv("LEDBOARD_BIN_DIR");
 }
 
-// What `script` prints on both outputs; its status behind it. The program is at hand as "vb".
-static std::string Shell(const std::string &script)
+// What `script` prints on both outputs, then its status in brackets. "vb" stands for the program.
+std::string Shell(const std::string &script)
 {
     const std::string prologue =
         "exec 2>&1; PATH=" + ProgramFolder() + ":$PATH; vb() { virtual-board \"$@\"; }\n";
@@ -32,6 +35,8 @@ static std::string Shell(const std::string &script)
     return output + "[" + std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status)) +
            "]";
 }
+
+} // namespace
 
 TEST(VirtualBoardProgram, PassesExitStatusAndOutput)
 {
@@ -115,7 +120,7 @@ TEST(VirtualBoardProgram, PrintsLinesAndTakesCommandsOnAPipe)
     EXPECT_TRUE(output.ends_with("[0]")) << output;
 }
 
-// Who asks for days, as "log --follow" does, must not fill the board's process.
+// Requests that go on for days, such as those of "log --follow", must not fill the board's process.
 TEST(VirtualBoardProgram, RequestsLeaveNothingBehind)
 {
 #ifdef __SANITIZE_THREAD__
@@ -127,6 +132,9 @@ TEST(VirtualBoardProgram, RequestsLeaveNothingBehind)
         [ $(wc -l < /proc/$PPID/maps) -lt $((before + 60)) ] && echo few')";
     EXPECT_EQ(Shell(script), "few\n[0]");
 }
+
+namespace
+{
 
 // The program on a terminal.
 class LiveView : public testing::Test
@@ -155,7 +163,7 @@ protected:
         screen_.clear();
         EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
     }
-    // Since the last keys; a change is written as a whole where it has nothing in common with what was there.
+    // Since the last keys. A text comes as a whole if it has nothing in common with what it replaces.
     bool Shows(const std::string &text)
     {
         while (screen_.find(text) == std::string::npos) {
@@ -189,6 +197,8 @@ private:
     pid_t pid_ = -1;
     std::string screen_;
 };
+
+} // namespace
 
 TEST_F(LiveView, ShowsTheBoardAndTakesCommands)
 {

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
-// The virtual board itself: what the other tests stand on.
+// The virtual board itself, which the other tests rely on.
 #include "board_test.h"
 #include "common/unique_fd.h"
 #include "devices/framebuffer.h"
 #include "machine/pc_side.h"
-#include "peer.h"
+#include "player_codes.h"
+#include "session_packets.h"
+#include "setting_codes.h"
 
 #include <fmt/core.h>
 
@@ -27,13 +29,16 @@ using namespace std::chrono_literals;
 using ledboard::UniqueFd;
 namespace fs = std::filesystem;
 
-static std::string ReadText(const std::string &path)
+namespace
+{
+
+std::string ReadText(const std::string &path)
 {
     std::ifstream file(path);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-static UniqueFd ConnectTo(const std::string &address, std::uint16_t port)
+UniqueFd ConnectTo(const std::string &address, std::uint16_t port)
 {
     UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_in peer = At(address, port);
@@ -41,8 +46,8 @@ static UniqueFd ConnectTo(const std::string &address, std::uint16_t port)
     return fd;
 }
 
-// Whether discovery answers a broadcast, sent as a PC without any knowledge of the board sends it.
-static bool AnswersBroadcast()
+// Whether discovery answers a broadcast from a PC that does not know the board.
+bool AnswersBroadcast()
 {
     const UniqueFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const int one = 1;
@@ -68,9 +73,11 @@ protected:
     void SetUp() override { options.startDaemon = false; }
 };
 
+} // namespace
+
 TEST_F(VirtualBoardWithDaemon, BootsWithinASecondAndListens)
 {
-    // The best of three: another program may have the processor once, or twice.
+    // The best of three: other programs may use the processor.
     auto fastest = std::chrono::steady_clock::duration::max();
     for (int boot = 0; boot < 3 && fastest >= 1s; ++boot) {
         board.reset();
@@ -241,7 +248,7 @@ TEST_F(VirtualBoardAlone, DecodesTheFpgaLine)
 {
     Boot();
     struct Row {
-        const char *bytes;
+        const char *bytes; // octal, for printf: head, command, value of four bytes, tail
         std::uint8_t command;
         std::uint32_t value;
         const char *meaning;
@@ -271,12 +278,15 @@ TEST_F(VirtualBoardAlone, DecodesTheFpgaLine)
         EXPECT_EQ(frames[i].meaning, rows[i].meaning) << i;
     }
     EXPECT_EQ(board->Fpga().StrayBytes(), 3U);
-    EXPECT_TRUE(board->Fpga().WaitForFrame(254, 50, 0ms));
-    EXPECT_FALSE(board->Fpga().WaitForFrame(254, 51, 30ms));
+    EXPECT_TRUE(board->Fpga().WaitForFrame(kIdMaxLuminance, 50, 0ms));
+    EXPECT_FALSE(board->Fpga().WaitForFrame(kIdMaxLuminance, 51, 30ms));
 }
 
+namespace
+{
+
 // Draws one pixel as a program on the board does, through the shim that is preloaded there.
-static int DrawInBoard(int (*request)(int, unsigned long, ...), const std::string &root)
+int DrawInBoard(int (*request)(int, unsigned long, ...), const std::string &root)
 {
     fb_var_screeninfo mode{};
     fb_fix_screeninfo fixed{};
@@ -299,6 +309,8 @@ static int DrawInBoard(int (*request)(int, unsigned long, ...), const std::strin
     const int other = open("/dev/null", O_RDWR);
     return request(other, FBIOGET_VSCREENINFO, &mode) == -1 && errno == ENOTTY ? 0 : 5;
 }
+
+} // namespace
 
 TEST_F(VirtualBoardAlone, ScreenAnswersFramebufferRequests)
 {
@@ -345,26 +357,24 @@ TEST_F(VirtualBoardAlone, PlayerLogsInListensAndComesBack)
         const UniqueFd session(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
         char login[8];
         ASSERT_EQ(recv(session.Get(), login, sizeof login, MSG_WAITALL), 8);
-        EXPECT_EQ(std::string(login, 8), std::string("\x08\0\0\0\x03\0\0\0", 8));
+        EXPECT_EQ(std::string(login, 8), Login(kPlayer));
         EXPECT_FALSE(board->Player().LoggedIn());
-        const std::string told("\x08\0\0\0\x01\0\0\0" // accepted
-                               "\x0c\0\0\0\x03\0\0\0\x02\0\0\0"
-                               "\x10\0\0\0\x03\0\0\0\x08\0\0\0\x01\0\0\0",
-                               36);
-        for (const char byte : told)
+        const std::string fromDaemon = LoginReply(kLoginAccepted) + PlayerMessage(kPlayerRecvEnd) +
+                                       PlayerMessage(kPlayerSmartSetting, 1);
+        for (const char byte : fromDaemon)
             ASSERT_EQ(send(session.Get(), &byte, 1, MSG_NOSIGNAL), 1);
-        ASSERT_TRUE(board->Player().WaitForMessage(8, round));
+        ASSERT_TRUE(board->Player().WaitForMessage(kPlayerSmartSetting, round));
         const auto messages = board->Player().Messages();
         EXPECT_EQ(messages[messages.size() - 2].name, "SS_CMD_RECV_END");
         EXPECT_FALSE(messages[messages.size() - 2].value.has_value());
         EXPECT_EQ(messages.back().value, 1U);
-        char said[16];
-        EXPECT_TRUE(board->Player().Send(11, 1));
-        ASSERT_EQ(recv(session.Get(), said, sizeof said, MSG_WAITALL), 16);
-        EXPECT_EQ(std::string(said, 16), std::string("\x10\0\0\0\x03\0\0\0\x0b\0\0\0\x01\0\0\0", 16));
+        char fromPlayer[16];
+        EXPECT_TRUE(board->Player().Send(kPlayerScreenOnOff, 1));
+        ASSERT_EQ(recv(session.Get(), fromPlayer, sizeof fromPlayer, MSG_WAITALL), 16);
+        EXPECT_EQ(std::string(fromPlayer, 16), PlayerMessage(kPlayerScreenOnOff, 1));
     }
     EXPECT_TRUE(board->WaitFor([&] { return !board->Player().LoggedIn(); }));
-    EXPECT_FALSE(board->Player().Send(11));
+    EXPECT_FALSE(board->Player().Send(kPlayerScreenOnOff));
 }
 
 TEST_F(VirtualBoardWithDaemon, SupervisorHearsTheDaemonAgainAfterItsOwnAbsence)
@@ -378,7 +388,10 @@ TEST_F(VirtualBoardWithDaemon, SupervisorHearsTheDaemonAgainAfterItsOwnAbsence)
     EXPECT_EQ(board->Supervisor().Heartbeats().front().connection, 2U);
 }
 
-static std::size_t CountProcesses()
+namespace
+{
+
+std::size_t CountProcesses()
 {
     std::size_t count = 0;
     for (const auto &entry : fs::directory_iterator("/proc"))
@@ -386,8 +399,8 @@ static std::size_t CountProcesses()
     return count;
 }
 
-// A PC side within this one: its board is up when a byte comes through the pipe.
-static pid_t StartNested(int report)
+// A PC side within this one; a byte through the pipe reports that its board is up.
+pid_t StartNested(int report)
 {
     const pid_t child = fork();
     if (child != 0)
@@ -396,16 +409,19 @@ static pid_t StartNested(int report)
     board::VirtualBoard nested;
     nested.Boot();
     const char up = 1;
-    [[maybe_unused]] const ssize_t told = write(report, &up, 1);
+    [[maybe_unused]] const ssize_t written = write(report, &up, 1);
     for (;;)
         pause();
 }
 
-// Kills the waiting process outside at different moments, and the process that uses the library.
+} // namespace
+
+// Kills the process outside at different moments of its start, and the process that uses the library.
 TEST(VirtualBoardEnd, NothingIsLeftAfterAKill)
 {
     struct Row {
-        int generation; // who is killed: 0 the process that was started, 2 the one that uses the library
+        int generation; // which process is killed: 0 the one that was started, 2 the one that uses the
+                        // library
         int after;      // milliseconds; -1: when the board is up
     };
     const std::size_t processes = CountProcesses();
@@ -428,7 +444,8 @@ TEST(VirtualBoardEnd, NothingIsLeftAfterAKill)
         ASSERT_EQ(kill(std::stoi(victim), SIGKILL), 0);
         int status = 0;
         ASSERT_EQ(waitpid(outer, &status, 0), outer);
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "the end is passed on";
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL)
+            << "the outer process ends in the same way";
         const auto end = std::chrono::steady_clock::now() + 3s;
         while (CountProcesses() != processes && std::chrono::steady_clock::now() < end)
             usleep(1000);
