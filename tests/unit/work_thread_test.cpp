@@ -28,21 +28,86 @@ std::string Word(std::uint32_t value)
     return {reinterpret_cast<const char *>(&value), sizeof value};
 }
 
-// Marker, version, length, type and the two checksums, which nobody looks at.
+enum PacketType : char { kFileData = 0, kCommand = 1 };
+
+enum UploadCode : char {
+    kRequest = 3,
+    kAnswer = 4,
+    kAskReady = 5,
+    kAnswerReady = 6,
+    kAnswerRetrans = 7,
+    kAskComplete = 9,
+    kAnswerComplete = 10,
+    kAskRetrans = 11,
+    kAskDisconnect = 12,
+    kAnswerDisconnect = 13,
+    kFileBegin = 21,
+    kFileEnd = 22,
+    kVideoList = 24,
+    kAnswerVideoList = 26,
+};
+
+constexpr int kHeadSize = 15;      // of every packet
+constexpr int kCommandSize = 16;   // without a payload
+constexpr int kDataHeadSize = 19;  // of a packet with file data
+constexpr char kUnread[] = "seq."; // between the head and the file data
+const std::string kMarker = "ft";
+const std::string kVersion("\0\1", 2);
+
+std::string Le16(int value)
+{
+    return {static_cast<char>(value), static_cast<char>(value >> 8)};
+}
+
+// A packet with that length.
 std::string Packet(char type, const std::string &tail, int length)
 {
-    return std::string("ft\x00\x01", 4) + static_cast<char>(length) + static_cast<char>(length >> 8) + type +
-           "\xaa\xbb\xcc\xdd\xee\xff\x11\x22" + tail;
+    const std::string unreadChecksums = "\xaa\xbb\xcc\xdd\xee\xff\x11\x22";
+    return kMarker + kVersion + Le16(length) + type + unreadChecksums + tail;
 }
 
 std::string Command(char code, const std::string &payload = {})
 {
-    return Packet(1, code + payload, static_cast<int>(16 + payload.size()));
+    return Packet(kCommand, code + payload, kCommandSize + static_cast<int>(payload.size()));
 }
 
 std::string Data(const std::string &bytes)
 {
-    return Packet(0, "seq." + bytes, static_cast<int>(19 + bytes.size()));
+    return Packet(kFileData, kUnread + bytes, kDataHeadSize + static_cast<int>(bytes.size()));
+}
+
+std::string Reply(const std::string &tail)
+{
+    const std::string noChecksums(8, '\0');
+    return kMarker + kVersion + Le16(kHeadSize + static_cast<int>(tail.size())) +
+           static_cast<char>(kCommand) + noChecksums + tail;
+}
+
+std::string Result(char code, char result)
+{
+    return Reply({code, result});
+}
+
+enum PlayerCode : std::uint32_t {
+    kPlayerSmartSetting = 8,
+    kPlayerNetworkError = 9,
+    kPlayerSlantLine = 10,
+    kPlayerReboot = 13,
+};
+
+constexpr std::uint32_t kPlayerKind = 3;
+constexpr std::int32_t kPlayerSubType = 3;
+
+std::string PlayerMessage(std::uint32_t code)
+{
+    constexpr std::uint32_t kLength = 12;
+    return Word(kLength) + Word(kPlayerKind) + Word(code);
+}
+
+std::string PlayerMessage(std::uint32_t code, std::uint32_t value)
+{
+    constexpr std::uint32_t kLength = 16;
+    return Word(kLength) + Word(kPlayerKind) + Word(code) + Word(value);
 }
 
 KDataPacket PacketOf(const std::string &packet)
@@ -70,7 +135,7 @@ protected:
         close(client_);
     }
 
-    // As it comes out of the session layer: length word, four bytes that are not read, the packet.
+    // As the session layer passes it on: length, four bytes that are not read, the packet.
     int Dispose(const std::string &packet, int frameLength = -1)
     {
         const auto length = frameLength >= 0 ? static_cast<std::uint32_t>(frameLength)
@@ -87,7 +152,7 @@ protected:
         const ssize_t count = recv(client_, bytes, sizeof bytes, 0);
         return {bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
     }
-    void Begin(const std::string &name) { ASSERT_EQ(Dispose(Command(21, name + '\0')), 0) << name; }
+    void Begin(const std::string &name) { ASSERT_EQ(Dispose(Command(kFileBegin, name + '\0')), 0) << name; }
 
     KWorkThread service_{nullptr, -1};
     SocketSession session_;
@@ -118,27 +183,29 @@ TEST_F(UploadService, MalformedPacketsChangeNothing)
         std::string packet;
         int frameLength = -1;
     };
-    const std::string ready = Command(5);
+    const std::string ready = Command(kAskReady);
+    const std::string abc = "abc";
     const Row rows[] = {
         {"marker", "tf" + ready.substr(2)},
-        {"version", "ft\x01" + std::string(1, '\0') + ready.substr(4)},
-        {"type 2", Packet(2, "\x05", 16)},
+        {"version", kMarker + std::string("\1\0", 2) + ready.substr(4)},
+        {"type 2", Packet(2, {kAskReady}, kCommandSize)},
         {"frame shorter than its own header", ready, 7},
         {"frame without a whole packet header", ready.substr(0, 14)},
         {"frame longer than what is held", ready, 100},
-        {"command that claims more than it brought", Packet(1, "\x05", 17)},
-        {"no code", Packet(1, "", 15)},
-        {"data shorter than its head", Packet(0, "seq.", 18)},
-        {"data of length 0", Packet(0, "seq.", 0)},
-        {"data that claims more than it brought", Packet(0, "seq.abc", 23)},
-        {"data with most of it claimed", Packet(0, "seq.abc", 65535)},
-        {"data behind the frame's end", Data("abc"), 8 + 19 + 2},
+        {"command that claims more than it brought", Packet(kCommand, {kAskReady}, kCommandSize + 1)},
+        {"no code", Packet(kCommand, "", kHeadSize)},
+        {"data shorter than its head", Packet(kFileData, kUnread, kDataHeadSize - 1)},
+        {"data of length 0", Packet(kFileData, kUnread, 0)},
+        {"data that claims one byte more than it brought",
+         Packet(kFileData, kUnread + abc, kDataHeadSize + 4)},
+        {"data that claims the largest length", Packet(kFileData, kUnread + abc, 65535)},
+        {"data after the frame's end", Data(abc), 8 + kDataHeadSize + 2},
     };
     for (const Row &row : rows)
         EXPECT_EQ(Dispose(row.packet, row.frameLength), -1) << row.what;
     EXPECT_EQ(Dispose(Data("")), 0);
     EXPECT_EQ(Dispose(Data("!")), 1); // the file is still open
-    EXPECT_EQ(Dispose(Command(22)), 0);
+    EXPECT_EQ(Dispose(Command(kFileEnd)), 0);
     EXPECT_EQ(ReadTestFile(kFolder + std::string("a")), "good!");
     EXPECT_EQ(Dispose(Data("late")), -1);
     EXPECT_EQ(Received(), "");
@@ -146,43 +213,44 @@ TEST_F(UploadService, MalformedPacketsChangeNothing)
 
 TEST_F(UploadService, RepliesByteForByte)
 {
-    const std::string head = std::string("ft\x00\x01", 4);
-    const std::string zeros(8, '\0');
     const std::string identifier = "0123456789abcdef";
+    const std::string noIdentifier(16, '\0');
+    const std::string zeroAndCount(5, '\0');
+    const std::string retrans(1, kAnswerRetrans);
     struct Row {
         std::string request;
-        std::string reply; // behind marker and version
+        std::string reply;
     };
     const Row rows[] = {
-        {Command(11), std::string("\x25\0\1", 3) + zeros + '\7' + std::string(21, '\0')},
-        {Command(3, identifier + std::string(30, 'x')), std::string("\x11\0\1", 3) + zeros + "\4\1"},
-        {Command(3), std::string("\x11\0\1", 3) + zeros + "\4\1"}, // nothing behind the code: zeros
-        {Command(3, identifier), std::string("\x11\0\1", 3) + zeros + "\4\1"},
-        {Command(11), std::string("\x25\0\1", 3) + zeros + '\7' + identifier + std::string(5, '\0')},
-        {Command(5), std::string("\x11\0\1", 3) + zeros + "\6\1"},
-        {Command(9), std::string("\x11\0\1", 3) + zeros + "\n\1"},
-        {Command(12), std::string("\x11\0\1", 3) + zeros + std::string("\r\0", 2)},
-        {Command(24, "a.mp4"), std::string("\x10\0\1", 3) + zeros + "\x1a"},
-        {Command(4), std::string("\x0f\0\1", 3) + zeros}, // unknown: without the code
-        {Command('\xff'), std::string("\x0f\0\1", 3) + zeros},
+        {Command(kAskRetrans), Reply(retrans + noIdentifier + zeroAndCount)},
+        {Command(kRequest, identifier + std::string(30, 'x')), Result(kAnswer, 1)},
+        {Command(kRequest), Result(kAnswer, 1)}, // nothing after the code reads as zeros
+        {Command(kRequest, identifier), Result(kAnswer, 1)},
+        {Command(kAskRetrans), Reply(retrans + identifier + zeroAndCount)},
+        {Command(kAskReady), Result(kAnswerReady, 1)},
+        {Command(kAskComplete), Result(kAnswerComplete, 1)},
+        {Command(kAskDisconnect), Result(kAnswerDisconnect, 0)},
+        {Command(kVideoList, "a.mp4"), Reply({kAnswerVideoList})},
+        {Command(kAnswer), Reply("")}, // not a request: a reply without a code
+        {Command('\xff'), Reply("")},
     };
     for (const Row &row : rows) {
         EXPECT_EQ(Dispose(row.request), 0);
-        EXPECT_EQ(Received(), head + row.reply) << static_cast<int>(row.request[15]);
+        EXPECT_EQ(Received(), row.reply) << static_cast<int>(row.request[15]);
     }
     shutdown(session_.fd, SHUT_WR);
-    EXPECT_EQ(Dispose(Command(5)), -1); // the reply cannot be sent
+    EXPECT_EQ(Dispose(Command(kAskReady)), -1); // the reply cannot be sent
 }
 
 TEST_F(UploadService, BarePacketsAndTheirHeader)
 {
-    std::string packet = Command(5);
+    std::string packet = Command(kAskReady);
     EXPECT_EQ(service_.IsPacket(packet.data(), 1), packet.data());
     EXPECT_EQ(service_.IsPacket(packet.data(), 27), packet.data());
     EXPECT_EQ(service_.IsPacket(packet.data(), 0), nullptr);
     EXPECT_EQ(service_.IsPacket(packet.data(), 28), nullptr);
     EXPECT_EQ(service_.IsPacket(nullptr, 1), nullptr);
-    std::string other = Packet(2, "\5", 16);
+    std::string other = Packet(2, {kAskReady}, kCommandSize);
     EXPECT_EQ(service_.IsPacket(other.data(), 1), nullptr);
 
     Begin("bare");
@@ -202,7 +270,7 @@ TEST_F(UploadService, DataIsDroppedWhileTheFileIsInUse)
     const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     Begin("fifo");
     const std::string block(9000, 'x');
-    std::thread writer([&] { // fills the pipe and stays in a write, with the mutex
+    std::thread writer([&] { // fills the pipe and blocks in a write, with the mutex
         const std::string data = Data(block);
         const KDataPacket packet = PacketOf(data);
         for (int sent = 0; sent < 10; ++sent) {
@@ -210,9 +278,9 @@ TEST_F(UploadService, DataIsDroppedWhileTheFileIsInUse)
                 std::this_thread::yield();
         }
     });
-    const std::string malformed = Packet(0, "seq.", 18);
+    const std::string malformed = Packet(kFileData, kUnread, kDataHeadSize - 1);
     const KDataPacket unread = PacketOf(malformed);
-    while (service_.DisposeData(&unread) != 0) // -1 until the other thread has the file
+    while (service_.DisposeData(&unread) != 0) // -1 until the other thread uses the file
         std::this_thread::yield();
     std::string got;
     while (got.size() < 10 * block.size()) {
@@ -270,9 +338,9 @@ TEST_F(UploadService, InterfaceOfTheThread)
 
 TEST(PlayerLiaison, ShortMessagesAreNotRead)
 {
-    // What a shorter message left behind in the buffer reads as a reboot.
+    // The bytes after a shorter message are left from a longer one and would be read as a reboot.
     char buffer[wire::kSessionBufferSize] = {};
-    const std::string reboot = Word(12) + Word(3) + Word(13);
+    const std::string reboot = PlayerMessage(kPlayerReboot);
     std::copy(reboot.begin(), reboot.end(), buffer);
     SocketSession session;
     EXPECT_EQ(DisposePlexaMessage(&session), 0); // no buffer
@@ -286,14 +354,14 @@ TEST(PlayerLiaison, ShortMessagesAreNotRead)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
-TEST(PlayerLiaison, TestModesAreToldNegated)
+TEST(PlayerLiaison, TestModesAreSentNegated)
 {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-    SmartSettingFlag(true); // nobody there
+    SmartSettingFlag(true); // without a player
     SocketSession player;
     player.fd = ends[0];
-    player.subType = 3;
+    player.subType = kPlayerSubType;
     player.session = kPlayerChannel;
     RegisterClientConnect(&player);
     SmartSettingFlag(true);
@@ -305,9 +373,9 @@ TEST(PlayerLiaison, TestModesAreToldNegated)
     char bytes[200];
     const ssize_t count = recv(ends[1], bytes, sizeof bytes, MSG_DONTWAIT);
     EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0))),
-              Word(16) + Word(3) + Word(8) + Word(0) + Word(16) + Word(3) + Word(8) + Word(1) + Word(16) +
-                  Word(3) + Word(10) + Word(0) + Word(16) + Word(3) + Word(10) + Word(1) + Word(12) +
-                  Word(3) + Word(9));
+              PlayerMessage(kPlayerSmartSetting, 0) + PlayerMessage(kPlayerSmartSetting, 1) +
+                  PlayerMessage(kPlayerSlantLine, 0) + PlayerMessage(kPlayerSlantLine, 1) +
+                  PlayerMessage(kPlayerNetworkError));
     close(ends[0]);
     close(ends[1]);
 }
