@@ -28,12 +28,35 @@ std::string Le32(std::uint32_t value)
     return text;
 }
 
-// An outer packet of command 13 around an inner one, both with the length that they have.
-std::string Inner(std::uint32_t command, const std::string &data, std::size_t tail = 14)
+enum OuterCommand : std::uint32_t { kLogin = 2, kLoginAnswer = 10, kSession = 13 };
+
+// Codes of inner packets.
+enum InnerCommand : std::uint32_t {
+    kLock = 14,
+    kFilesReply = 21,
+    kCreate = 24,
+    kRemove = 28,
+    kData = 32,
+    kRemoveNotVideo = 38,
+    kUnknown = 99,
+};
+
+constexpr std::size_t kIdSize = 14;
+constexpr std::size_t kHeaderSize = 22; // length, command, identifier
+
+// An inner packet in its outer one, both with the length that they have.
+std::string Inner(std::uint32_t command, const std::string &data, std::size_t idSize = kIdSize)
 {
-    const std::string inner = Le32(static_cast<std::uint32_t>(8 + tail + data.size())) + Le32(command) +
-                              std::string(tail, 'i') + data;
-    return Le32(static_cast<std::uint32_t>(22 + inner.size())) + Le32(13) + std::string(14, 'o') + inner;
+    const std::string inner = Le32(static_cast<std::uint32_t>(8 + idSize + data.size())) + Le32(command) +
+                              std::string(idSize, 'i') + data;
+    return Le32(static_cast<std::uint32_t>(kHeaderSize + inner.size())) + Le32(kSession) +
+           std::string(kIdSize, 'o') + inner;
+}
+
+// The data of kData: their announced size, four bytes that are not read, the bytes.
+std::string ChunkOf(std::uint32_t size, const std::string &bytes)
+{
+    return Le32(size) + "unus" + bytes;
 }
 
 wire::Bytes BytesOfText(const std::string &text)
@@ -82,9 +105,9 @@ std::vector<std::string> ListedData(const std::vector<std::string> &names)
     for (std::string packet = answer.packet; !packet.empty(); packet = answer.next()) {
         const auto size = static_cast<std::uint32_t>(packet.size());
         EXPECT_LE(size, 9216U);
-        EXPECT_EQ(packet.substr(0, 8), Le32(size) + Le32(13));
-        EXPECT_EQ(packet.substr(22, 8), Le32(size - 22) + Le32(21));
-        listed.push_back(packet.substr(44));
+        EXPECT_EQ(packet.substr(0, 8), Le32(size) + Le32(kSession));
+        EXPECT_EQ(packet.substr(kHeaderSize, 8), Le32(size - 22) + Le32(kFilesReply));
+        listed.push_back(packet.substr(2 * kHeaderSize));
     }
     return listed;
 }
@@ -105,7 +128,7 @@ TEST(RemoteConfig, Reading)
         {"username=user\nport=7000\ndomain=host.example", "", "host.example", 7000, "user"},
         {"port=-25536\n", "", "", -25536, ""},
         {"# ours\nip=10.0.0.9\n", "", "", 0, ""},                    // the first unknown line ends it
-        {"port=1\nIP=10.0.0.9\nusername=user\n", "", "", 1, ""},     // keys are as they are
+        {"port=1\nIP=10.0.0.9\nusername=user\n", "", "", 1, ""},     // keys are case-sensitive
         {"ip=123456789012345678901\nport=12345678901\nusername=u\n", // limits of the values
          "12345678901234567890", "", 1234567890, "u"},
         {"port=7000x\nusername=\n\nip=10.0.0.9\n", "", "", 7000, ""}, // an empty line is unknown
@@ -158,21 +181,21 @@ TEST(RemoteFraming, CompleteIncompleteBroken)
         {"", incomplete},
         {std::string("\x08\0\0", 3), incomplete},
         {Le32(0), broken},
-        {Le32(7) + Le32(99), broken},
+        {Le32(7) + Le32(kUnknown), broken},
         {Le32(9217), broken},
         {Le32(0xFFFFFFFF), broken},
         {Le32(9216) + std::string(9211, 'x'), incomplete},
-        {Le32(9216) + Le32(99) + std::string(9208, 'x'), complete},
-        {Le32(8) + Le32(99), complete},
-        {Le32(11) + Le32(10) + "abc", broken},
-        {Le32(12) + Le32(10) + Le32(0), complete},
-        {Inner(14, "", 0), complete},
-        {Le32(29) + Le32(13) + std::string(21, 0), broken},
-        {Inner(32, "", 13), broken},
-        {Inner(32, "", 14), complete},
-        {Inner(24, "", 0), broken},
-        {Inner(38, "", 0), complete},
-        {Inner(99, "", 0), complete},
+        {Le32(9216) + Le32(kUnknown) + std::string(9208, 'x'), complete},
+        {Le32(8) + Le32(kUnknown), complete},
+        {Le32(11) + Le32(kLoginAnswer) + "abc", broken},
+        {Le32(12) + Le32(kLoginAnswer) + Le32(0), complete},
+        {Inner(kLock, "", 0), complete},
+        {Le32(29) + Le32(kSession) + std::string(21, 0), broken},
+        {Inner(kData, "", kIdSize - 1), broken},
+        {Inner(kData, "", kIdSize), complete},
+        {Inner(kCreate, "", 0), broken},
+        {Inner(kRemoveNotVideo, "", 0), complete},
+        {Inner(kUnknown, "", 0), complete},
     };
     for (std::size_t index = 0; index < std::size(rows); ++index) {
         const RemoteFrame frame = NextRemoteFrame(BytesOfText(rows[index].held));
@@ -185,10 +208,10 @@ TEST(RemoteFraming, NamesAndChunksStayInsideThePacket)
 {
     const std::string longName(300, 'n');
     const std::pair<std::string, std::string> names[] = {
-        {Inner(24, ""), ""},
-        {Inner(24, "a"), "a"},
-        {Inner(24, std::string("a\0b", 3)), "a"},
-        {Inner(24, longName), longName.substr(0, 255)},
+        {Inner(kCreate, ""), ""},
+        {Inner(kCreate, "a"), "a"},
+        {Inner(kCreate, std::string("a\0b", 3)), "a"},
+        {Inner(kCreate, longName), longName.substr(0, 255)},
     };
     for (const auto &[packet, name] : names)
         EXPECT_EQ(RequestName(RequestData(BytesOfText(packet))), name);
@@ -197,12 +220,12 @@ TEST(RemoteFraming, NamesAndChunksStayInsideThePacket)
         std::string packet;
         std::optional<std::size_t> size;
     } chunks[] = {
-        {Inner(32, ""), std::nullopt},
-        {Inner(32, Le32(0) + "unus"), 0},
-        {Inner(32, Le32(3) + "unusabc"), 3},
-        {Inner(32, Le32(2) + "unusabc"), 2},
-        {Inner(32, Le32(4) + "unusabc"), std::nullopt},
-        {Inner(32, Le32(0xFFFFFFFF) + "unusabc"), std::nullopt},
+        {Inner(kData, ""), std::nullopt},
+        {Inner(kData, ChunkOf(0, "")), 0},
+        {Inner(kData, ChunkOf(3, "abc")), 3},
+        {Inner(kData, ChunkOf(2, "abc")), 2},
+        {Inner(kData, ChunkOf(4, "abc")), std::nullopt},
+        {Inner(kData, ChunkOf(0xFFFFFFFF, "abc")), std::nullopt},
     };
     for (const auto &row : chunks) {
         const auto data = ChunkData(BytesOfText(row.packet));
@@ -210,10 +233,11 @@ TEST(RemoteFraming, NamesAndChunksStayInsideThePacket)
         EXPECT_EQ(data.value_or(wire::Bytes{}).size(), row.size.value_or(0));
     }
 
-    std::string removal = Inner(28, std::string("a\0b\0", 4));
+    std::string removal = Inner(kRemove, std::string("a\0b\0", 4));
     EXPECT_EQ(RemovalNames(BytesOfText(removal)).size(), 4U);
-    for (const auto &[inner, size] : {std::pair{24U, 2U}, {21U, 0U}, {0U, 0U}, {0xFFFFFFFFU, 4U}}) {
-        removal.replace(22, 4, Le32(inner));
+    constexpr std::size_t kInnerLengthAt = 22;
+    for (const auto &[innerLength, size] : {std::pair{24U, 2U}, {21U, 0U}, {0U, 0U}, {0xFFFFFFFFU, 4U}}) {
+        removal.replace(kInnerLengthAt, 4, Le32(innerLength));
         EXPECT_EQ(RemovalNames(BytesOfText(removal)).size(), size);
     }
 }
@@ -249,19 +273,24 @@ TEST(RemoteConnection, OnlyTheNewestLogsInAndOnlyWithAMonitor)
     MonitorSession slot;
     context->SetAddrParam(context, "127.0.0.1", 0, old.port, "first");
     context->ConnectToServer(context);      // waits for the loop's SetMonitor, which never comes for it
-    context->DisconnectFromServer(context); // and the next one need not keep its distance
+    context->DisconnectFromServer(context); // and the next connect need not wait
     context->SetAddrParam(context, "127.0.0.1", 0, newer.port, "second");
     context->ConnectToServer(context);
     context->SetMonitor(context, &slot);
     const ledboard::UniqueFd peer(newer.Accept());
-    std::string login(43, 0);
-    EXPECT_EQ(recv(peer.Get(), login.data(), login.size(), MSG_WAITALL), 43);
-    EXPECT_EQ(login, "\3" + Le32(42) + Le32(2) + "second" + std::string(28, 0));
+    const std::string greeting = "\3";
+    const std::string username = "second" + std::string(14, 0);
+    const std::string noIdentifier(kIdSize, 0);
+    const std::string expected = greeting + Le32(42) + Le32(kLogin) + username + noIdentifier;
+    std::string login(expected.size(), 0);
+    EXPECT_EQ(recv(peer.Get(), login.data(), login.size(), MSG_WAITALL),
+              static_cast<ssize_t>(expected.size()));
+    EXPECT_EQ(login, expected);
     while (CopyMonitor(slot).valid == 0)
         usleep(1000);
     EXPECT_EQ(CopyMonitor(slot).fd, context->GetSocketFD(context));
 
-    // Without a monitor the login is made all the same, and the socket is closed.
+    // Without a monitor the board logs in as well, but then closes the socket.
     context->SetMonitor(context, nullptr);
     EXPECT_EQ(context->GetSocketFD(context), -1);
     EXPECT_EQ(slot.valid, 0);
@@ -270,7 +299,7 @@ TEST(RemoteConnection, OnlyTheNewestLogsInAndOnlyWithAMonitor)
     context->SetAddrParam(context, "127.0.0.1", 0, newer.port, "third");
     context->ConnectToServer(context);
     const ledboard::UniqueFd again(newer.Accept());
-    EXPECT_EQ(ReceiveAll(again.Get()).size(), 43U);
+    EXPECT_EQ(ReceiveAll(again.Get()).size(), expected.size());
     EXPECT_EQ(context->GetSocketFD(context), -1);
     DestroyDeviceContext(context);
 }
@@ -288,18 +317,25 @@ TEST(FirmwareListener, ServesOneClientAfterAnother)
     ASSERT_EQ(service.Init(), 1);
     service.Start();
     const std::string magic("\x76\x71\0\0", 4);
-    const std::string ask = magic + Le32(25) + std::string(17, 0);
+    constexpr char kCommand = 0;
+    constexpr char kArchiveData = 1;
+    const auto packet = [&](std::uint32_t length, char kind, const std::string &rest) {
+        return magic + Le32(length) + kind + rest;
+    };
+    const std::string version(16, 0); // code 0, and fields of a version request
+    const std::string state("\3\0\0", 3);
+    const std::string ask = packet(25, kCommand, version);
     const struct {
         std::string sent;
         std::size_t received;
     } rows[] = {
         {ask, 25},
-        {magic + Le32(1125) + std::string(17, 0), 0},       // longer than its buffer
-        {"\x77" + ask.substr(1), 0},                        // another magic
-        {magic + Le32(24) + std::string(16, 0), 0},         // a version request of 25 bytes only
-        {ask + ask, 0},                                     // more than one packet at a time
-        {magic + Le32(13) + std::string(1, 1) + "data", 0}, // data without an archive
-        {magic + Le32(30) + std::string(1, 0) + "\3" + std::string(2, 0), 25}, // closed early, but a command
+        {packet(1125, kCommand, version), 0},         // longer than its buffer
+        {"\x77" + ask.substr(1), 0},                  // another magic
+        {packet(24, kCommand, version.substr(1)), 0}, // a version request has 25 bytes
+        {ask + ask, 0},                               // more than one packet at a time
+        {packet(13, kArchiveData, "data"), 0},        // data without an archive
+        {packet(30, kCommand, state), 25},            // closed before its end, but the command is there
         {ask, 25},
     };
     for (std::size_t index = 0; index < std::size(rows); ++index) {
@@ -309,7 +345,7 @@ TEST(FirmwareListener, ServesOneClientAfterAnother)
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         address.sin_port = htons(static_cast<std::uint16_t>(port));
         while (connect(client.Get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
-            usleep(1000); // between two clients nobody listens
+            usleep(1000); // between two clients it does not listen
         send(client.Get(), rows[index].sent.data(), rows[index].sent.size(), MSG_NOSIGNAL);
         shutdown(client.Get(), SHUT_WR);
         EXPECT_EQ(ReceiveAll(client.Get()).size(), rows[index].received) << index;
