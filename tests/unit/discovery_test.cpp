@@ -52,7 +52,7 @@ protected:
         return handler(boardFd_.Get());
     }
 
-    // The reply, and the address it was sent to; empty when there is none.
+    // The reply, and the address it was sent to; empty without a reply.
     std::string Reply(std::uint32_t *destination = nullptr)
     {
         pollfd waiting{.fd = pcFd_.Get(), .events = POLLIN, .revents = 0};
@@ -90,9 +90,9 @@ TEST_F(Discovery, ReplyAddressComparesDifferentByteOrders)
         std::uint32_t replyTo;
     };
     const Row rows[] = {
-        {0x0100007F, 0xFF000000, kEverybody}, // 127.0.0.1 after start: the same subnet, and yet
+        {0x0100007F, 0xFF000000, kEverybody}, // 127.0.0.1 after start, although it is the same subnet
         {0x0100007F, 0xFFFFFFFF, kEverybody},
-        {0x0100007F, 0x00FFFF00, kSender}, // what reads the same in both orders
+        {0x0100007F, 0x00FFFF00, kSender}, // the masked bytes are equal in both orders
         {0x7F0000FE, 0xFFFFFF00, kSender}, // after a change to a fixed address
         {0x0A000001, 0xFFFFFF00, kEverybody},
         {0x0A000001, 0, kSender},
@@ -125,18 +125,24 @@ TEST_F(Discovery, SetsTheRemoteServerWhateverTheIdentifier)
     DeviceContext *const before = g_deviceContext;
     g_deviceContext = context.get();
 
-    // Texts that fill their fields do not run on into what lies behind.
-    std::string request(15 + 4, 'h');
-    request += "of another one";
-    request += std::string("\x01\0", 2) + std::string(256, 'a') + std::string("\x10\x27\0\0", 4) +
-               std::string(20, 'u');
+    // Texts that fill their fields are not read on into the next field.
+    const std::string header(15, 'h');
+    const std::string command(4, 'h');
+    const std::string identifier = "of another one";
+    const std::string domainFlag("\x01\0", 2);
+    const std::string addr(256, 'a');
+    const std::string port("\x10\x27\0\0", 4); // 10000
+    const std::string username(20, 'u');
+    const std::string request = header + command + identifier + domainFlag + addr + port + username;
     ASSERT_EQ(request.size(), 315U);
     s_calls.clear();
     EXPECT_EQ(Ask(request, DisposeUdpPacketInFixed), 0); // not on the custom port
     EXPECT_EQ(s_calls, "");
     EXPECT_EQ(Ask(request, DisposeUdpPacket), 1);
-    EXPECT_EQ(s_calls, "disconnect 256a 1 10000 " + std::string(20, 'u') + " connect");
-    const std::string header = std::string("hhhh\x22\0", 6) + std::string(9, 'h');
-    EXPECT_EQ(Reply(), header + std::string("\x04\0\0\0C3-0123456789\0\x01", 19));
+    EXPECT_EQ(s_calls, "disconnect 256a 1 10000 " + username + " connect");
+    const std::string length("\x22\0", 2); // 34
+    const std::string setServer("\x04\0\0\0", 4);
+    const std::string ownIdentifier("C3-0123456789\0", 14);
+    EXPECT_EQ(Reply(), header.substr(0, 4) + length + header.substr(6) + setServer + ownIdentifier + '\1');
     g_deviceContext = before;
 }

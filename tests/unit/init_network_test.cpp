@@ -22,7 +22,7 @@ MacAddress Mac(unsigned number)
     return {2, 'L', 'E', 'D', static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)};
 }
 
-// Ticks until something is to be done: 'p' probe, 'c' claim, 'a' announce, '-' nothing within `limit`.
+// Ticks until the claim asks for an action: 'p' probe, 'c' claim, 'a' announce, '-' nothing within `limit`.
 char Next(LinkLocalClaim *claim, Moment *now, seconds limit = seconds(5))
 {
     for (const Moment end = *now + limit; *now <= end; *now += seconds(1)) {
@@ -33,7 +33,7 @@ char Next(LinkLocalClaim *claim, Moment *now, seconds limit = seconds(5))
     return '-';
 }
 
-// Ticks through the whole claim; false when it went another way.
+// Ticks through the whole claim; false if the actions differ from its own.
 bool ClaimAddress(LinkLocalClaim *claim, Moment *now, seconds firstWait = seconds(5))
 {
     std::string actions(1, Next(claim, now, firstWait));
@@ -93,7 +93,7 @@ TEST(LinkLocalClaim, MeasuresTimeAndNotTicks)
         actions += claim.Tick(now) == Action::kNothing ? 0 : 1;
     EXPECT_LE(actions, 4);
     EXPECT_FALSE(claim.Holds());
-    now += seconds(600); // a loop that stood still skips nothing either
+    now += seconds(600); // a loop that was blocked skips nothing either
     EXPECT_EQ(claim.Tick(now), Action::kProbe);
     EXPECT_EQ(claim.Tick(now), Action::kNothing);
 }
@@ -201,25 +201,41 @@ TEST(LinkLocalClaim, TriesOnceAMinuteAfterTenConflicts)
     EXPECT_EQ(Next(&claim, &now), 'p');
 }
 
-TEST(ArpPacket, OnlyIpv4OnEthernetIsHeard)
+TEST(ArpPacket, OnlyIpv4OnEthernetIsDecoded)
 {
-    const std::string good("\0\1\x8\0\6\4\0\2\x2\x4c\x45\x44\0\7\xa9\xfe\x10\x20\2\0\0\0\0\1\x0a\1\2\3", 28);
+    const std::string hardware("\0\1", 2); // Ethernet
+    const std::string protocol("\x08\0", 2);
+    const std::string sizes("\6\4", 2); // of a MAC and of an IPv4 address
+    const std::string reply("\0\2", 2);
+    const std::string senderMac("\2\x4c\x45\x44\0\7", 6);
+    const std::string senderAddress("\xa9\xfe\x10\x20", 4);
+    const std::string targetMac("\2\0\0\0\0\1", 6);
+    const std::string targetAddress("\x0a\1\2\3", 4);
+    const std::string good =
+        hardware + protocol + sizes + reply + senderMac + senderAddress + targetMac + targetAddress;
+    constexpr std::size_t kHardwareAt = 0;
+    constexpr std::size_t kProtocolAt = 2;
+    constexpr std::size_t kSizesAt = 4;
+    constexpr std::size_t kOperationAt = 6;
+    const auto with = [&](std::size_t place, char high, char low) {
+        return std::string(good).replace(place, 2, std::string{high, low});
+    };
     const struct {
         const char *name;
         std::string packet;
         bool heard;
     } rows[] = {
-        {"as it is", good, true},
-        {"padded to Ethernet's least", good + std::string(18, '\0'), true},
+        {"valid", good, true},
+        {"padded to the shortest Ethernet frame", good + std::string(18, '\0'), true},
         {"empty", "", false},
         {"one byte short", good.substr(0, 27), false},
-        {"token ring", std::string(good).replace(1, 1, 1, '\6'), false},
-        {"IPv6", std::string(good).replace(2, 2, "\x86\xdd"), false},
-        {"long hardware address", std::string(good).replace(4, 1, 1, '\x8'), false},
-        {"long protocol address", std::string(good).replace(5, 1, 1, '\x10'), false},
-        {"operation 0", std::string(good).replace(7, 1, 1, '\0'), false},
-        {"reverse request", std::string(good).replace(7, 1, 1, '\3'), false},
-        {"operation 256", std::string(good).replace(6, 2, std::string("\1\0", 2)), false},
+        {"token ring", with(kHardwareAt, 0, 6), false},
+        {"IPv6", with(kProtocolAt, '\x86', '\xdd'), false},
+        {"long hardware address", with(kSizesAt, 8, 4), false},
+        {"long protocol address", with(kSizesAt, 6, 16), false},
+        {"operation 0", with(kOperationAt, 0, 0), false},
+        {"reverse request", with(kOperationAt, 0, 3), false},
+        {"operation 256", with(kOperationAt, 1, 0), false},
     };
     for (const auto &row : rows) {
         const auto packet = DecodeArp(wire::BytesAt(row.packet.data(), row.packet.size()));
