@@ -30,10 +30,12 @@ std::string Entry(std::uint32_t tag, std::uint32_t value)
     return Word(tag) + Word(value);
 }
 
-// Header with the data's length, then entries 1 to 3, then the screen size as the fourth record after it.
+// A header, which is an entry of head id and data length, and four records. The screen size is the fourth
+// record's value, whatever its id.
 std::string Settings(std::uint32_t dataLength, std::uint32_t width, std::uint32_t height)
 {
-    return Entry(0x5353, dataLength) + Entry(1, 0) + Entry(2, 0) + Entry(3, 0) +
+    constexpr std::uint32_t kAnyHeadId = 0x5353;
+    return Entry(kAnyHeadId, dataLength) + Entry(1, 0) + Entry(2, 0) + Entry(3, 0) +
            Entry(4, height << 16 | width);
 }
 
@@ -57,7 +59,7 @@ TEST(DeviceRecord, IdentifierIsThirteenBytesAndGivesTheType)
         {"C3", "C3", 0},
         {"K1x", "K1x", 3},
         {"K3x", "K3x", 2},
-        {"c1x", "c1x", 2}, // not a known one: stays as it was
+        {"c1x", "c1x", 2}, // unknown: the type does not change
         {std::nullopt, "", 2},
     };
     for (const Row &row : rows) {
@@ -140,13 +142,16 @@ TEST(DeviceRecord, ModelTypeIsTheLastRecord22Turned)
         std::optional<std::string> file;
         int type;
     };
+    constexpr std::uint32_t kModelType = 22;
     const Row rows[] = {
-        {Entry(22, 0), 1},
-        {Entry(22, 1), 0},
-        {Entry(1, 2) + Entry(22, 7) + Entry(3, 4), 0},
-        {Entry(22, 1) + Entry(22, 0), 1},
-        {Entry(22, 0) + Entry(22, 5) + Entry(22, 0).substr(0, 7), 0}, // a cut record does not count
-        {Word(1) + Entry(22, 1), 1},                                  // not at a record's start
+        {Entry(kModelType, 0), 1},
+        {Entry(kModelType, 1), 0},
+        {Entry(1, 2) + Entry(kModelType, 7) + Entry(3, 4), 0},
+        {Entry(kModelType, 1) + Entry(kModelType, 0), 1},
+        {Entry(kModelType, 0) + Entry(kModelType, 5) + Entry(kModelType, 0).substr(0, 7), 0}, // an incomplete
+                                                                                              // record does
+                                                                                              // not count
+        {Word(1) + Entry(kModelType, 1), 1}, // not at a record's start
         {Settings(48, 1, 1), 1},
         {std::nullopt, 1},
     };
@@ -186,7 +191,7 @@ TEST(ServerConfig, PortLines)
 {
     struct Row {
         std::string file;
-        int port; // 0: stays none
+        int port; // 0: no custom port
     };
     const Row rows[] = {
         {"port=0\n", 0},
@@ -213,7 +218,7 @@ TEST(ServerConfig, PortLines)
     SetCustomPort(0);
 }
 
-TEST(ServerConfig, IsMadeWhereItIsMissing)
+TEST(ServerConfig, IsCreatedWhereItIsMissing)
 {
     RemoveTestFile("/home/root/plexa_data");
     EXPECT_TRUE(GetUserConfigInfo());
@@ -222,7 +227,7 @@ TEST(ServerConfig, IsMadeWhereItIsMissing)
               std::filesystem::perms::owner_all);
 
     RemoveTestFile("/home/root/plexa_data");
-    WriteTestFile("/home/root/plexa_data", "a file in the folder's place"); // no folder can be made
+    WriteTestFile("/home/root/plexa_data", "a file in the folder's place"); // no folder can be created
     EXPECT_FALSE(GetUserConfigInfo());
     RemoveTestFile("/home/root/plexa_data");
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The expected numbers come from a script of its own that tries every step from 1 to 1000 and rounds to
-// single precision by hand; a few were worked out on paper.
+// The expected numbers come from a separate script that tries every step from 1 to 1000 and rounds to single
+// precision itself; a few were computed on paper.
 #include "settings/luminance.h"
 
 #include "settings/serial_thread.h"
@@ -17,6 +17,19 @@ namespace
 
 constexpr char kWorkingCopy[] = "/home/root/plexa_data/setting.ss";
 
+// Ids of records.
+constexpr std::uint32_t kScreenSize = 3;
+constexpr std::uint32_t kScan = 4;
+constexpr std::uint32_t kLuminance = 9;
+constexpr std::uint32_t kPulseIndex = 12;
+constexpr std::uint32_t kScanRows = 14;
+constexpr std::uint32_t kGrayBits = 18;
+constexpr std::uint32_t kPulseBank = 26;
+constexpr std::uint32_t kW2HFactor = 37;
+constexpr std::uint32_t kMbiClock = 40;
+constexpr std::uint32_t kWidthSelect = 70;
+constexpr std::uint32_t kGap = 74;
+
 using Records = std::vector<std::pair<std::uint32_t, std::uint32_t>>;
 
 void Append(std::string *file, std::uint32_t word)
@@ -28,8 +41,11 @@ void Append(std::string *file, std::uint32_t word)
 std::string SettingFile(const Records &records)
 {
     std::string file;
-    Append(&file, 0x486D + 65536 * static_cast<std::uint32_t>(records.size()));
-    Append(&file, 8 * static_cast<std::uint32_t>(records.size()));
+    const auto count = static_cast<std::uint32_t>(records.size());
+    constexpr std::uint32_t kHeadId = 0x486D; // two bytes, and two of the count
+    const std::uint32_t dataLength = 8 * count;
+    Append(&file, kHeadId + 65536 * count);
+    Append(&file, dataLength);
     for (const auto &[id, value] : records) {
         Append(&file, id);
         Append(&file, value);
@@ -54,6 +70,7 @@ TEST(Luminance, PanelsOfEveryFamily)
         unsigned expected;
     };
     constexpr std::uint32_t kAllOnes = 0xFFFFFFFF;
+    // family, width, height, s, pulse, h, gray bits, bank, k, f, select, g, expected
     const Row rows[] = {
         {0, 128, 64, 16, 0, 8, 9, 0, 1, 0, 0, 0, 18},
         {1, 192, 96, 8, 4, 4, 11, 0, 1, 0, 0, 125, 4},
@@ -65,7 +82,7 @@ TEST(Luminance, PanelsOfEveryFamily)
         {0, 128, 64, 16, 10, 8, 9, 1, 1, 0, 0, 0, 0},             // beyond the pulse table
         {0, 128, 64, 16, kAllOnes, 8, 9, 1, 1, 0, 0, 0, 0},       // nor does it wrap into the table
         {0, 128, 64, 16, 0, 8, kAllOnes, 0, 1, 0, 0, 0, 1000},    // no planes
-        {0, 128, 64, 16, 0, 8, 2000000000, 0, 1, 0, 0, 0, 0},     // ends at once all the same
+        {0, 128, 64, 16, 0, 8, 2000000000, 0, 1, 0, 0, 0, 0},     // ends at once
         {0, 65535, 1, 1, 15, 255, 3, 0, 1, 0, 0, 0, 1000},        // a negative rate passes
         {0, 128, 64, 10000001, 0, 8, kAllOnes, 0, 1, 0, 0, 0, 0}, // 99 after the cut
         {2, 128, 64, 8, 0, 4, 11, 0, 1, 0, 0, 0, 9},
@@ -84,31 +101,33 @@ TEST(Luminance, PanelsOfEveryFamily)
         {9, 128, 64, 0, 0, 8, 9, 0, 1, 16, 0, 0, 0},    // no such clock
     };
     for (const Row &row : rows) {
-        const Records records = {{3, row.width + 65536 * row.height},
-                                 {9, 1},
-                                 {4, row.s},
-                                 {12, row.pulse},
-                                 {14, row.h},
-                                 {18, row.grayBits},
-                                 {26, row.bank},
-                                 {37, row.k},
-                                 {40, row.f},
-                                 {70, row.select},
-                                 {74, row.g}};
+        const Records records = {{kScreenSize, row.width + 65536 * row.height},
+                                 {kLuminance, 1},
+                                 {kScan, row.s},
+                                 {kPulseIndex, row.pulse},
+                                 {kScanRows, row.h},
+                                 {kGrayBits, row.grayBits},
+                                 {kPulseBank, row.bank},
+                                 {kW2HFactor, row.k},
+                                 {kMbiClock, row.f},
+                                 {kWidthSelect, row.select},
+                                 {kGap, row.g}};
         EXPECT_EQ(Compute(records, row.family), row.expected) << "row " << &row - rows;
     }
 }
 
 TEST(Luminance, TenParametersAreNeeded)
 {
-    const Records nine = {{4, 16}, {12, 0}, {14, 8}, {18, 9}, {26, 0}, {37, 1}, {40, 0}, {70, 0}, {74, 0}};
+    const Records nine = {{kScan, 16},    {kPulseIndex, 0},  {kScanRows, 8},
+                          {kGrayBits, 9}, {kPulseBank, 0},   {kW2HFactor, 1},
+                          {kMbiClock, 0}, {kWidthSelect, 0}, {kGap, 0}};
     EXPECT_EQ(Compute(nine, 7), 0U);
     Records repeated = nine;
-    repeated.insert(repeated.begin(), {40, 0});
+    repeated.insert(repeated.begin(), {kMbiClock, 0});
     EXPECT_EQ(Compute(repeated, 7), 1000U);
-    // The tenth ends the reading: a size behind it is not seen, so that the width is 0.
-    repeated.emplace_back(3, 65535 + 65536 * 64);
-    repeated.emplace_back(12, 99);
+    // The tenth ends the reading: a size after it is not read, so that the width is 0.
+    repeated.emplace_back(kScreenSize, 65535 + 65536 * 64);
+    repeated.emplace_back(kPulseIndex, 99);
     EXPECT_EQ(Compute(repeated, 0), 18U);
     RemoveTestFile(kWorkingCopy);
     EXPECT_EQ(KSerialThread().ComputeMaxLuminance(), 0U);
@@ -129,7 +148,7 @@ TEST(Luminance, RatesInHertz)
     EXPECT_EQ(MBI504XCalRefreshRate(3, 0), 17441);
 }
 
-TEST(Luminance, FormOfSixArguments)
+TEST(Luminance, RefreshOfSixArguments)
 {
     const KSerialThread service;
     // One plane of 1 x m + 1000 clocks: 1e9 / 10000000 is 100 Hz exactly, ten more clocks are 99.9999 Hz.

@@ -36,7 +36,7 @@ int Seconds(const wire::RebootPloy &ploy, const char *now)
 TEST(RebootPloy, SecondsToWait)
 {
     struct Row {
-        std::uint32_t mode, days, mask;
+        std::uint32_t mode, days, mask; // mode 0: every `days` days, 1: on the weekdays of the mask
         std::uint8_t hour, minute, second;
         const char *now;
         int expected;
@@ -85,7 +85,7 @@ TEST(RebootPloy, SecondsToWait)
     }
 }
 
-TEST(RebootPloy, OffsetsBeyondADayCountAsNone)
+TEST(RebootPloy, OffsetsBeyondADayCountAsZero)
 {
     for (const int offset : {-32768, -1441, -1440, 0, 1440, 1441, 32767}) {
         wire::RebootPloy ploy{};
@@ -99,8 +99,14 @@ TEST(RebootPloy, AFullTickTableLosesNoReboot)
     const TickFunction other = [] {};
     for (int slot = 0; slot < kTickSlots; ++slot)
         InsertToTick(other);
-    std::string ploy = std::string("\1\0\0\0\0\0\0\0\0\0\0\0\0\2", 14) + std::string(7, '\0'); // every 2 days
-    WriteTestFile(g_rebootPloy, ploy);
+    const std::string enabled(1, 1);
+    const std::string disabled(1, 0);
+    const std::string offsetAndTime(8, 0);
+    const std::string mode(4, 0);
+    const std::string days("\2\0\0\0", 4);
+    const std::string weekdayMask(4, 0);
+    const std::string everyTwoDays = offsetAndTime + mode + days + weekdayMask;
+    WriteTestFile(g_rebootPloy, enabled + everyTwoDays);
     ReloadRebootPloy();
     EXPECT_EQ(SlotsInTick(RebootTimer), 0);
     RemoveFromTick(other);
@@ -109,8 +115,7 @@ TEST(RebootPloy, AFullTickTableLosesNoReboot)
     ReloadRebootPloy();
     EXPECT_EQ(SlotsInTick(RebootTimer), 1) << "once";
 
-    ploy[0] = 0;
-    WriteTestFile(g_rebootPloy, ploy);
+    WriteTestFile(g_rebootPloy, disabled + everyTwoDays);
     ReloadRebootPloy();
     EXPECT_EQ(SlotsInTick(RebootTimer), 0);
     for (int slot = 0; slot < kTickSlots; ++slot)

@@ -22,9 +22,22 @@ namespace
 constexpr char kWorkingCopy[] = "/home/root/plexa_data/setting.ss";
 constexpr char kBootCopy[] = "/boot/setting.ss";
 
+// Ids of records.
+constexpr char kScreenSize = 3;
+constexpr char kLuminance = 9;
+constexpr char kCleared = 11;
+constexpr char kMaxLuminance = static_cast<char>(254);
+
 std::string Record(char id, char value)
 {
     return {id, 0, 0, 0, value, 0, 0, 0};
+}
+
+// Read as a record it has the head id for its id; the count is 0, which these readers ignore.
+std::string Header(char dataLength)
+{
+    constexpr char kHeadIdLow = 0x6D;
+    return Record(kHeadIdLow, dataLength);
 }
 
 // A pseudo-terminal whose slave the serial port opens.
@@ -59,12 +72,12 @@ TEST(SettingFile, BootCopyFollowsTheWorkingCopy)
         std::optional<std::string> working;
         std::string boot;
     };
-    const std::string header = Record(0x6D, 24);
+    const std::string header = Header(24);
     const Row rows[] = {
-        {header + Record(9, 40) + Record(11, 1) + Record(14, 7), // no maximum in it: 1
-         header + Record(9, 1) + Record(11, 0) + Record(14, 7)},
-        {header + Record(-2, 80) + Record(9, 40) + Record(9, 41) + "cut",
-         header + Record(-2, 80) + Record(9, 80) + Record(9, 80)},
+        {header + Record(kLuminance, 40) + Record(kCleared, 1) + Record(14, 7), // the maximum is missing: 1
+         header + Record(kLuminance, 1) + Record(kCleared, 0) + Record(14, 7)},
+        {header + Record(kMaxLuminance, 80) + Record(kLuminance, 40) + Record(kLuminance, 41) + "cut",
+         header + Record(kMaxLuminance, 80) + Record(kLuminance, 80) + Record(kLuminance, 80)},
         {std::nullopt, "old"},
         {"", "old"},
         {"seven b", "old"},
@@ -80,7 +93,8 @@ TEST(SettingFile, BootCopyFollowsTheWorkingCopy)
 TEST(SettingFile, ScreenSizeIsTheFourthRecord)
 {
     const std::string three = Record(4, 1) + Record(5, 1) + Record(6, 1);
-    WriteTestFile(kBootCopy, Record(0x6D, 48) + three + Record(7, 5) + Record(3, 9) + Record(9, 30));
+    WriteTestFile(kBootCopy,
+                  Header(48) + three + Record(7, 5) + Record(kScreenSize, 9) + Record(kLuminance, 30));
     unsigned width = 1;
     unsigned height = 2;
     unsigned level = 3;
@@ -88,21 +102,21 @@ TEST(SettingFile, ScreenSizeIsTheFourthRecord)
     EXPECT_EQ(width, 5U);
     EXPECT_EQ(height, 0U);
     EXPECT_EQ(level, 30U);
-    WriteTestFile(kBootCopy, Record(0x6D, 40) + three + Record(7, 6) + Record(3, 9));
+    WriteTestFile(kBootCopy, Header(40) + three + Record(7, 6) + Record(kScreenSize, 9));
     GetScreenPara(width, height, level);
     EXPECT_EQ(width, 5U) << "the file is too short to hold it";
 }
 
 TEST(SettingFile, OneParameterIsPatchedInPlace)
 {
-    const std::string header = Record(0x6D, 16);
-    WriteTestFile(kWorkingCopy, header + Record(5, 1) + Record(9, 3) + Record(5, 2) + "tail");
+    const std::string header = Header(16);
+    WriteTestFile(kWorkingCopy, header + Record(5, 1) + Record(kLuminance, 3) + Record(5, 2) + "tail");
     KSerialThread service;
     service.RTSaveSerialPara(5, 0x01020304);
     service.RTSaveSerialPara(77, 1); // not in the file
     const std::string patched{5, 0, 0, 0, 4, 3, 2, 1};
-    EXPECT_EQ(ReadTestFile(kWorkingCopy), header + patched + Record(9, 3) + Record(5, 2) + "tail");
-    EXPECT_EQ(ReadTestFile(kBootCopy), header + patched + Record(9, 0) + Record(5, 2));
+    EXPECT_EQ(ReadTestFile(kWorkingCopy), header + patched + Record(kLuminance, 3) + Record(5, 2) + "tail");
+    EXPECT_EQ(ReadTestFile(kBootCopy), header + patched + Record(kLuminance, 0) + Record(5, 2));
     EXPECT_EQ(service.GetScreenSize(), 0U);
 }
 
