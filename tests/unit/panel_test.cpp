@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Framebuffers whose driver says things about itself that do not fit together. The driver is this program's
-// own ioctl, the device's memory is a file.
+// Framebuffers whose driver contradicts itself. The driver is this program's own ioctl, the device's memory
+// is a file.
 #include "panelfb/panel-fb.h"
 #include "settings/serial_thread.h"
 #include "state/services.h"
@@ -96,13 +96,14 @@ protected:
 
 } // namespace
 
-TEST_F(Panel, HandleSaysWhatTheDriverSays)
+TEST_F(Panel, HandleReportsWhatTheDriverReports)
 {
     struct Row {
         unsigned red, redLength, green, greenLength, blue, blueLength;
         int mode;
         int angle, width, height;
     };
+    // red, its length, green, its length, blue, its length, mode, angle, width, height
     const Row rows[] = {
         {11, 5, 5, 6, 0, 5, 0, 0, 800, 480},   {0, 5, 5, 6, 11, 5, 1, 90, 480, 800},
         {16, 8, 8, 8, 0, 8, 2, 180, 800, 480}, {0, 8, 8, 8, 16, 8, 3, 270, 480, 800},
@@ -147,6 +148,7 @@ TEST_F(Panel, EveryFailureIsOneLineAndLeavesNothingOpen)
         int answers;
         std::string line;
     };
+    // width, height, bits, stride, answers, line
     const Row rows[] = {
         {8, 8, 32, 32, 0, "Error getting variable framebuffer info: Input/output error\n"},
         {8, 8, 32, 32, 1, "Error getting variable framebuffer info (2): Input/output error\n"},
@@ -182,23 +184,24 @@ TEST_F(Panel, SwitchAsksForTheVisibleHeight)
     EXPECT_EQ(fb->rgbmode, 3);
 }
 
-// Whatever the driver says, the bytes behind the device's memory keep what they held, also those that a
-// mapping of whole pages reaches; a byte behind the end of the file would end this program.
+// Whatever the driver reports, the bytes after the device's memory do not change, also those that a mapping
+// of whole pages reaches. A write after the end of the file would end this program.
 TEST_F(Panel, NothingIsWrittenOutsideTheDevice)
 {
     struct Row {
         unsigned width, height, bits, stride, memory, start;
         std::size_t file, written; // bytes
     };
+    // width, height, bits, stride, memory, start, file, written
     const Row rows[] = {
-        {100, 50, 32, 400, 20000, 0, 30000, 20000},          // as it should be
+        {100, 50, 32, 400, 20000, 0, 30000, 20000},          // a consistent driver
         {100, 50, 24, 301, 301 * 50, 0, 30000, 301 * 50},    // rows that no pixel divides
         {33, 9, 16, 1027, 1027 * 9, 0, 30000, 1027 * 9},     // rows far longer than their pixels
         {1, 1, 32, 8192, 8192, 0, 8192 + 7, 8192},           // and with a single pixel
         {100, 50, 32, 7, 20000, 0, 30000, 7 * 50},           // rows shorter than their pixels
         {4000, 3, 32, 1, 20000, 0, 30000, 3},                // and of one byte
         {100, 50, 32, 400, 9990, 0, 12288, 9990},            // memory smaller than the geometry
-        {100, 50, 32, 400, 4096, 0, 4096, 4096},             // and nothing behind it
+        {100, 50, 32, 400, 4096, 0, 4096, 4096},             // and nothing after it
         {100, 50, 32, 400, 9990, 0x7000 + 33, 12288, 10023}, // memory from the middle of a page on
         {100, 50, 32, 400, 0, 0, 30000, 20000},              // memory of unknown size
         {100, 50, 32, 400, 0xFFFFFFFF, 0xFFF, 30000, 20000}, // memory that is not there
@@ -249,7 +252,7 @@ TEST_F(Panel, NothingIsDrawnWhileItIsOff)
     timeout();
     EXPECT_EQ(*ReadTestFile(kDevice), std::string(128 * 32, '\x5A'));
     g_serial->PaintSlantInit();
-    g_serial->PaintSlantInit(); // again, and nothing is left of the first time
+    g_serial->PaintSlantInit(); // replaces the first handle
     timeout();
     EXPECT_EQ(*ReadTestFile(kDevice), std::string(128 * 32, '\0')) << "a handle alone draws nothing";
     g_serial->PaintSlantFinish();

@@ -54,10 +54,17 @@ void EmptyTable()
     }
 }
 
+constexpr std::uint32_t kTick = 98; // the first word of a tick
+constexpr std::uint32_t kOne = 1;   // its second word
+
 // What the board's timer driver sends: a netlink header and two words.
 std::string DriverMessage(std::uint32_t first, std::uint32_t second, std::size_t size = 24)
 {
-    const std::uint32_t words[6] = {24, 3, 0, 0, first, second};
+    constexpr std::uint32_t kLength = 24;
+    constexpr std::uint32_t kTypeAndFlags = 3;
+    constexpr std::uint32_t kSequence = 0;
+    constexpr std::uint32_t kPortId = 0;
+    const std::uint32_t words[6] = {kLength, kTypeAndFlags, kSequence, kPortId, first, second};
     std::string message(reinterpret_cast<const char *>(words), sizeof words);
     message.resize(size);
     return message;
@@ -70,8 +77,8 @@ protected:
     {
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends_), 0);
         fcntl(ends_[0], F_SETFL, O_NONBLOCK);
-        // The counter keeps what earlier messages left: bring it to a known place, just after a tick.
-        while (Feed(DriverMessage(98, 1)) != 1) {
+        // The counter still counts earlier messages: bring it to a known state, just after a tick.
+        while (Feed(DriverMessage(kTick, kOne)) != 1) {
         }
     }
     void TearDown() override
@@ -120,7 +127,7 @@ TEST(TickTable, MayBeChangedByATickFunction)
     EmptyTable();
 }
 
-TEST(TickTable, AFullTableIsWaitedForByWhatMustNotGetLost)
+TEST(TickTable, WhatMustNotGetLostWaitsForAnEmptySlot)
 {
     EmptyTable();
     for (const TickFunction fn : {RemovesB, B, A, A, A})
@@ -132,7 +139,7 @@ TEST(TickTable, AFullTableIsWaitedForByWhatMustNotGetLost)
     InsertToTickOrWait(D); // for the next slot
     EXPECT_EQ(CallsOfOneTick(), "raaa") << "the slot of B is empty when the tick ends";
     EXPECT_EQ(CallsOfOneTick(), "rcaaa");
-    RemoveFromTick(D); // waits no more
+    RemoveFromTick(D); // no longer waits
     RemoveFromTick(A);
     EXPECT_EQ(CallsOfOneTick(), "rcaa");
     EXPECT_EQ(CallsOfOneTick(), "rcaa");
@@ -147,7 +154,7 @@ TEST_F(TickSource, CountsDriverMessagesOf33Milliseconds)
     int messages = 0;
     while (gaps.size() < 34) {
         ++messages;
-        if (Feed(DriverMessage(98, 1)) != 1)
+        if (Feed(DriverMessage(kTick, kOne)) != 1)
             continue;
         gaps.push_back(messages);
         messages = 0;
@@ -165,10 +172,10 @@ TEST_F(TickSource, IgnoresOtherMessages)
     EXPECT_EQ(ReadTick(Fd()), -1); // nothing to receive
     EXPECT_EQ(Feed(""), -1);
     for (int round = 0; round < 40; ++round) {
-        EXPECT_EQ(Feed(DriverMessage(97, 1)), 0);
-        EXPECT_EQ(Feed(DriverMessage(98, 2)), 0);
-        EXPECT_EQ(Feed(DriverMessage(98, 1, 23)), 0);
+        EXPECT_EQ(Feed(DriverMessage(kTick - 1, kOne)), 0);
+        EXPECT_EQ(Feed(DriverMessage(kTick, kOne + 1)), 0);
+        EXPECT_EQ(Feed(DriverMessage(kTick, kOne, 23)), 0);
         EXPECT_EQ(Feed("x"), 0);
     }
-    EXPECT_EQ(Feed(DriverMessage(98, 1, 24) + std::string(200, 'x')), 0); // counts once, is cut
+    EXPECT_EQ(Feed(DriverMessage(kTick, kOne, 24) + std::string(200, 'x')), 0); // counts once, is cut
 }
