@@ -75,7 +75,7 @@ TEST(IoBuffer, EveryFailureIsSeen)
     ASSERT_EQ(buffered.Open("/dev/full", "wb"), 1);
     ASSERT_EQ(buffered.SetBufferSize(_IOFBF, 1024), 1);
     EXPECT_EQ(buffered.Write("abc", 3), 3);
-    EXPECT_EQ(buffered.Close(), 0); // only now it turns out
+    EXPECT_EQ(buffered.Close(), 0); // only this call fails
 }
 
 TEST(IoBuffer, OpenReplacesTheFileOnlyWhenItWorked)

@@ -123,8 +123,8 @@ TEST_F(Registry, FindsLoggedInSessionsWithADescriptorOfTheirOwn)
 {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-    SocketSession &knocking = Add(1, wire::kSessionUpload); // not logged in: sub-type 0 as well
-    knocking.fd = ends[0];
+    SocketSession &notLoggedIn = Add(1, wire::kSessionUpload); // its sub-type is 0 as well
+    notLoggedIn.fd = ends[0];
     SocketSession &player = Add(1, wire::kSessionPlayer);
     player.session = kPlayerChannel;
     EXPECT_EQ(FindSession(wire::kSessionUpload).result, FoundSession::kNone);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The door to the shell, and files that are replaced whole.
+// Commands for the shell, and files that are replaced as a whole.
 #include "base/files.h"
 #include "base/shell.h"
 #include "test_files.h"
@@ -70,7 +70,7 @@ TEST(Shell, ChildrenStartWithoutTheCallersSignalsAndDescriptors)
     EXPECT_EQ(descriptors.find("/etc/passwd"), std::string::npos) << descriptors;
 }
 
-TEST(Files, ReplaceLeavesTheOldOrTheNewOne)
+TEST(Files, ReplaceLeavesTheOldOrTheNewFile)
 {
     const std::string folder = "/tmp/replace";
     RemoveTestFile(folder);
@@ -91,7 +91,7 @@ TEST(Files, ReplaceLeavesTheOldOrTheNewOne)
     EXPECT_FALSE(ReplaceFile(path, std::string(100000, 'x')));
     EXPECT_EQ(errno, ENOSPC);
     EXPECT_EQ(ReadTestFile(path), std::string("n\0w", 3));
-    EXPECT_TRUE(only()); // no half neighbour is left
+    EXPECT_TRUE(only()); // no incomplete neighbour file is left
 
     EXPECT_FALSE(ReplaceFile(folder + "/missing/file", "x"));
     EXPECT_EQ(errno, ENOENT);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Sends to peers that read slowly or not at all, while signals come.
+// Sends to peers that read slowly or not at all, while signals arrive.
 #include "base/sockets.h"
 
 #include "common/unique_fd.h"

@@ -51,7 +51,7 @@ protected:
     void TearDown() override { RunShell("ip link delete eth0"); }
 };
 
-// A disk of `size` bytes at the USB disk's place, of which `used` bytes are taken.
+// A disk of `size` bytes in the place of the USB disk; `used` bytes of it are in use.
 class UsbDisk
 {
 public:

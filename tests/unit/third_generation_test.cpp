@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a modem says, in all the shapes that modems give it, and when its link is dialled.
+// Answers of a modem, in all the forms that modems send, and when its link is dialled.
 #include "base/paths.h"
 #include "modem/at_answers.h"
 #include "modem/at_lines.h"
@@ -24,7 +24,7 @@ constexpr AtCommand kModel{"AT+CGMM", 3s, AtKind::kBare};
 constexpr AtCommand kEchoOff{"ATE0"};
 
 // How an answer ended, what it held and what else came, as one text.
-std::string Told(const AtCommand &command, std::string_view bytes, std::size_t piece, bool timeout = false)
+std::string Outcome(const AtCommand &command, std::string_view bytes, std::size_t piece, bool timeout = false)
 {
     AtLines lines;
     AtExchange exchange(command);
@@ -36,14 +36,14 @@ std::string Told(const AtCommand &command, std::string_view bytes, std::size_t p
     }
     complete = complete || (timeout && exchange.TakeTimeout());
     const AtAnswer &answer = exchange.Answer();
-    std::string told = !complete ? "open" : answer.ok ? "ok" : "failed(" + answer.failure + ")";
+    std::string outcome = !complete ? "open" : answer.ok ? "ok" : "failed(" + answer.failure + ")";
     for (const std::string &line : answer.lines)
-        told += "|" + line;
+        outcome += "|" + line;
     for (const AtMessage &message : answer.messages)
-        told += "|" + message.header.substr(0, 2) + "=" + message.body;
+        outcome += "|" + message.header.substr(0, 2) + "=" + message.body;
     for (const std::string &line : exchange.Unsolicited())
-        told += "|!" + line;
-    return told;
+        outcome += "|!" + line;
+    return outcome;
 }
 
 constexpr int kTerminated = SIGTERM; // wait status of a process that a signal has killed
@@ -55,7 +55,7 @@ int Exited(int status)
 
 } // namespace
 
-TEST(ThirdGeneration, AnswersAreCutFromWhateverComes)
+TEST(ThirdGeneration, AnswersAreFoundInWhateverComes)
 {
     struct Row {
         const AtCommand &command;
@@ -86,7 +86,7 @@ TEST(ThirdGeneration, AnswersAreCutFromWhateverComes)
          "\r\n+CMGL: 1,\"REC UNREAD\",\"+49\",,\"24/05/17,08:03:09+08\",145,6\r\n\nab\n\nc\r\n"
          "^RSSI: 3\r\n+CMGL: 2,\"REC READ\",\"+49\",,24/05/17,08:03:09+08,145,2\r\nhi\r\n\r\nOK\r\n",
          "ok| 1=ab\n\nc| 2=hi|!^RSSI: 3"},
-        // Without a length the blank line tells.
+        // Without a length the blank line marks the end.
         {kListing, "+CMGL: 1,\"REC UNREAD\",\"+49\",,\"24/05/17,08:03:09+08\"\r\nOK\r\nmore\r\n\r\nOK\r\n",
          "ok| 1=OK\nmore"},
         {kListing, "\r\nOK\r\n", "ok"},
@@ -94,14 +94,14 @@ TEST(ThirdGeneration, AnswersAreCutFromWhateverComes)
     };
     for (const Row &row : rows) {
         for (const std::size_t piece : {1U, 2U, 7U, 4096U})
-            EXPECT_EQ(Told(row.command, row.bytes, piece), row.expected) << row.bytes << " by " << piece;
+            EXPECT_EQ(Outcome(row.command, row.bytes, piece), row.expected) << row.bytes << " by " << piece;
     }
     // A length that is too large swallows the final result; the time-out gives it back.
     const char *const tooLong =
         "+CMGL: 1,\"REC READ\",\"+49\",,\"24/05/17,08:03:09+08\",145,99\r\nhi\r\n\r\nOK\r\n";
-    EXPECT_EQ(Told(kListing, tooLong, 5), "open| 1=hi\n\nOK");
-    EXPECT_EQ(Told(kListing, tooLong, 5, true), "ok| 1=hi");
-    EXPECT_EQ(Told(kListing, "+CMGL: 1,\"REC READ\",\"+49\"\r\nhi\r\n", 5, true), "open| 1=hi");
+    EXPECT_EQ(Outcome(kListing, tooLong, 5), "open| 1=hi\n\nOK");
+    EXPECT_EQ(Outcome(kListing, tooLong, 5, true), "ok| 1=hi");
+    EXPECT_EQ(Outcome(kListing, "+CMGL: 1,\"REC READ\",\"+49\"\r\nhi\r\n", 5, true), "open| 1=hi");
 }
 
 TEST(ThirdGeneration, FailuresThatMeanALockedSim)
@@ -340,7 +340,7 @@ TEST(ThirdGeneration, DialsWithPauses)
     };
     const Row rows[] = {
         {0, idle, kNone, ""},
-        {1, {.ready = true, .pppdRuns = true}, kNone, ""}, // somebody else's
+        {1, {.ready = true, .pppdRuns = true}, kNone, ""}, // another program's
         {2, ready, kDial, ""},
         {3, dials, kNone, ""},
         {4, {.ready = true, .pppdRuns = true, .ended = 0}, kNone, ""}, // it went to the background

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One life of the work loop, seen from inside: a tick function and the remote-server slot look at it.
+// One run of the work loop, observed from inside by a tick function and the remote-server slot.
 #include "common/unique_fd.h"
 #include "loop/network.h"
 #include "remote/device_context.h"
@@ -86,7 +86,7 @@ void OnRemoteServer(DeviceContext *)
 
 } // namespace
 
-TEST(WorkLoop, LivesWithoutMacSkipsTheProbeAfterATickAndLeavesThePlayerOpen)
+TEST(WorkLoop, RunsWithoutMacSkipsTheProbeAfterATickAndLeavesThePlayerOpen)
 {
     Inside inside;
     s_inside = &inside;
