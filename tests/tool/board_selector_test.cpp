@@ -47,13 +47,13 @@ TEST(BoardSelector, FindsTheOneBoardThatIsMeant)
         MakeBoard("C1-\x1b", " 2:fc: 0: 0: 0: 7", "tower\x1b", "10.0.0.7"),
     };
     const std::pair<const char *, const char *> rows[] = {
-        {"C1-0000000001", "10.0.0.1"}, // an identifier counts more than the same text as a name
+        {"C1-0000000001", "10.0.0.1"}, // an identifier has priority over the same text as a name
         {"c1-0000000002", "10.0.0.2"},
         {"hall", "10.0.0.3"}, // written exactly so
         {"HALL", "usage"},    // two fit equally
         {"gate", "10.0.0.1"},
         {"C1-0000000004", "usage"},        // an identifier given twice
-        {"02:FC:00:00:00:05", "10.0.0.5"}, // the MAC still tells them apart
+        {"02:FC:00:00:00:05", "10.0.0.5"}, // the MAC distinguishes them
         {"10.0.0.4", "10.0.0.4"},
         {"10.0.0.99", "no-such-board"},
         {"10.0.0.4:12000", "no-such-board"}, // it answers on another port

@@ -85,7 +85,7 @@ TEST(Board, OnlyAnswersToOurOwnQuestionsCount)
     EXPECT_FALSE(DecodeStatusReply(wire::BytesOf(status), 77));
 }
 
-TEST(Board, JsonTakesAnyBytesAndLeavesOutWhatIsNotKnown)
+TEST(Board, JsonTakesAnyBytesAndHasNullForWhatIsNotKnown)
 {
     Board board = ExampleBoard();
     SetFieldText(board.record.name, "\xFF\x1b[31m");
@@ -105,7 +105,7 @@ TEST(Board, JsonTakesAnyBytesAndLeavesOutWhatIsNotKnown)
     EXPECT_EQ(BoardJson(board)["customPort"], 12000);
 }
 
-TEST(Board, KeysTellBoardsApart)
+TEST(Board, KeysDistinguishBoards)
 {
     const Board one = ExampleBoard();
     Board other = ExampleBoard();

@@ -54,9 +54,11 @@ TEST(RebootSchedule, DaysAndTimesAreRead)
 
     wire::RebootPloy ploy{};
     ParseTimeOfDay("04:30", &ploy);
-    EXPECT_EQ(TextOf(std::string("\1\0\0\0\0", 5) + static_cast<char>(ploy.hour) +
-                     static_cast<char>(ploy.minute) + static_cast<char>(ploy.second) + std::string(5, '\0') +
-                     "\1" + std::string(7, '\0')),
+    const std::string enabled = Little(1, 1), unread(2, '\0'), minuteOffset = Little(0, 2);
+    const std::string time = {static_cast<char>(ploy.hour), static_cast<char>(ploy.minute),
+                              static_cast<char>(ploy.second), 0};
+    const std::string mode = Little(0, 4), everyDay = Little(1, 4), weekdayMask = Little(0, 4);
+    EXPECT_EQ(TextOf(enabled + unread + minuteOffset + time + mode + everyDay + weekdayMask),
               "reboots every day at 04:30:00");
     ParseTimeOfDay("23:59:58", &ploy);
     EXPECT_EQ(std::tuple(ploy.hour, ploy.minute, ploy.second), std::tuple(23, 59, 58));
@@ -66,14 +68,17 @@ TEST(RebootSchedule, DaysAndTimesAreRead)
 
 TEST(RebootSchedule, IsShownAsTheBoardTakesIt)
 {
-    const auto ploy = [](char enabled, int offset, char mode, unsigned days, unsigned mask) {
-        return std::string{enabled, '?', '?'} + Little(static_cast<unsigned>(offset), 2) +
-               std::string{4, 30, 9, '?', mode} + Little(0, 3) + Little(days, 4) + Little(mask, 4);
+    const auto ploy = [](char enabled, int offset, unsigned mode, unsigned days, unsigned mask) {
+        constexpr char kUnread = '?', kHour = 4, kMinute = 30, kSecond = 9;
+        return std::string{enabled, kUnread, kUnread} + Little(static_cast<unsigned>(offset), 2) +
+               std::string{kHour, kMinute, kSecond, kUnread} + Little(mode, 4) + Little(days, 4) +
+               Little(mask, 4);
     };
     const struct {
         std::string bytes;
         const char *text;
     } rows[] = {
+        // enabled, minute offset, mode, days, weekday mask
         {ploy(0, 0, 0, 3, 0), "no scheduled reboot"},
         {ploy(1, 0, 0, 1, 0), "reboots every day at 04:30:09"},
         {ploy(1, 0, 0, 7, 0x12), "reboots every 7 days at 04:30:09"},

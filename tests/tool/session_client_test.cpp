@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A session against a listener of the test's own, which can say what a real board says only when it is full,
+// A session with a listener of the test, which can send what a real board sends only when it is full,
 // upgrading or broken.
 #include "sessions/session_client.h"
 
@@ -49,7 +49,19 @@ private:
     Endpoint where_;
 };
 
-// Logs in to a board that answers so; gives the status word, and the login's bytes.
+const std::string kLoginLength("\x08\0\0\0", 4);
+
+std::string LoginBytes(char subType)
+{
+    return kLoginLength + subType + std::string(3, '\0');
+}
+
+std::string LoginReply(char status)
+{
+    return kLoginLength + status + std::string(3, '\0');
+}
+
+// Logs in to a board that sends this answer. The status word, and the login's bytes.
 std::string LogInResult(const std::string &answer, std::string *login = nullptr)
 {
     const LocalSocket board(SOCK_STREAM);
@@ -59,7 +71,7 @@ std::string LogInResult(const std::string &answer, std::string *login = nullptr)
         const ssize_t size = recv(client.Get(), bytes, sizeof bytes, 0);
         if (login != nullptr && size > 0)
             login->assign(bytes, static_cast<std::size_t>(size));
-        for (const char byte : answer) // one at a time: the client must put it together
+        for (const char byte : answer) // one at a time: the client must collect them
             send(client.Get(), &byte, 1, MSG_NOSIGNAL);
         if (answer.empty())
             recv(client.Get(), bytes, sizeof bytes, 0); // silent until the client leaves
@@ -77,24 +89,23 @@ std::string LogInResult(const std::string &answer, std::string *login = nullptr)
 
 TEST(SessionClient, LoginAnswers)
 {
-    const auto reply = [](char status) {
-        return std::string("\x08\0\0\0", 4) + status + std::string(3, '\0');
-    };
+    constexpr char kFirmware = 2;
+    constexpr char kRefused = 0, kAccepted = 1, kUpgrading = 2, kModemAccepted = 4, kUnknown = 9;
     std::string login;
-    EXPECT_EQ(LogInResult(reply(1), &login), "accepted");
-    EXPECT_EQ(login, std::string("\x08\0\0\0\x02\0\0\0", 8));
-    EXPECT_EQ(LogInResult(reply(4)), "accepted");
-    EXPECT_EQ(LogInResult(reply(0)), "refused");
-    EXPECT_EQ(LogInResult(reply(2)), "refused");
-    EXPECT_EQ(LogInResult(reply(9)), "refused");
-    EXPECT_EQ(LogInResult(std::string("\x09\0\0\0\x01\0\0\0", 8)), "failed");
+    EXPECT_EQ(LogInResult(LoginReply(kAccepted), &login), "accepted");
+    EXPECT_EQ(login, LoginBytes(kFirmware));
+    EXPECT_EQ(LogInResult(LoginReply(kModemAccepted)), "accepted");
+    EXPECT_EQ(LogInResult(LoginReply(kRefused)), "refused");
+    EXPECT_EQ(LogInResult(LoginReply(kUpgrading)), "refused");
+    EXPECT_EQ(LogInResult(LoginReply(kUnknown)), "refused");
+    EXPECT_EQ(LogInResult("\x09" + LoginReply(kAccepted).substr(1)), "failed") << "a length of 9";
     EXPECT_EQ(LogInResult("HTTP"), "failed"); // and closes
     EXPECT_EQ(LogInResult(""), "time-out");
 }
 
 TEST(UploadSession, ALoginWithoutAnswerMayHaveBeenTaken)
 {
-    const LocalSocket listener(SOCK_STREAM); // takes the connection, says nothing
+    const LocalSocket listener(SOCK_STREAM); // accepts the connection, sends nothing
     Board board = ExampleBoard();
     board.record.ipaddr = static_cast<std::int32_t>(listener.Where().address.s_addr);
     board.source = listener.Where();

@@ -11,6 +11,25 @@ namespace ledboard
 namespace
 {
 
+std::string Le32(std::uint32_t value)
+{
+    std::string text;
+    for (int shift = 0; shift < 32; shift += 8)
+        text += static_cast<char>(value >> shift & 0xFF);
+    return text;
+}
+
+std::string Header(std::uint32_t count, std::uint32_t dataLength)
+{
+    const std::string headId = "\x6D\x48";
+    return headId + Le32(count).substr(0, 2) + Le32(dataLength);
+}
+
+std::string Record(std::uint32_t id, std::uint32_t value)
+{
+    return Le32(id) + Le32(value);
+}
+
 SettingsFile Parse(const std::string &bytes)
 {
     return ParseSettings(wire::BytesAt(bytes.data(), bytes.size()), "it");
@@ -31,13 +50,9 @@ std::string MessageOf(const std::string &bytes)
 
 TEST(SettingsFile, RecordsAreDecodedAndShown)
 {
-    const std::string file("\x6D\x48\4\0\x20\0\0\0"
-                           "\3\0\0\0\x80\0\x40\0"
-                           "\11\0\0\0\x14\0\0\0"
-                           "\xFE\0\0\0\x20\3\0\0"
-                           "\7\1\0\0\xFF\xFF\xFF\xFF"
-                           "tail",
-                           44);
+    constexpr std::uint32_t kScreenSize = 3, kLuminance = 9, kMaxLuminance = 254, kNameless = 263;
+    const std::string file = Header(4, 32) + Record(kScreenSize, 128 + 64 * 65536) + Record(kLuminance, 20) +
+                             Record(kMaxLuminance, 800) + Record(kNameless, 0xFFFFFFFF) + "tail";
     const SettingsFile settings = Parse(file);
     ASSERT_EQ(settings.records.size(), 4U);
     EXPECT_EQ(settings.tailBytes, 4U);
@@ -58,16 +73,14 @@ TEST(SettingsFile, RecordsAreDecodedAndShown)
 
 TEST(SettingsFile, WhatABoardWouldNotSendWholeIsRefused)
 {
-    const std::string record("\5\0\0\0\1\0\0\0", 8);
-    EXPECT_EQ(MessageOf(std::string("\x6D\x48\1\0\x08\0\0\0", 8) + record), "");
-    for (const std::string &bytes : {std::string(), std::string("\x6D\x48\1\0\x08\0\0", 7),
-                                     std::string("\x48\x6D\1\0\x08\0\0\0", 8) + record})
-        EXPECT_EQ(MessageOf(bytes), "it is not a settings file");
+    const std::string record = Record(5, 1);
+    const std::string otherHeadId = "\x48\x6D";
+    EXPECT_EQ(MessageOf(Header(1, 8) + record), "");
     for (const std::string &bytes :
-         {std::string("\x6D\x48\0\0\0\0\0\0", 8), std::string("\x6D\x48\1\0\x08\0\0\0", 8),
-          std::string("\x6D\x48\1\0\x07\0\0\0", 8) + record,
-          std::string("\x6D\x48\2\0\x10\0\0\0", 8) + record,
-          std::string("\x6D\x48\1\0\x08\0\0\1", 8) + record})
+         {std::string(), Header(1, 8).substr(0, 7), otherHeadId + Header(1, 8).substr(2) + record})
+        EXPECT_EQ(MessageOf(bytes), "it is not a settings file");
+    for (const std::string &bytes : {Header(0, 0), Header(1, 8), Header(1, 7) + record,
+                                     Header(2, 16) + record, Header(1, 0x01000008) + record})
         EXPECT_EQ(MessageOf(bytes), "it is damaged: its header does not fit its records");
 }
 
