@@ -4,14 +4,10 @@
 // reaches the services, what is answered and when the session ends is compared with a plain model of the
 // framing.
 #include "common/unique_fd.h"
-#include "firmware/version_thread.h"
-#include "modem/third_generation.h"
-#include "player/server_witch_plexa.h"
+#include "records/session_records.h"
+#include "sessions/session_service.h"
 #include "sessions/tcp_services.h"
-#include "settings/serial_thread.h"
 #include "state/server_status.h"
-#include "state/services.h"
-#include "upload/work_thread.h"
 
 #include <QtGlobal>
 
@@ -44,16 +40,38 @@ std::string PacketEvent(char service, const std::string &packet)
     return "P" + std::string(1, service) + std::to_string(packet.size()) + ":" + packet;
 }
 
-// A service's handler. False when it refuses the packet.
-bool Handle(char service, const SocketSession *session)
+// In place of a service: notes what reaches it.
+class Recorder : public SessionService
 {
-    const wire::Bytes held = wire::BytesAt(session->buff, static_cast<std::size_t>(session->remain));
-    const auto length = wire::Read<wire::U32>(held);
-    Require(length && *length <= held.size());
-    const std::string packet(session->buff, *length);
-    s_events += PacketEvent(service, packet);
-    return packet.empty() || packet.back() != kRefused;
-}
+public:
+    Recorder(char number, int accepted, int refused) : number_(number), accepted_(accepted), refused_(refused)
+    {
+    }
+    int LogIn() override
+    {
+        s_events += std::string("I") + number_;
+        return 0;
+    }
+    int LogOut() override
+    {
+        s_events += std::string("O") + number_;
+        return 0;
+    }
+    int DisposePacket(SocketSession *session) override
+    {
+        const wire::Bytes held = wire::BytesAt(session->buff, static_cast<std::size_t>(session->remain));
+        const auto length = wire::Read<wire::U32>(held);
+        Require(length && *length <= held.size());
+        const std::string packet(session->buff, *length);
+        s_events += PacketEvent(number_, packet);
+        return packet.empty() || packet.back() != kRefused ? accepted_ : refused_;
+    }
+
+private:
+    char number_;
+    int accepted_;
+    int refused_; // ends the session, except that of the settings
+};
 
 std::uint32_t WordAt(const std::string &bytes, std::size_t offset)
 {
@@ -108,15 +126,15 @@ private:
         sent += std::string("\x08\0\0\0", 4) + status + std::string(3, '\0');
         if (status == 0 || status == 2)
             return false;
-        if (subType <= 4)
+        if (subType <= 4) {
             service_ = static_cast<char>('0' + subType);
-        if (subType <= 2)
             events += std::string("I") + *service_;
+        }
         return true;
     }
     bool End()
     {
-        if (service_ && *service_ <= '2')
+        if (service_)
             events += std::string("O") + *service_;
         return false;
     }
@@ -178,15 +196,16 @@ void PrepareOnce()
 {
     static const bool s_prepared = [] {
         qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-        g_recvProgram = new KWorkThread(nullptr, -1);
-        g_serial = new KSerialThread;
-        g_version = new KVersionThread([] {});
-        g_3GInfo = new KThirdGeneration;
-        RegisterSessionService(wire::kSessionUpload, g_recvProgram);
-        RegisterSessionService(wire::kSessionSettings, g_serial);
-        RegisterSessionService(wire::kSessionFirmware, g_version);
-        RegisterSessionService(wire::kSessionPlayer, PlayerService());
-        RegisterSessionService(wire::kSessionModem, g_3GInfo);
+        static Recorder s_upload('0', 0, -1);
+        static Recorder s_settings('1', 1, -1);
+        static Recorder s_firmware('2', 0, -1);
+        static Recorder s_player('3', 1, 0);
+        static Recorder s_modem('4', 0, -1);
+        RegisterSessionService(wire::kSessionUpload, &s_upload);
+        RegisterSessionService(wire::kSessionSettings, &s_settings);
+        RegisterSessionService(wire::kSessionFirmware, &s_firmware);
+        RegisterSessionService(wire::kSessionPlayer, &s_player);
+        RegisterSessionService(wire::kSessionModem, &s_modem);
         return true;
     }();
     Require(s_prepared);
@@ -222,58 +241,6 @@ bool Step(Session *session, Model *model, int client, int served, const std::str
 }
 
 } // namespace
-
-// In place of the services' own.
-int KWorkThread::LogIn()
-{
-    s_events += "I0";
-    return 0;
-}
-int KWorkThread::LogOut()
-{
-    s_events += "O0";
-    return 0;
-}
-int KWorkThread::DisposePacket(SocketSession *session)
-{
-    return Handle('0', session) ? 0 : -1;
-}
-int KSerialThread::LogIn()
-{
-    s_events += "I1";
-    return 0;
-}
-int KSerialThread::LogOut()
-{
-    s_events += "O1";
-    return 0;
-}
-int KSerialThread::DisposePacket(SocketSession *session)
-{
-    return ::Handle('1', session) ? 1 : -1;
-}
-int KVersionThread::LogIn()
-{
-    s_events += "I2";
-    return 0;
-}
-int KVersionThread::LogOut()
-{
-    s_events += "O2";
-    return 0;
-}
-int KVersionThread::DisposePacket(SocketSession *session)
-{
-    return Handle('2', session) ? 0 : -1;
-}
-int DisposePlexaMessage(SocketSession *session)
-{
-    return Handle('3', session) ? 1 : 0;
-}
-int KThirdGeneration::DisposePacket(SocketSession *session)
-{
-    return Handle('4', session) ? 0 : -1;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
