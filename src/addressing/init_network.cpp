@@ -46,6 +46,10 @@ int DisposeSnickerPacket(int fd)
 
 void SetLOAddress()
 {
+    if (GetFixedStatus() != 0) {
+        BringUp(kEthernet);
+        return;
+    }
     s_probe.StartAtOnce(Clock::now());
 }
 

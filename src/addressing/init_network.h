@@ -13,7 +13,7 @@ int BuildSnicker(const char *ifname);
 // Handles one ARP packet. 1 the probe goes on, 0 it is over: there is a lease or a fixed address.
 int DisposeSnickerPacket(int fd);
 
-// eth0 has no address at start: brings it up and picks the first candidate.
+// eth0 has no address at start: brings it up and, in dynamic addressing, picks the first candidate.
 void SetLOAddress();
 
 // Tick function, always in the table. In dynamic addressing it drives the probe and copies address, mask and

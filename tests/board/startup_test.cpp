@@ -72,6 +72,17 @@ TEST_F(Startup, LogsWhatItFindsAndOpens)
                    "::WorkLoop::", "Socket Init Success in Work Loop and Wait for Accept Client.\n"});
 }
 
+TEST_F(Startup, AFixedAddressThatIsNotThereIsNotProbedFor)
+{
+    options.startDaemon = false;
+    Boot();
+    EXPECT_EQ(board->Run("ifconfig eth0 0.0.0.0 down").status, 0);
+    board->Daemon().Start();
+    EXPECT_TRUE(board->Record().WaitForLog("Wait for Accept Client."));
+    EXPECT_EQ(board->Record().LogText().find("is probed for"), std::string::npos);
+    EXPECT_EQ(board->Run("ifconfig eth0 | grep -q UP").status, 0) << "the interface is brought up";
+}
+
 TEST_F(Startup, PortsInUseEndIt)
 {
     options.startDaemon = false;
