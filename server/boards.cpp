@@ -88,6 +88,7 @@ BoardEntry &Boards::LogIn(const BoardLogin &login, const std::shared_ptr<BoardLi
 void Boards::Lose(const BoardLink &link)
 {
     BoardEntry *const entry = Find(link.Id());
+    // A newer link of the same board may have replaced this one.
     if (entry == nullptr || entry->link.get() != &link)
         return;
     entry->link = nullptr;

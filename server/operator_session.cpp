@@ -125,6 +125,7 @@ private:
     static bool IsThere(Socket &socket)
     {
         char byte;
+        // An operator sends nothing during a push, so the end of the connection is all that can be read.
         const ssize_t count = recv(socket.native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
         return count > 0 || (count == -1 && (errno == EAGAIN || errno == EINTR));
     }

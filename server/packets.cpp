@@ -47,6 +47,7 @@ std::string MakeNameRequest(std::string_view id, wire::RemoteRequest request, st
 
 std::string MakeChunk(std::string_view id, std::string_view data)
 {
+    // Boards do not read the second word.
     const wire::U32 words[2] = {static_cast<std::uint32_t>(data.size()), 0U};
     return MakeRequest(id, wire::kRemoteData,
                        std::string(reinterpret_cast<const char *>(words), sizeof words).append(data));

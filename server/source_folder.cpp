@@ -32,6 +32,7 @@ bool BoardsTake(const std::string &name)
     const auto isControl = [](char character) {
         return static_cast<unsigned char>(character) < ' ' || character == '\x7F';
     };
+    // Boards read a backslash as a slash.
     return name.size() < wire::kRemoteNameSize && name.find('\\') == std::string::npos &&
            std::none_of(name.begin(), name.end(), isControl);
 }
@@ -69,6 +70,7 @@ SourceFolder::SourceFolder(const std::string &folder)
         if (!entry.is_regular_file())
             continue;
         const std::string name = entry.path().lexically_relative(folder).generic_string();
+        // Boards make and remove these files themselves.
         if (name.find(wire::kTableSuffix) != std::string::npos)
             continue;
         if (!BoardsTake(name))

@@ -11,6 +11,7 @@ std::string UsageMessage(const CLI::App &app, const CLI::ParseError &error)
     const auto missing = [](const CLI::App &command) {
         return command.get_require_subcommand_min() > 0 && command.get_subcommands().empty();
     };
+    // All other errors name what is wrong.
     if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::RequiredError))
         return error.what();
     if (missing(app))

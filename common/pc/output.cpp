@@ -38,6 +38,7 @@ Output::Output(const char *program, const OutputOptions &options)
 void Output::Print(std::string_view text)
 {
     const std::lock_guard lock(mutex_);
+    // Finish reports the error: a verb goes on with its boards even if nobody reads its output.
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size())
         writeError_ = errno;
 }
@@ -70,6 +71,7 @@ void Output::Draw(std::string_view text)
 {
     const std::lock_guard lock(mutex_);
     std::fwrite(text.data(), 1, text.size(), stderr);
+    // A bar and a question end without a newline.
     std::fflush(stderr);
 }
 
@@ -95,6 +97,7 @@ void Output::ErrorLine(std::string_view text)
 std::string JsonLine(const nlohmann::json &document)
 {
     constexpr int kOneLine = -1;
+    // The default would throw for a text that is not UTF-8.
     return document.dump(kOneLine, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
 }
 

@@ -172,6 +172,7 @@ std::string BoardMac(const wire::DeviceRecord &record)
     if (text.size() != sizeof record.mac)
         return ForTerminal(text);
     std::string mac;
+    // Anything that is not a MAC is shown as it is.
     for (std::size_t i = 0; i < text.size(); i += 3) {
         if (!IsHexPair(text.substr(i, 2)) || (i + 2 < text.size() && text[i + 2] != ':'))
             return ForTerminal(text);
@@ -226,6 +227,7 @@ std::string FormatVersion(std::int32_t version, int numbers)
         return "-";
     std::string text;
     for (int i = 0; i < numbers; ++i)
+        // The first number is in the lowest byte.
         text +=
             fmt::format("{}{}", i == 0 ? "" : ".", static_cast<std::uint32_t>(version) >> (8 * i) & 0xFFU);
     return text;

@@ -24,6 +24,7 @@ std::vector<NetworkInterface> BroadcastInterfaces()
         constexpr unsigned kNeeded = IFF_UP | IFF_BROADCAST;
         if ((entry->ifa_flags & kNeeded) != kNeeded || (entry->ifa_flags & IFF_LOOPBACK) != 0)
             continue;
+        // An interface is listed once per address.
         const unsigned index = if_nametoindex(entry->ifa_name); // 0 also for an alias such as eth0:1
         const bool known = std::any_of(found.begin(), found.end(),
                                        [=](const NetworkInterface &other) { return other.index == index; });

@@ -93,6 +93,7 @@ void SetServer(const ServerQuery &query, const ServerSettings &settings)
 {
     wire::SetRemoteServerRequest request{};
     in_addr address;
+    // Boards resolve the host as a name only if this flag is set.
     request.server.domainFlag = inet_pton(AF_INET, settings.host.c_str(), &address) == 1 ? 0 : 1;
     SetFieldText(request.server.addr, settings.host);
     request.server.port = settings.port;

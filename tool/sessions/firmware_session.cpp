@@ -46,6 +46,7 @@ void FirmwareSession::Send(wire::FirmwareKind kind, wire::Bytes tail)
 
 template <wire::Record Request> void FirmwareSession::SendRequest(wire::FirmwareCode code, Request request)
 {
+    // Send writes the header, so the one in `request` is left out below.
     request.command.code = code;
     Send(wire::kFirmwareCommand, wire::BytesOf(request).subspan(sizeof(wire::FirmwareHeader)));
 }

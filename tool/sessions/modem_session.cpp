@@ -49,6 +49,7 @@ std::vector<wire::ModemSms> ModemSession::AskSms()
     if (reply.command != wire::kModemSms || reply.count > wire::kMostModemSms ||
         reply.length != sizeof reply + reply.count * sizeof(wire::ModemSms))
         ThrowInvalid();
+    // The count was checked above, so a board cannot make us allocate more.
     std::vector<wire::ModemSms> messages(reply.count);
     session_.ReceiveExactly(std::as_writable_bytes(std::span(messages)));
     return messages;

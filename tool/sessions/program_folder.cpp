@@ -42,6 +42,7 @@ ProgramFile ReadEntry(const fs::directory_entry &entry, const fs::path &folder)
 
 bool ProgramFile::IsVideo() const
 {
+    // In a sub-folder boards do not look for videos.
     return name.find('/') == std::string::npos && name.find(kVideoMark) != std::string::npos;
 }
 
@@ -52,6 +53,7 @@ std::string UploadNameProblem(const std::string &name)
     if (std::any_of(name.begin(), name.end(), IsControl))
         return "has a control character in its name, which a board refuses";
     std::string parts = "/" + name + "/";
+    // Boards read a backslash as a slash.
     std::replace(parts.begin(), parts.end(), '\\', '/');
     if (parts.find("/../") != std::string::npos)
         return "leads out of its folder on a board";

@@ -74,6 +74,7 @@ void ParseTimeOfDay(const std::string &text, wire::RebootPloy *ploy)
     for (const char *const format : {"%H:%M:%S", "%H:%M"}) {
         std::tm time{};
         const char *const rest = strptime(text.c_str(), format, &time);
+        // strptime allows leap seconds.
         if (rest == nullptr || *rest != '\0' || time.tm_sec > 59)
             continue;
         ploy->hour = static_cast<wire::U8>(time.tm_hour);

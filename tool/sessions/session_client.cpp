@@ -35,6 +35,7 @@ SessionClient::SessionClient(const Endpoint &board, const std::string &interface
         throw SystemError("cannot open a socket", errno);
     UseInterface(fd_.Get(), interfaceName);
     const int on = 1;
+    // A request is small and waits for its answer, so it must not wait for more data.
     setsockopt(fd_.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     Connect();
 }
@@ -45,6 +46,7 @@ void SessionClient::Connect()
     const sockaddr_in address = SocketAddress(peer_);
     if (connect(fd_.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
         return;
+    // The socket does not block, so that a deadline and Ctrl-C can end the connect.
     if (errno != EINPROGRESS)
         throw SystemError(failure, errno);
     if (!WaitFor(fd_.Get(), POLLOUT, Clock::now() + patience_))
@@ -70,6 +72,7 @@ void SessionClient::LogIn(wire::SessionType service)
         throw VerbError(ExitStatus::kFailed, "the board's answer to the login is invalid");
     switch (reply->status) {
     case wire::kLoginAccepted:
+    // The modem service accepts with a status of its own.
     case wire::kLoginModem:
         return;
     case wire::kLoginRefused:

@@ -60,6 +60,7 @@ void SettingClient::SendPacket(wire::SettingPacketType type, wire::Bytes payload
     std::array<std::byte, sizeof(wire::FrameHeader) + wire::kMaxPacketBytes> room;
     wire::Writer writer(room);
     const std::size_t size = sizeof(wire::SettingHeader) + payload.size();
+    // In a session each packet has a frame around it; its own length byte does not count itself.
     if (transport_ == SettingTransport::kSession)
         writer.Put(wire::FrameHeader{.length = static_cast<std::uint32_t>(sizeof(wire::FrameHeader) + size),
                                      .unread = 0U});
@@ -145,6 +146,8 @@ std::optional<BoardSettings> ReadSettings(SettingClient *client)
     client->Command(wire::kSettingReadFile);
     std::vector<std::byte> stream = client->End();
     constexpr std::size_t kSlot = sizeof(wire::SettingRecord);
+    // The board sends the brightness, the records of the file and a slot of zeros as the end; without a file
+    // only the end.
     const bool ended =
         stream.size() >= kSlot &&
         std::all_of(stream.end() - kSlot, stream.end(), [](std::byte byte) { return byte == std::byte{0}; });

@@ -50,6 +50,7 @@ std::optional<std::uint32_t> IdOf(const std::string &text)
 
 std::optional<std::uint32_t> ValueOf(const std::string &text)
 {
+    // A size has the width in its low half and the height in its high half.
     const std::size_t cross = text.find('x');
     if (cross == std::string::npos || text.starts_with("0x"))
         return ParseNumber(text);

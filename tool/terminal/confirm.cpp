@@ -21,6 +21,7 @@ void Confirm(Output &output, bool yes, const std::string &question)
     std::string answer;
     char c = '\n';
     do {
+        // Byte by byte, and not with a buffered read, so that Ctrl-C ends the wait.
         WaitFor(STDIN_FILENO, POLLIN, Clock::time_point::max());
         if (read(STDIN_FILENO, &c, 1) != 1)
             break;

@@ -40,6 +40,7 @@ void WatchInterrupt()
         throw SystemError("cannot watch for interrupts", errno);
     struct sigaction action = {};
     action.sa_handler = OnSignal;
+    // The second signal has its default effect.
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
@@ -56,6 +57,7 @@ bool WaitFor(int fd, short events, Clock::time_point deadline)
     for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         pollfd watched[2] = {{fd, events, 0}, {s_interruptFd, POLLIN, 0}};
+        // The timeout is limited because deadlines may lie years ahead; the loop continues.
         const int ready = poll(watched, 2, static_cast<int>(std::clamp<long long>(left, 0, 60'000)));
         if (ready < 0 && errno != EINTR)
             throw SystemError("cannot wait", errno);

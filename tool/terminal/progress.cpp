@@ -89,6 +89,7 @@ void Progress::Advance(std::uint64_t bytes)
 void Progress::Draw(const ProgressState &state)
 {
     constexpr auto kRedraw = std::chrono::milliseconds(100);
+    // The last state is always drawn.
     if (state.done < state.total && steady_clock::now() - drawn_ < kRedraw)
         return;
     drawn_ = steady_clock::now();

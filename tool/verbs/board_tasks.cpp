@@ -68,6 +68,7 @@ void RunAll(std::vector<Outcome> &outcomes, const BoardTask &task, unsigned jobs
                 RunOne(outcomes[i], task);
         }
     };
+    // This thread is one of the workers.
     std::vector<std::jthread> threads;
     for (std::size_t i = 1; i < std::min<std::size_t>(jobs, outcomes.size()); ++i)
         threads.emplace_back(worker);
@@ -84,6 +85,7 @@ ExitStatus StatusOfAll(const std::vector<Outcome> &outcomes)
     bool agree = true;
     for (const Outcome &outcome : outcomes) {
         const ExitStatus status = statusOf(outcome);
+        // Ctrl-C concerns all boards.
         if (status == ExitStatus::kInterrupted)
             return status;
         done = done || status == ExitStatus::kDone;

@@ -89,6 +89,7 @@ VerbAction ReadCommandLine(CLI::App &app, ToolOptions &options, int argc, const 
     AddCommonOptions(app, options);
     for (const Verb &verb : kVerbs) {
         CLI::App *command = app.add_subcommand(verb.name, verb.summary)->group("Verbs");
+        // Added to the verbs too, so that "ledboard VERB --help" lists them.
         AddCommonOptions(*command, options);
         actions.emplace_back(command, verb.define(*command));
     }

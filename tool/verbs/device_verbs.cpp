@@ -105,6 +105,7 @@ SettingTask StoreText(wire::SettingCode code, const char *what, const std::strin
 {
     const auto store = [=](SettingClient &client, const Board &) -> nlohmann::json {
         client.Command(code, wire::BytesAt(text.data(), text.size()));
+        // This command has no reply; the clock's reply shows that it has been handled.
         client.BoardClock();
         client.End();
         return {{what, ToUtf8(text)}};

@@ -82,6 +82,7 @@ nlohmann::json AwaitResult(ToolContext &context, const Board &board)
             const std::vector<Board> boards = BoardFinder(socket, selectors).Search(kLookPeriod);
             return AskResult(context, SelectBoard(selectors.front(), boards));
         } catch (const VerbError &error) {
+            // Every other error may only mean that the board is not up yet.
             if (error.Status() == ExitStatus::kInterrupted)
                 throw;
         }

@@ -126,6 +126,7 @@ ExitStatus Change(ToolContext &context, const NetworkArguments &arguments,
 {
     const auto run = [&](const Board &board) -> nlohmann::json {
         WantedAddressing wanted = wantedOfAll;
+        // A change replaces everything, so the present custom port is sent again.
         if (!wanted.dynamic && board.addressing && !board.addressing->dynamic)
             wanted.port = board.addressing->customPort;
         wanted.port = arguments.port.value_or(wanted.port);

@@ -66,6 +66,7 @@ void RequireOneBoard(const SettingArguments &arguments, const char *why)
 
 std::vector<std::byte> ReadLocalFile(const std::string &path)
 {
+    // An ifstream opens a folder without an error.
     std::error_code ignored;
     if (std::filesystem::is_directory(path, ignored))
         throw SystemError("cannot read '" + path + "'", EISDIR);

@@ -141,6 +141,7 @@ Assignments TakeAssignments(const std::vector<std::string> &words, std::vector<s
 
 nlohmann::json Set(SettingClient &client, const Assignments &assignments)
 {
+    // Frames between these two commands are stored in the board's file as well.
     client.Command(wire::kSettingRtsOpen);
     for (const auto &[id, value] : assignments)
         client.Frame(id, value);

@@ -129,6 +129,7 @@ nlohmann::json RunSession(ToolContext &context, UploadSession *session, const Bo
 
 nlohmann::json RunUpload(ToolContext &context, const Board &board, const Upload &upload)
 {
+    // A login already begins to change the board, so a plan has to do without one.
     if (context.options.dryRun)
         return Plan(board, upload);
     UploadSession session({context.Timeout(kAnswerPatience), context.Timeout(kFinishPatience)});
