@@ -38,16 +38,8 @@ constexpr unsigned kUserTimeout = 60'000; // ms until unacknowledged data ends t
 
 using Turn = RemoteConnection::Turn;
 
-// The first IPv4 address of a name; retries until the look-up works. Nothing if the name has no such address
-// (logged) or the thread is to end.
-std::optional<in_addr> LookUp(const Turn &turn, const std::string &name)
+std::optional<in_addr> FirstIpv4(const addrinfo *list)
 {
-    addrinfo *list = nullptr;
-    while (getaddrinfo(name.c_str(), nullptr, nullptr, &list) != 0) {
-        if (!turn.SleepFor(kLookUpPause))
-            return std::nullopt;
-    }
-    const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(list, freeaddrinfo);
     for (; list != nullptr; list = list->ai_next) {
         if (list->ai_family != AF_INET)
             continue;
@@ -55,8 +47,29 @@ std::optional<in_addr> LookUp(const Turn &turn, const std::string &name)
         std::memcpy(&address, list->ai_addr, sizeof address);
         return address.sin_addr;
     }
-    DiagErrno(kUnit, "ConnectThread", __LINE__, "getaddrinfo fail: ");
     return std::nullopt;
+}
+
+// The first IPv4 address of a name; retries until the look-up yields one. Nothing if the result is empty
+// (logged) or the thread is to end.
+std::optional<in_addr> LookUp(const Turn &turn, const std::string &name)
+{
+    for (;;) {
+        addrinfo *list = nullptr;
+        if (getaddrinfo(name.c_str(), nullptr, nullptr, &list) == 0) {
+            const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(list, freeaddrinfo);
+            if (list == nullptr) {
+                DiagErrno(kUnit, "ConnectThread", __LINE__, "getaddrinfo fail: ");
+                return std::nullopt;
+            }
+            // A list of IPv6 addresses only: the query for the others may have failed, and the next one may
+            // not.
+            if (const std::optional<in_addr> found = FirstIpv4(list))
+                return found;
+        }
+        if (!turn.SleepFor(kLookUpPause))
+            return std::nullopt;
+    }
 }
 
 std::optional<sockaddr_in> ServerAddress(const Turn &turn)

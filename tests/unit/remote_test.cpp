@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "common/unique_fd.h"
 #include "firmware/version_thread.h"
+#include "listener.h"
 #include "remote/answer.h"
 #include "remote/config.h"
-#include "remote/device_context.h"
 #include "remote/framing.h"
-#include "state/monitor_slots.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +26,7 @@ std::string Le32(std::uint32_t value)
     return text;
 }
 
-enum OuterCommand : std::uint32_t { kLogin = 2, kLoginAnswer = 10, kSession = 13 };
+enum OuterCommand : std::uint32_t { kLoginAnswer = 10, kSession = 13 };
 
 // Codes of inner packets.
 enum InnerCommand : std::uint32_t {
@@ -62,39 +60,6 @@ std::string ChunkOf(std::uint32_t size, const std::string &bytes)
 wire::Bytes BytesOfText(const std::string &text)
 {
     return wire::BytesAt(text.data(), text.size());
-}
-
-// A listener on a free port of the loopback.
-class Listener
-{
-public:
-    Listener() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        const timeval limit{5, 0};
-        setsockopt(fd_.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-        EXPECT_EQ(bind(fd_.Get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(fd_.Get(), 4), 0);
-        getsockname(fd_.Get(), reinterpret_cast<sockaddr *>(&address), &size);
-        port = ntohs(address.sin_port);
-    }
-    int Accept() const { return accept(fd_.Get(), nullptr, nullptr); }
-    int port = 0;
-
-private:
-    ledboard::UniqueFd fd_;
-};
-
-std::string ReceiveAll(int fd)
-{
-    std::string received;
-    char block[512];
-    for (ssize_t count; (count = recv(fd, block, sizeof block, 0)) > 0;)
-        received.append(block, static_cast<std::size_t>(count));
-    return received;
 }
 
 // The data of a listing's packets, whose lengths and codes are checked here.
@@ -261,47 +226,6 @@ TEST(RemoteAnswer, ListingsHoldWholeNamesAndEndWithAZero)
     };
     for (std::size_t index = 0; index < std::size(rows); ++index)
         EXPECT_EQ(ListedData(rows[index].names), rows[index].listed) << index;
-}
-
-TEST(RemoteConnection, OnlyTheNewestLogsInAndOnlyWithAMonitor)
-{
-    RemoveTestFile("/home/root/plexa_data/remote_server");
-    auto *const context = new DeviceContext{};
-    InitDeviceContext(context);
-    const Listener old;
-    const Listener newer;
-    MonitorSession slot;
-    context->SetAddrParam(context, "127.0.0.1", 0, old.port, "first");
-    context->ConnectToServer(context);      // waits for the loop's SetMonitor, which never comes for it
-    context->DisconnectFromServer(context); // and the next connect need not wait
-    context->SetAddrParam(context, "127.0.0.1", 0, newer.port, "second");
-    context->ConnectToServer(context);
-    context->SetMonitor(context, &slot);
-    const ledboard::UniqueFd peer(newer.Accept());
-    const std::string greeting = "\3";
-    const std::string username = "second" + std::string(14, 0);
-    const std::string noIdentifier(kIdSize, 0);
-    const std::string expected = greeting + Le32(42) + Le32(kLogin) + username + noIdentifier;
-    std::string login(expected.size(), 0);
-    EXPECT_EQ(recv(peer.Get(), login.data(), login.size(), MSG_WAITALL),
-              static_cast<ssize_t>(expected.size()));
-    EXPECT_EQ(login, expected);
-    while (CopyMonitor(slot).valid == 0)
-        usleep(1000);
-    EXPECT_EQ(CopyMonitor(slot).fd, context->GetSocketFD(context));
-
-    // Without a monitor the board logs in as well, but then closes the socket.
-    context->SetMonitor(context, nullptr);
-    EXPECT_EQ(context->GetSocketFD(context), -1);
-    EXPECT_EQ(slot.valid, 0);
-    EXPECT_EQ(ReceiveAll(peer.Get()), "");
-    context->DisconnectFromServer(context); // forgets that the last connection brought no answer
-    context->SetAddrParam(context, "127.0.0.1", 0, newer.port, "third");
-    context->ConnectToServer(context);
-    const ledboard::UniqueFd again(newer.Accept());
-    EXPECT_EQ(ReceiveAll(again.Get()).size(), expected.size());
-    EXPECT_EQ(context->GetSocketFD(context), -1);
-    DestroyDeviceContext(context);
 }
 
 TEST(FirmwareListener, ServesOneClientAfterAnother)
