@@ -50,31 +50,35 @@ std::optional<in_addr> FirstIpv4(const addrinfo *list)
     return std::nullopt;
 }
 
+using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
+
 // The first IPv4 address of a name; retries until the look-up yields one. Nothing if the result is empty
 // (logged) or the thread is to end.
-std::optional<in_addr> LookUp(const Turn &turn, const std::string &name)
+std::optional<in_addr> LookUp(Turn *turn, const std::string &name)
 {
     for (;;) {
+        if (!turn->BeginLookUp())
+            return std::nullopt;
         addrinfo *list = nullptr;
-        if (getaddrinfo(name.c_str(), nullptr, nullptr, &list) == 0) {
-            const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(list, freeaddrinfo);
-            if (list == nullptr) {
-                DiagErrno(kUnit, "ConnectThread", __LINE__, "getaddrinfo fail: ");
-                return std::nullopt;
-            }
-            // A list of IPv6 addresses only: the query for the others may have failed, and the next one may
-            // not.
-            if (const std::optional<in_addr> found = FirstIpv4(list))
-                return found;
+        const int result = getaddrinfo(name.c_str(), nullptr, nullptr, &list);
+        const AddressList owner(result == 0 ? list : nullptr, freeaddrinfo);
+        if (!turn->EndLookUp())
+            return std::nullopt;
+        if (result == 0 && list == nullptr) {
+            DiagErrno(kUnit, "ConnectThread", __LINE__, "getaddrinfo fail: ");
+            return std::nullopt;
         }
-        if (!turn.SleepFor(kLookUpPause))
+        // A list of IPv6 addresses only: the query for the others may have failed, and the next one may not.
+        if (const std::optional<in_addr> found = FirstIpv4(owner.get()))
+            return found;
+        if (!turn->SleepFor(kLookUpPause))
             return std::nullopt;
     }
 }
 
-std::optional<sockaddr_in> ServerAddress(const Turn &turn)
+std::optional<sockaddr_in> ServerAddress(Turn *turn)
 {
-    const wire::AddrParam server = turn.Connection().Address();
+    const wire::AddrParam server = turn->Connection().Address();
     const std::string text(ledboard::FieldText(server.addr));
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -108,17 +112,17 @@ bool TryConnect(const Turn &turn, int fd, const sockaddr_in &address)
 }
 
 // Retries on the same socket until the server is reached. False if the thread is to end.
-bool ConnectSocket(const Turn &turn, int fd)
+bool ConnectSocket(Turn *turn, int fd)
 {
     for (;;) {
-        if (!turn.KeepPace())
+        if (!turn->KeepPace())
             return false;
         const std::optional<sockaddr_in> address = ServerAddress(turn);
-        if (!address || !turn.IsNewest())
+        if (!address || !turn->IsNewest())
             return false;
-        if (TryConnect(turn, fd, *address))
+        if (TryConnect(*turn, fd, *address))
             return true;
-        if (!turn.SleepFor(kRetryPause))
+        if (!turn->SleepFor(kRetryPause))
             return false;
     }
 }
@@ -144,30 +148,30 @@ bool SendLogin(const RemoteConnection &connection, int fd)
     return SendBytes(fd, wire::BytesOf(login)) == sizeof login;
 }
 
-void Run(const Turn &turn)
+void Run(Turn *turn)
 {
+    if (!turn->Begin())
+        return;
     ledboard::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.Valid()) {
         DiagErrno(kUnit, "ConnectThread", __LINE__, "create socket fail: ");
         return;
     }
-    if (!turn.IsNewest())
+    if (!turn->IsNewest())
         return;
-    turn.Connection().StopHeartbeat();
-    if (!ConnectSocket(turn, fd.Get()) || !turn.BeginLogin())
+    turn->Connection().StopHeartbeat();
+    if (!ConnectSocket(turn, fd.Get()) || !turn->BeginLogin())
         return;
     Diag(kUnit, "ConnectThread", __LINE__, "connect to remote server is success.");
     PrepareSocket(fd.Get());
-    if (SendLogin(turn.Connection(), fd.Get()) && turn.HandOver(&fd))
+    if (SendLogin(turn->Connection(), fd.Get()) && turn->HandOver(&fd))
         Diag(kUnit, "ConnectThread", __LINE__, "login server success!");
-    fd.Reset(); // a socket that was not handed over closes before another thread may log in
-    turn.EndLogin();
 }
 
 void *ConnectThread(void *data)
 {
     const std::unique_ptr<Turn> turn(static_cast<Turn *>(data));
-    Run(*turn);
+    Run(turn.get()); // closes a socket that was not handed over before the next turn may begin
     return nullptr;
 }
 

@@ -161,6 +161,8 @@ RemoteConnection::Turn::~Turn()
 {
     const Lock lock(connection_.s_fd_mutex);
     --connection_.threads_;
+    if (connection_.working_ == this)
+        connection_.working_ = nullptr;
     connection_.changed_.notify_all();
 }
 
@@ -187,25 +189,51 @@ bool RemoteConnection::Turn::KeepPace() const
     return SleepUntil(moment);
 }
 
-bool RemoteConnection::Turn::BeginLogin() const
+bool RemoteConnection::Turn::Begin()
 {
     std::unique_lock lock(connection_.s_fd_mutex);
     connection_.changed_.wait(lock, [this] {
-        return !connection_.loginUnderWay_ || number_ != connection_.newest_;
+        return connection_.working_ == nullptr || number_ != connection_.newest_;
     });
     if (number_ != connection_.newest_)
         return false;
-    connection_.loginUnderWay_ = true;
-    connection_.quickPace_ = false; // until the server accepts the login
-    connection_.lastConnect_ = Clock::now();
+    connection_.working_ = this;
     return true;
 }
 
-void RemoteConnection::Turn::EndLogin() const
+bool RemoteConnection::Turn::BeginLookUp()
+{
+    std::unique_lock lock(connection_.s_fd_mutex);
+    connection_.changed_.wait(lock, [this] {
+        return connection_.lookingUp_ == nullptr || number_ != connection_.newest_;
+    });
+    if (number_ != connection_.newest_)
+        return false;
+    connection_.lookingUp_ = this;
+    connection_.working_ = nullptr;
+    connection_.changed_.notify_all();
+    return true;
+}
+
+bool RemoteConnection::Turn::EndLookUp()
 {
     const Lock lock(connection_.s_fd_mutex);
-    connection_.loginUnderWay_ = false;
+    connection_.lookingUp_ = nullptr;
     connection_.changed_.notify_all();
+    if (number_ != connection_.newest_)
+        return false;
+    connection_.working_ = this; // only a newer turn could have begun meanwhile, and there is none
+    return true;
+}
+
+bool RemoteConnection::Turn::BeginLogin() const
+{
+    const Lock lock(connection_.s_fd_mutex);
+    if (number_ != connection_.newest_)
+        return false;
+    connection_.quickPace_ = false; // until the server accepts the login
+    connection_.lastConnect_ = Clock::now();
+    return true;
 }
 
 bool RemoteConnection::Turn::HandOver(ledboard::UniqueFd *socket) const

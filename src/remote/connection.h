@@ -69,7 +69,8 @@ private:
     std::condition_variable changed_; // one of the following has changed
     unsigned newest_ = 0;             // number of the thread that may log in
     int threads_ = 0;                 // that have not ended
-    bool loginUnderWay_ = false;
+    const Turn *working_ = nullptr;
+    const Turn *lookingUp_ = nullptr;
     bool monitorIsKnown_ = false;
     bool quickPace_ = true;
     std::optional<Clock::time_point> lastConnect_;
@@ -77,6 +78,9 @@ private:
 
 // What a connect thread holds from its start to its end. Only the newest turn may log in: the functions of an
 // older one return false at once, and its thread ends.
+//
+// A name look-up cannot be interrupted. So that threads never pile up, one turn works at a time, another one
+// may look up a name meanwhile, and the newest one waits.
 class RemoteConnection::Turn
 {
 public:
@@ -93,9 +97,13 @@ public:
     bool SleepFor(Clock::duration time) const { return SleepUntil(Clock::now() + time); }
     bool KeepPace() const; // sleeps until the next connect may be made
 
-    // Waits until no older thread is logging in; until EndLogin no other thread can begin to.
+    bool Begin(); // waits until no other turn works; from now on this one does
+
+    // Waits until no other turn looks up a name. During the look-up a newer turn may work.
+    bool BeginLookUp();
+    bool EndLookUp();
+
     bool BeginLogin() const;
-    void EndLogin() const;
 
     // Waits for the first SetMonitor and gives the socket to the work loop. Without a slot the socket stays
     // with the caller, which is no failure.

@@ -11,7 +11,9 @@
 
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <functional>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -49,6 +51,22 @@ addrinfo *LoopbackEntry(int family, addrinfo *next)
     entry->ai_addr = reinterpret_cast<sockaddr *>(address);
     entry->ai_next = next;
     return entry;
+}
+
+bool Soon(const std::function<bool()> &happens)
+{
+    for (int patience = 5000; !happens(); --patience) {
+        if (patience == 0)
+            return false;
+        usleep(1000);
+    }
+    return true;
+}
+
+long Threads()
+{
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
 }
 
 } // namespace
@@ -96,8 +114,7 @@ TEST(RemoteConnection, OnlyTheNewestLogsInAndOnlyWithAMonitor)
     EXPECT_EQ(recv(peer.Get(), login.data(), login.size(), MSG_WAITALL),
               static_cast<ssize_t>(expected.size()));
     EXPECT_EQ(login, expected);
-    while (CopyMonitor(slot).valid == 0)
-        usleep(1000);
+    EXPECT_TRUE(Soon([&] { return CopyMonitor(slot).valid == 1; }));
     EXPECT_EQ(CopyMonitor(slot).fd, context->GetSocketFD(context));
 
     // Without a monitor the board logs in as well, but then closes the socket.
@@ -133,4 +150,45 @@ TEST(RemoteConnection, LooksUpAgainWhileThereIsNoIpv4Address)
     EXPECT_TRUE(ledboard::UniqueFd(listener.Accept()).Valid());
     EXPECT_EQ(lookUps, 3);
     DestroyDeviceContext(context);
+}
+
+TEST(RemoteConnection, ThreadsDoNotPileUpAtASilentLookUp)
+{
+    RemoveTestFile(kConfigFile);
+    auto *const context = new DeviceContext{};
+    InitDeviceContext(context);
+    const Listener listener;
+    MonitorSession slot;
+    context->SetMonitor(context, &slot);
+    const auto before = Threads();
+    std::promise<void> answer;
+    std::atomic<int> lookUps = 0;
+    lookUp = [&, answered = answer.get_future().share()](const std::string &) -> Found {
+        ++lookUps;
+        answered.wait();
+        return {0, {AF_INET}};
+    };
+    const auto ask = [&](const char *address, int domainFlag, const char *username) {
+        context->SetAddrParam(context, address, domainFlag, listener.port, username);
+        context->ConnectToServer(context);
+    };
+    const auto askOften = [&](int number) {
+        for (const int end = number + 100; number < end; ++number)
+            ask("server.example", 1, std::to_string(number).c_str());
+        EXPECT_TRUE(Soon([&] { return lookUps == 1 && Threads() <= before + 2; })) << Threads();
+    };
+    const auto user = [&](const ledboard::UniqueFd &peer) {
+        std::string login(43, 0);
+        EXPECT_EQ(recv(peer.Get(), login.data(), login.size(), MSG_WAITALL), 43);
+        return login.substr(9, 3);
+    };
+    askOften(100);
+    ask("127.0.0.1", 0, "dot"); // waits for no look-up
+    EXPECT_EQ(user(ledboard::UniqueFd(listener.Accept())), "dot");
+    context->DisconnectFromServer(context); // the next one need not keep its distance
+    askOften(200);
+    answer.set_value();
+    EXPECT_EQ(user(ledboard::UniqueFd(listener.Accept())), "299");
+    DestroyDeviceContext(context);
+    EXPECT_EQ(lookUps, 2);
 }
