@@ -3,6 +3,7 @@
 
 #include "base/diag.h"
 #include "base/sockets.h"
+#include "base/threads.h"
 #include "remote/device_context.h"
 #include "remote/framing.h"
 #include "state/device_record.h"
@@ -13,6 +14,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 namespace
@@ -54,6 +56,27 @@ RemoteClient::RemoteClient(DeviceContext *record) : record_(record), connection_
     record->uDiskFlag = 0;
     record->programDir = nullptr;
     connection_.SetSocket(-1);
+}
+
+RemoteClient::~RemoteClient()
+{
+    connection_.EndRetries();
+    if (retries_.joinable())
+        retries_.join();
+}
+
+void RemoteClient::StartRetries(void (*retry)())
+{
+    const SignalsBlocked blocked;
+    try {
+        retries_ = std::thread([this, retry] {
+            while (connection_.WaitForRetry())
+                retry();
+        });
+    } catch (const std::system_error &error) {
+        errno = error.code().value();
+        DiagErrno(kUnit, "InitDeviceContext", __LINE__, "retry thread: ");
+    }
 }
 
 void RemoteClient::Disconnect()

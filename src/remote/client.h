@@ -11,12 +11,17 @@
 #include "remote/session.h"
 
 #include <array>
+#include <thread>
 
 class RemoteClient
 {
 public:
     // Empties the data of the record, which outlives this object, and lends it the receive buffer.
     explicit RemoteClient(DeviceContext *record);
+    ~RemoteClient();
+
+    // Calls `retry` on a thread of its own whenever a retry of the connection is due. Once.
+    void StartRetries(void (*retry)());
 
     RemoteConnection &Connection() { return connection_; } // any thread
 
@@ -51,6 +56,7 @@ private:
     RemoteConnection connection_;
     RemoteSession session_;
     std::array<char, wire::kRemoteBufferSize> buffer_;
+    std::thread retries_;
 
     // Given names.
     wire::RemoteDeviceParam s_device_param{}; // as it was last sent

@@ -28,10 +28,8 @@ namespace
 {
 
 using std::chrono::milliseconds;
-using std::chrono::seconds;
 
 constexpr char kUnit[] = "src/device_context.cpp";
-constexpr seconds kRetryPause(6);
 constexpr milliseconds kLookUpPause(500);
 constexpr milliseconds kConnectPoll(200); // how late a thread may notice that a newer one was started
 constexpr unsigned kUserTimeout = 60'000; // ms until unacknowledged data ends the connection
@@ -122,7 +120,7 @@ bool ConnectSocket(Turn *turn, int fd)
             return false;
         if (TryConnect(*turn, fd, *address))
             return true;
-        if (!turn->SleepFor(kRetryPause))
+        if (!turn->SleepFor(RemoteConnection::kRetryPause))
             return false;
     }
 }
@@ -155,6 +153,7 @@ void Run(Turn *turn)
     ledboard::UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.Valid()) {
         DiagErrno(kUnit, "ConnectThread", __LINE__, "create socket fail: ");
+        turn->RetryLater();
         return;
     }
     if (!turn->IsNewest())
@@ -164,7 +163,11 @@ void Run(Turn *turn)
         return;
     Diag(kUnit, "ConnectThread", __LINE__, "connect to remote server is success.");
     PrepareSocket(fd.Get());
-    if (SendLogin(turn->Connection(), fd.Get()) && turn->HandOver(&fd))
+    if (!SendLogin(turn->Connection(), fd.Get())) {
+        turn->RetryLater();
+        return;
+    }
+    if (turn->HandOver(&fd))
         Diag(kUnit, "ConnectThread", __LINE__, "login server success!");
 }
 
@@ -185,6 +188,7 @@ void StartConnectThread(RemoteConnection *connection)
     errno = pthread_create(&thread, nullptr, ConnectThread, turn.get());
     if (errno != 0) {
         DiagErrno(kUnit, "ConnectToServer", __LINE__, "pthread create ConnectThread fail: ");
+        turn->RetryLater();
         return;
     }
     turn.release(); // the thread owns it now

@@ -5,5 +5,6 @@
 class RemoteConnection;
 
 // Starts a thread that works with the connection's address and ends after the login. Every older thread ends
-// at its next step, its socket closed. Any thread; whether a thread could be started is logged.
+// at its next step, its socket closed. Any thread; whether a thread could be started is logged. If it could
+// not, or if it ends because of a failure that may pass, a retry is due later (connection.h).
 void StartConnectThread(RemoteConnection *connection);

@@ -133,6 +133,44 @@ void RemoteConnection::StopHeartbeat()
     RemoveFromTick(record_->Heartbeat);
 }
 
+void RemoteConnection::RetryLater()
+{
+    const Lock lock(s_fd_mutex);
+    retryAt_ = Clock::now() + kRetryPause;
+    changed_.notify_all();
+}
+
+bool RemoteConnection::WaitForRetry()
+{
+    std::unique_lock lock(s_fd_mutex);
+    for (;;) {
+        if (retriesEnded_)
+            return false;
+        if (!retryAt_)
+            changed_.wait(lock);
+        else if (*retryAt_ > Clock::now())
+            changed_.wait_until(lock, Clock::time_point(*retryAt_));
+        else
+            return true;
+    }
+}
+
+bool RemoteConnection::TakeRetry()
+{
+    const Lock lock(s_fd_mutex);
+    if (!retryAt_ || *retryAt_ > Clock::now())
+        return false;
+    retryAt_.reset();
+    return true;
+}
+
+void RemoteConnection::EndRetries()
+{
+    const Lock lock(s_fd_mutex);
+    retriesEnded_ = true;
+    changed_.notify_all();
+}
+
 ledboard::UniqueFd RemoteConnection::TakeSocket(const Lock &)
 {
     if (record_->monitor != nullptr) {
@@ -146,6 +184,7 @@ ledboard::UniqueFd RemoteConnection::TakeSocket(const Lock &)
 void RemoteConnection::EndThreads(const Lock &)
 {
     ++newest_;
+    retryAt_.reset();
     changed_.notify_all();
 }
 
@@ -236,6 +275,12 @@ bool RemoteConnection::Turn::BeginLogin() const
     return true;
 }
 
+void RemoteConnection::Turn::RetryLater() const
+{
+    if (IsNewest())
+        connection_.RetryLater();
+}
+
 bool RemoteConnection::Turn::HandOver(ledboard::UniqueFd *socket) const
 {
     std::unique_lock lock(connection_.s_fd_mutex);
@@ -244,6 +289,7 @@ bool RemoteConnection::Turn::HandOver(ledboard::UniqueFd *socket) const
     });
     if (number_ != connection_.newest_)
         return false;
+    connection_.retryAt_.reset();
     DeviceContext *const record = connection_.record_;
     if (record->monitor != nullptr) {
         record->privateFD = socket->Release();

@@ -55,6 +55,15 @@ public:
 
     void StopHeartbeat(); // one entry of it leaves the tick table
 
+    // After a failure that may pass: a retry is due after kRetryPause, unless Forget, a newer connect thread
+    // or a login comes before.
+    void RetryLater();
+    bool WaitForRetry(); // until one is due; false after EndRetries
+    bool TakeRetry();    // false if none is due any more
+    void EndRetries();
+
+    static constexpr std::chrono::seconds kRetryPause{6};
+
 private:
     using Clock = std::chrono::steady_clock;
     using Lock = std::lock_guard<std::mutex>;
@@ -74,6 +83,8 @@ private:
     bool monitorIsKnown_ = false;
     bool quickPace_ = true;
     std::optional<Clock::time_point> lastConnect_;
+    std::optional<Clock::time_point> retryAt_;
+    bool retriesEnded_ = false;
 };
 
 // What a connect thread holds from its start to its end. Only the newest turn may log in: the functions of an
@@ -104,6 +115,8 @@ public:
     bool EndLookUp();
 
     bool BeginLogin() const;
+
+    void RetryLater() const; // as of the connection
 
     // Waits for the first SetMonitor and gives the socket to the work loop. Without a slot the socket stays
     // with the caller, which is no failure.

@@ -9,6 +9,8 @@
 #include "remote/connect.h"
 #include "state/services.h"
 
+#include <cerrno>
+#include <mutex>
 #include <string>
 
 const char *const g_remoteServerFile = paths::kRemoteServer;
@@ -23,24 +25,10 @@ constexpr std::size_t kMaxConfig = 1024; // bytes of the file that are compared
 // connect threads run.
 RemoteClient *s_client = nullptr;
 
-void LoadConfigFile(DeviceContext *context, const char *path)
-{
-    if (path == nullptr) {
-        DiagErrno(kUnit, __func__, __LINE__, "LoadConfigFile: filename is null!");
-        return;
-    }
-    FilePointer file = OpenFile(path, "r");
-    if (!file) {
-        DiagErrno(kUnit, __func__, __LINE__, "can't open remote config file!");
-        return;
-    }
-    const RemoteConfig config = ReadRemoteConfig(file.get());
-    file.reset();
-    const bool isName = config.ip.empty();
-    context->SetAddrParam(context, (isName ? config.domain : config.ip).c_str(), isName ? 1 : 0, config.port,
-                          config.username.c_str());
-    context->ConnectToServer(context);
-}
+// Held while the server's address changes or a connect starts: a retry, which has a thread of its own, must
+// not bring back an address that the main thread has just replaced or forgotten. Taken before the
+// connection's own.
+std::mutex s_requests;
 
 // Writes the file only if its content changes: a server that closes every connection must not wear out the
 // flash.
@@ -53,14 +41,55 @@ void SaveConfigToFile(const wire::AddrParam &server)
         DiagErrno(kUnit, __func__, __LINE__, "create remote server file fail!");
 }
 
+void SaveAndConnect()
+{
+    SaveConfigToFile(s_client->Connection().Address());
+    StartConnectThread(&s_client->Connection());
+}
+
+void LoadAndConnect(const char *path)
+{
+    FilePointer file = OpenFile(path, "r");
+    if (!file) {
+        const bool isMissing = errno == ENOENT || errno == ENOTDIR;
+        DiagErrno(kUnit, "LoadConfigFile", __LINE__, "can't open remote config file!");
+        if (!isMissing)
+            s_client->Connection().RetryLater();
+        return;
+    }
+    const RemoteConfig config = ReadRemoteConfig(file.get());
+    file.reset();
+    const bool isName = config.ip.empty();
+    s_client->Connection().SetAddress((isName ? config.domain : config.ip).c_str(), isName ? 1 : 0,
+                                      config.port, config.username.c_str());
+    SaveAndConnect();
+}
+
+void Retry()
+{
+    const std::lock_guard lock(s_requests);
+    if (s_client->Connection().TakeRetry())
+        LoadAndConnect(g_remoteServerFile);
+}
+
+void LoadConfigFile(DeviceContext *, const char *path)
+{
+    if (path == nullptr) {
+        DiagErrno(kUnit, __func__, __LINE__, "LoadConfigFile: filename is null!");
+        return;
+    }
+    const std::lock_guard lock(s_requests);
+    LoadAndConnect(path);
+}
+
 void ConnectToServer(DeviceContext *context)
 {
     if (context == nullptr) {
         DiagErrno(kUnit, __func__, __LINE__, "param is null!");
         return;
     }
-    SaveConfigToFile(s_client->Connection().Address());
-    StartConnectThread(&s_client->Connection());
+    const std::lock_guard lock(s_requests);
+    SaveAndConnect();
 }
 
 void SetSocketFD(DeviceContext *, int fd)
@@ -101,8 +130,10 @@ void Heartbeat()
 
 void DisconnectFromServer(DeviceContext *context)
 {
-    if (context != nullptr)
-        s_client->Disconnect();
+    if (context == nullptr)
+        return;
+    const std::lock_guard lock(s_requests);
+    s_client->Disconnect();
 }
 
 void SetAddrParam(DeviceContext *context, const char *addr, int domainFlag, int port, const char *username)
@@ -111,6 +142,7 @@ void SetAddrParam(DeviceContext *context, const char *addr, int domainFlag, int 
         DiagErrno(kUnit, __func__, __LINE__, "param is error!");
         return;
     }
+    const std::lock_guard lock(s_requests);
     s_client->Connection().SetAddress(addr, domainFlag, port, username);
 }
 
@@ -135,6 +167,7 @@ void InitDeviceContext(DeviceContext *context)
     context->SetAddrParam = SetAddrParam;
     context->GetAddrParam = GetAddrParam;
     s_client = new RemoteClient(context);
+    s_client->StartRetries(Retry);
 }
 
 void DestroyDeviceContext(DeviceContext *context)

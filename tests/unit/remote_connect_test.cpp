@@ -7,9 +7,11 @@
 
 #include <arpa/inet.h>
 #include <netdb.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -52,6 +54,22 @@ addrinfo *LoopbackEntry(int family, addrinfo *next)
     entry->ai_next = next;
     return entry;
 }
+
+// While it exists, no descriptor can be opened.
+class NoDescriptors
+{
+public:
+    NoDescriptors()
+    {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit none{.rlim_cur = 0, .rlim_max = before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+private:
+    rlimit before_{};
+};
 
 bool Soon(const std::function<bool()> &happens)
 {
@@ -191,4 +209,35 @@ TEST(RemoteConnection, ThreadsDoNotPileUpAtASilentLookUp)
     EXPECT_EQ(user(ledboard::UniqueFd(listener.Accept())), "299");
     DestroyDeviceContext(context);
     EXPECT_EQ(lookUps, 2);
+}
+
+TEST(RemoteConnection, StartsAgainAfterFailuresThatPass)
+{
+    auto *const context = new DeviceContext{};
+    InitDeviceContext(context);
+    const Listener listener;
+    MonitorSession slot;
+    context->SetMonitor(context, &slot);
+    WriteTestFile(kConfigFile, "ip=127.0.0.1\nport=" + std::to_string(listener.port) + "\nusername=\n");
+    context->SetAddrParam(context, "127.0.0.1", 0, listener.port, "");
+    {
+        const NoDescriptors none;
+        context->ConnectToServer(context); // has no socket
+        usleep(6'500'000);                 // nor has the retry a configuration file
+    }
+    // The next one is connected, and the connection is reset before the login.
+    flockfile(stdout); // holds the thread up at the line that says that it is connected
+    {
+        const ledboard::UniqueFd peer(listener.Accept());
+        EXPECT_TRUE(peer.Valid());
+        usleep(100'000); // until it is held up
+        const linger reset{.l_onoff = 1, .l_linger = 0};
+        setsockopt(peer.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    }
+    funlockfile(stdout);
+    const ledboard::UniqueFd peer(listener.Accept());
+    std::string login(43, 0);
+    EXPECT_EQ(recv(peer.Get(), login.data(), login.size(), MSG_WAITALL), 43);
+    EXPECT_TRUE(Soon([&] { return CopyMonitor(slot).valid == 1; }));
+    DestroyDeviceContext(context);
 }
