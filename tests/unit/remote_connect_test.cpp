@@ -201,6 +201,7 @@ TEST(RemoteConnection, ThreadsDoNotPileUpAtASilentLookUp)
         return login.substr(9, 3);
     };
     askOften(100);
+    context->DisconnectFromServer(context);
     ask("127.0.0.1", 0, "dot"); // waits for no look-up
     EXPECT_EQ(user(ledboard::UniqueFd(listener.Accept())), "dot");
     context->DisconnectFromServer(context); // the next one need not keep its distance
