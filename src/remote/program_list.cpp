@@ -3,11 +3,10 @@
 
 #include "base/diag.h"
 #include "records/remote_records.h"
-
-#include <QDir>
-#include <QFileInfo>
+#include "remote/folder_entries.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <set>
@@ -22,11 +21,10 @@ constexpr char kUnit[] = "src/device_context.cpp";
 class Visited
 {
 public:
-    bool Enter(const QString &folder) // false if it was entered before or is not there
+    bool Enter(const std::string &folder) // false if it was entered before or is not there
     {
         struct stat status = {};
-        return stat(QFile::encodeName(folder).constData(), &status) == 0 &&
-               entered_.emplace(status.st_dev, status.st_ino).second;
+        return stat(folder.c_str(), &status) == 0 && entered_.emplace(status.st_dev, status.st_ino).second;
     }
 
 private:
@@ -44,29 +42,28 @@ void AddFile(std::string name, ProgramList *list)
     Diag(kUnit, "LogIn", __LINE__, "unfinished file: %s", list->s_lastRecvFile.c_str());
 }
 
-void ListFolder(const QString &folder, std::size_t prefixSize, Visited *visited, ProgramList *list)
+void ListFolder(const std::string &folder, std::size_t prefixSize, Visited *visited, ProgramList *list)
 {
     if (!visited->Enter(folder))
         return;
-    const QFileInfoList entries = QDir(folder).entryInfoList(QDir::NoFilter, QDir::Type | QDir::Reversed);
-    for (const QFileInfo &entry : entries) {
-        if (entry.fileName() == "." || entry.fileName() == "..")
-            continue;
-        if (entry.isDir())
-            ListFolder(entry.filePath(), prefixSize, visited, list);
+    for (const FolderEntry &entry : FolderEntries(folder)) {
+        const std::string path = folder + entry.name;
+        if (entry.isFolder)
+            ListFolder(path + "/", prefixSize, visited, list);
         else
-            AddFile(QFile::encodeName(entry.filePath()).toStdString().substr(prefixSize), list);
+            AddFile(path.substr(prefixSize), list);
     }
 }
 
-void RemoveEmptyFoldersIn(const QString &folder, Visited *visited)
+void RemoveEmptyFoldersIn(const std::string &folder, Visited *visited)
 {
     if (!visited->Enter(folder))
         return;
-    QDir dir(folder);
-    for (const QFileInfo &entry : dir.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks)) {
-        RemoveEmptyFoldersIn(entry.filePath(), visited);
-        dir.rmdir(entry.fileName()); // fails, as it should, while something is in it
+    for (const FolderEntry &entry : FolderEntries(folder)) {
+        if (!entry.isFolder || entry.isLink)
+            continue;
+        RemoveEmptyFoldersIn(folder + entry.name + "/", visited);
+        rmdir((folder + entry.name).c_str()); // fails, as it should, while something is in it
     }
 }
 
@@ -76,7 +73,7 @@ ProgramList ListPrograms(const std::string &programDir)
 {
     ProgramList list;
     Visited visited;
-    ListFolder(QFile::decodeName(programDir.c_str()), programDir.size(), &visited, &list);
+    ListFolder(programDir, programDir.size(), &visited, &list);
     for (const std::string &name : list.s_programFileList) {
         if (IsVideo(name))
             list.s_videoFileList.push_back(name);
@@ -92,5 +89,5 @@ bool IsVideo(const std::string &name)
 void RemoveEmptyFolders(const std::string &programDir)
 {
     Visited visited;
-    RemoveEmptyFoldersIn(QFile::decodeName(programDir.c_str()), &visited);
+    RemoveEmptyFoldersIn(programDir, &visited);
 }

@@ -13,7 +13,7 @@ struct ProgramList {
     std::string s_lastRecvFile; // a file whose reception table was found, so that it is unfinished; or empty
 };
 
-// Logs the unfinished file. Hidden files and names that are not UTF-8 are left out.
+// Logs the unfinished file. Hidden files are left out.
 ProgramList ListPrograms(const std::string &programDir);
 
 bool IsVideo(const std::string &name); // it contains ".mp4"

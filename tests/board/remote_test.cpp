@@ -64,6 +64,8 @@ TEST_F(RemoteServer, SessionLocksListsAndNotifiesThePlayer)
     Expect(peer, Request(kRemoteLock), LockReply(kLocked));
     EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvProgram, 4));
     EXPECT_FALSE(board->Player().WaitForMessage(kPlayerRecvNoFinish, 2, 100ms)) << "it was finished";
+    ASSERT_TRUE(peer.Send(Request(kRemoteUnlock)));
+    EXPECT_TRUE(board->Player().WaitForMessage(kPlayerRecvNoFinish, 2)) << "the next session was not";
 
     board->Forget();
     board->Root().MakeFolder(std::string(kFolder) + "empty/deep");
@@ -144,8 +146,13 @@ TEST_F(RemoteServer, NamesAreBytes)
     EXPECT_TRUE(board->Root().Exists(std::string(kFolder) + "\xE6\x96\x87"))
         << "a backslash ends a folder, too";
     Expect(peer, Request(kRemoteLock), LockReply(kLockedByAnother));
-    // Hidden names and names that are not UTF-8 are not listed.
-    Expect(peer, Request(kRemoteListFiles), ListReply(kRemoteFilesReply, "\xE6\x96\x87\\b" + Zeros(2)));
+    // Hidden names are not listed.
+    const std::string film = "caf\xE9/na\xEFve/f\xFFlm";
+    Expect(peer, Request(kRemoteListFiles),
+           ListReply(kRemoteFilesReply, "\xE6\x96\x87\\b" + Zeros(1) + film + Zeros(2)));
+    Expect(peer, Request(kRemoteRemoveNotVideo), Reply(22, kRemoteNotVideoReply, ""));
+    EXPECT_FALSE(board->Root().Exists(kFolder + film));
+    EXPECT_TRUE(board->Root().Exists(std::string(kFolder) + ".hidden/.file"));
 }
 
 TEST_F(RemoteServer, RefusedAndMissingNames)

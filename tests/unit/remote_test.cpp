@@ -4,6 +4,7 @@
 #include "remote/answer.h"
 #include "remote/config.h"
 #include "remote/framing.h"
+#include "remote/program_list.h"
 #include "test_files.h"
 
 #include <gtest/gtest.h>
@@ -226,6 +227,33 @@ TEST(RemoteAnswer, ListingsHoldWholeNamesAndEndWithAZero)
     };
     for (std::size_t index = 0; index < std::size(rows); ++index)
         EXPECT_EQ(ListedData(rows[index].names), rows[index].listed) << index;
+}
+
+TEST(ProgramList, HoldsNamesOfAnyBytes)
+{
+    const std::string folder = "/tmp/programs/";
+    RemoveTestFile(folder);
+    for (const char *const name :
+         {"a.txt", "b.mp4", "z.mp4", "plain", "caf\xE9.mp4", "\xFF.zip", "d\xE9/in",
+          "d\xE9/x\xE9.mp4.tarvo.bak", "d\xE9/d\xE9p/n", ".hid\xE9", "e\xE9/f/g", "e\xE9/.hid/h"})
+        WriteTestFile(folder + name, "");
+    std::filesystem::create_symlink("nothing", folder + "l\xE9");
+    std::filesystem::create_symlink("..", folder + "d\xE9/up");
+    const ProgramList list = ListPrograms(folder);
+    // By suffix, then by name, the last first.
+    EXPECT_EQ(list.s_programFileList,
+              (std::vector<std::string>{"\xFF.zip", "a.txt", "z.mp4", "caf\xE9.mp4", "b.mp4", "plain",
+                                        "e\xE9/f/g", "d\xE9/in", "d\xE9/d\xE9p/n"}));
+    EXPECT_EQ(list.s_videoFileList, (std::vector<std::string>{"z.mp4", "caf\xE9.mp4", "b.mp4"}));
+    EXPECT_EQ(list.s_lastRecvFile, "d\xE9/x\xE9.mp4");
+
+    for (const char *const name : {"d\xE9/d\xE9p/n", "e\xE9/f/g"})
+        RemoveTestFile(folder + name);
+    RemoveEmptyFolders(folder);
+    EXPECT_FALSE(std::filesystem::exists(folder + "d\xE9/d\xE9p"));
+    EXPECT_TRUE(std::filesystem::exists(folder + "d\xE9/in"));
+    EXPECT_FALSE(std::filesystem::exists(folder + "e\xE9/f"));
+    EXPECT_TRUE(std::filesystem::exists(folder + "e\xE9/.hid/h"));
 }
 
 TEST(FirmwareListener, ServesOneClientAfterAnother)
