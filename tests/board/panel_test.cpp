@@ -158,8 +158,8 @@ TEST_F(PanelTest, SignalTurnsItOnAndOff)
     EXPECT_TRUE(WaitForTwoHeartbeats([&] { EXPECT_TRUE(IsDark()); }));
     for (std::size_t count = 3; count <= 22; ++count) {
         Toggle();
-        ASSERT_TRUE(board->Record().WaitForLog("sig_handle be call", count)); // two pending signals would be
-                                                                              // one
+        // Each signal is handled before the next: two pending ones would be one.
+        ASSERT_TRUE(board->Record().WaitForLog("sig_handle be call", count));
     }
     EXPECT_TRUE(board->WaitFor([&] { return board->Daemon().OpenDescriptors() == descriptors; }));
     EXPECT_EQ(MappingsOfThePanel(), 0U);

@@ -49,8 +49,7 @@ enum LockResult : std::uint32_t { kLocked = 1, kLockedByAnother = 2 };
 
 constexpr std::size_t kRemoteLoginSize = 43; // with the greeting
 constexpr std::size_t kDeviceParamSize = 522;
-constexpr std::size_t kRemoteHeaderSize = 22; // of the outer and of the inner packet: length, code,
-                                              // identifier
+constexpr std::size_t kRemoteHeaderSize = 22; // of both packets: length, code, identifier
 constexpr std::size_t kRemoteNameSize = 255;
 
 constexpr std::size_t kDataAt = 44; // of an inner packet, from the outer one's start

@@ -288,8 +288,8 @@ TEST_F(Sessions, ResetInTheMiddleOfAnything)
             EXPECT_TRUE(peer.Send(bytes));
             const linger reset{.l_onoff = 1, .l_linger = 0};
             setsockopt(peer.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
-            EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->Network().BoardAddress())); // the connection has
-                                                                                        // been accepted
+            // When the board answers, it has accepted the connection.
+            EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->Network().BoardAddress()));
         }
     }
     unharmed.Check("resets");

@@ -387,8 +387,8 @@ TEST_F(SettingsTest, SignalAppliesSerialIni)
         EXPECT_TRUE(board->Record().WaitForLog(kActedOn, ++sent));
     }
     EXPECT_GE(Count("select was interrupted."), 1U);
-    EXPECT_TRUE(board->Daemon().Signal(SIGUSR2)); // does nothing without a screen; the others are done by
-                                                  // then
+    // Without a screen this one does nothing; when it is handled, all others are.
+    EXPECT_TRUE(board->Daemon().Signal(SIGUSR2));
     EXPECT_TRUE(board->Record().WaitForLog(kActedOn, ++sent));
     // Numbers are read at fixed places. The last character is dropped even if it is not the line's end.
     board->Root().Write("/home/root/plexa/serial.ini",

@@ -148,9 +148,8 @@ TEST(DeviceRecord, ModelTypeIsTheLastRecord22Turned)
         {Entry(kModelType, 1), 0},
         {Entry(1, 2) + Entry(kModelType, 7) + Entry(3, 4), 0},
         {Entry(kModelType, 1) + Entry(kModelType, 0), 1},
-        {Entry(kModelType, 0) + Entry(kModelType, 5) + Entry(kModelType, 0).substr(0, 7), 0}, // an incomplete
-                                                                                              // record does
-                                                                                              // not count
+        // An incomplete record does not count.
+        {Entry(kModelType, 0) + Entry(kModelType, 5) + Entry(kModelType, 0).substr(0, 7), 0},
         {Word(1) + Entry(kModelType, 1), 1}, // not at a record's start
         {Settings(48, 1, 1), 1},
         {std::nullopt, 1},
