@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "addressing/interfaces_file.h"
 #include "base/command_worker.h"
+#include "common/unique_fd.h"
 
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/file.h>
 
 #include <chrono>
 #include <cstdio>
@@ -105,6 +109,19 @@ std::string ContentOf(const char *path)
     return file ? std::string(text, std::fread(text, 1, sizeof text, file.get())) : "";
 }
 
+// Whether no process holds a lock on the file, at the latest after two seconds.
+bool IsFree(const char *path)
+{
+    const ledboard::UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (flock(fd.Get(), LOCK_EX | LOCK_NB) != 0) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
 TEST(CommandWorker, KeepsTheOrderAndEndsWhatRuns)
 {
     constexpr char kFile[] = "/tmp/command_worker_test";
@@ -113,12 +130,14 @@ TEST(CommandWorker, KeepsTheOrderAndEndsWhatRuns)
     {
         CommandWorker worker;
         worker.Clear(); // nothing runs: nothing to wait for
-        worker.Put("echo 1 >> /tmp/command_worker_test; sleep 100; echo never >> /tmp/command_worker_test");
+        // The child of the command ends with it: its lock on the file, which it inherits, goes.
+        worker.Put("exec 9>> /tmp/command_worker_test; flock 9; echo 1 >&9; sleep 100; echo never >&9");
         while (ContentOf(kFile) != "1\n")
             std::this_thread::yield();
         worker.Put("echo dropped >> /tmp/command_worker_test");
         worker.Clear();
         EXPECT_EQ(ContentOf(kFile), "1\n");
+        EXPECT_TRUE(IsFree(kFile)) << "an orphan holds it";
 
         worker.Put("sleep 0.2");
         for (int count = 0; count < 3; ++count) // the same command waits in the line once
