@@ -172,6 +172,12 @@ std::optional<int> ShellChild::Ended()
     return status;
 }
 
+void ShellChild::End() const
+{
+    if (child_ != -1)
+        kill(-child_, SIGTERM);
+}
+
 std::string ReadShell(const std::string &command, std::size_t limit)
 {
     int ends[2];

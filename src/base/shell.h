@@ -41,6 +41,9 @@ public:
     // The wait status as waitpid gives it, returned once when the command has ended; nothing before and
     // after.
     std::optional<int> Ended();
+    // Sends SIGTERM to the command and its children, as long as Ended has not returned its status. Does not
+    // wait; children that have left the group are not reached.
+    void End() const;
 
 private:
     pid_t child_ = -1;

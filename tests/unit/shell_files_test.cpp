@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 
 TEST(Shell, NamesReachTheCommandByteForByte)
@@ -68,6 +69,32 @@ TEST(Shell, ChildrenStartWithoutTheCallersSignalsAndDescriptors)
     EXPECT_EQ(std::stoull(ignored, nullptr, 16) & 0x7FFFFFFB, 0U) << ignored;
     EXPECT_NE(descriptors, "");
     EXPECT_EQ(descriptors.find("/etc/passwd"), std::string::npos) << descriptors;
+}
+
+TEST(Shell, AChildThatIsNotWaitedForEndsWithItsOwnChildren)
+{
+    const std::string file = "/tmp/shell_child";
+    RemoveTestFile(file);
+    ShellChild child;
+    child.End(); // nothing runs
+    EXPECT_FALSE(child.Ended());
+    ASSERT_TRUE(child.Start("sleep 100 & echo $! > /tmp/shell_child; wait"));
+    std::string pid;
+    while (pid.find('\n') == std::string::npos)
+        pid = ReadTestFile(file).value_or("");
+    pid.pop_back();
+    EXPECT_FALSE(child.Ended());
+    child.End();
+    std::optional<int> status;
+    while (!status)
+        status = child.Ended();
+    EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGTERM);
+    EXPECT_FALSE(child.Ended()) << "once";
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    const std::string line = "/proc/" + pid + "/cmdline"; // empty for one that only waits to be reaped
+    while (!ReadTestFile(line).value_or("").empty() && std::chrono::steady_clock::now() < end) {
+    }
+    EXPECT_EQ(ReadTestFile(line).value_or(""), "");
 }
 
 TEST(Files, ReplaceLeavesTheOldOrTheNewFile)
