@@ -8,6 +8,7 @@ namespace paths
 
 constexpr char kSerialDevice[] = "/dev/ttyO0"; // the line to the FPGA
 constexpr char kModemDevice[] = "/dev/ttyUSB3";
+constexpr char kEth0Carrier[] = "/sys/class/net/eth0/carrier"; // "1" with a carrier
 constexpr char kPanel[] = "/dev/fb0";
 constexpr char kSecondPanel[] = "/dev/fb1";
 constexpr char kThirdPanel[] = "/dev/fb2";

@@ -28,10 +28,32 @@ void DialPlan::Fail(const std::string &why, Time now)
     pause_ = std::min(2 * pause_, kMaxPause);
 }
 
+bool DialPlan::CableAllows(const DialFacts &facts, Time now)
+{
+    if (facts.always)
+        return true;
+    if (facts.carrier)
+        noCarrierSince_.reset();
+    else if (!noCarrierSince_)
+        noCarrierSince_ = now;
+    return noCarrierSince_ && now - *noCarrierSince_ >= kNoCarrierTime;
+}
+
+// Again after a pause while pppd lives on: it may have missed the signal on its way to the background.
+DialAction DialPlan::HangUp(Time now)
+{
+    dialling_ = false;
+    if (hungUp_ && now < earliest_)
+        return DialAction::kNone;
+    hungUp_ = true;
+    pause_ = kMinPause;
+    earliest_ = now + kMinPause;
+    return DialAction::kHangUp;
+}
+
 DialAction DialPlan::NextWhileDialling(const DialFacts &facts, Time now)
 {
     if (facts.ended) {
-        commandRuns_ = false;
         if (EndedBySignal(*facts.ended)) {
             // Usually the link monitor ended it: the network did not refuse, so the pause does not grow.
             dialling_ = false;
@@ -56,6 +78,11 @@ DialAction DialPlan::NextWhileDialling(const DialFacts &facts, Time now)
 
 DialAction DialPlan::Next(const DialFacts &facts, Time now)
 {
+    const bool cableAllows = CableAllows(facts, now);
+    commandRuns_ = commandRuns_ && !facts.ended;
+    started_ = started_ && (commandRuns_ || facts.linkThere || facts.pppdRuns);
+    if (started_ && facts.carrier && !facts.always)
+        return HangUp(now);
     if (facts.linkThere) {
         dialling_ = false;
         pause_ = kMinPause;
@@ -65,8 +92,10 @@ DialAction DialPlan::Next(const DialFacts &facts, Time now)
     if (dialling_)
         return NextWhileDialling(facts, now);
     // Another program's pppd has the modem's device: a second one would disturb it.
-    if (!facts.ready || facts.pppdRuns || now < earliest_)
+    if (!cableAllows || !facts.ready || facts.pppdRuns || now < earliest_)
         return DialAction::kNone;
+    started_ = true;
+    hungUp_ = false;
     dialling_ = true;
     commandRuns_ = true;
     began_ = now;

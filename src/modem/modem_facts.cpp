@@ -11,6 +11,11 @@ namespace
 
 constexpr char kUnit[] = "src/third_generation.cpp";
 
+bool IsRegistered(const AtRegistration &registration)
+{
+    return registration.status == wire::kRegisteredHome || registration.status == wire::kRegisteredRoaming;
+}
+
 } // namespace
 
 void ModemFacts::TakeSim(const AtAnswer &answer)
@@ -36,6 +41,8 @@ void ModemFacts::SetSim(Sim sim, const std::string &words)
     sim_ = sim;
     prepared_ = false;
     // The network was the other SIM's.
+    circuit_ = {};
+    packet_ = {};
     state_.Set([](ModemStatus &status) {
         status.registration = wire::kNotRegistered;
         status.technology = wire::kTechnologyUnknown;
@@ -68,19 +75,45 @@ void ModemFacts::TakeImei(const AtAnswer &answer)
     });
 }
 
-void ModemFacts::TakeRegistration(const AtAnswer &answer)
+// A SIM for data only is registered with the packet-switched part alone.
+const AtRegistration &ModemFacts::Registration() const
+{
+    return !IsRegistered(circuit_) && IsRegistered(packet_) ? packet_ : circuit_;
+}
+
+void ModemFacts::ShowRegistration()
+{
+    const AtRegistration &registration = Registration();
+    state_.Set([&](ModemStatus &status) {
+        status.registration = registration.status;
+        if (registration.technology)
+            status.technology = *registration.technology;
+    });
+}
+
+void ModemFacts::TakeRegistration(const AtAnswer &answer, AtRegistration *registration)
 {
     // An unsolicited line with the same prefix may stand among them; the last one is the newest.
-    for (const std::string &line : answer.lines) {
-        const auto registration = ParseRegistration(line);
-        if (!registration)
-            continue;
-        state_.Set([&](ModemStatus &status) {
-            status.registration = registration->status;
-            if (registration->technology)
-                status.technology = *registration->technology;
-        });
-    }
+    for (const std::string &line : answer.lines)
+        *registration = ParseRegistration(line).value_or(*registration);
+    ShowRegistration();
+}
+
+void ModemFacts::TakeCircuitRegistration(const AtAnswer &answer)
+{
+    TakeRegistration(answer, &circuit_);
+}
+
+void ModemFacts::TakePacketRegistration(const AtAnswer &answer)
+{
+    TakeRegistration(answer, &packet_);
+}
+
+// No failure of the modem: one for GSM without data does not know the command.
+void ModemFacts::RefusePacketRegistration(const AtAnswer &)
+{
+    packet_ = {};
+    ShowRegistration();
 }
 
 void ModemFacts::TakeOperator(const AtAnswer &answer)
@@ -97,12 +130,22 @@ void ModemFacts::TakeOperator(const AtAnswer &answer)
     });
 }
 
+void ModemFacts::RefuseOperator(const AtAnswer &answer)
+{
+    SetLastError(answer.failure);
+    const std::uint32_t technology = Registration().technology.value_or(wire::kTechnologyUnknown);
+    state_.Set([&](ModemStatus &status) {
+        status.operatorName.clear();
+        status.technology = technology;
+    });
+}
+
 void ModemFacts::TakeSignal(const AtAnswer &answer)
 {
     if (answer.lines.empty())
         return;
-    if (const auto signal = ParseSignal(answer.lines.back()))
-        state_.Set([&](ModemStatus &status) { status.signal = *signal; });
+    const std::int32_t signal = ParseSignal(answer.lines.back()).value_or(wire::kSignalUnknown);
+    state_.Set([&](ModemStatus &status) { status.signal = signal; });
 }
 
 void ModemFacts::TakeAttached(const AtAnswer &answer)
@@ -190,6 +233,8 @@ void ModemFacts::ShowSimAndNetwork()
 void ModemFacts::Forget(const std::string &why)
 {
     sim_ = Sim::kUnknown;
+    circuit_ = {};
+    packet_ = {};
     state_.Set([](ModemStatus &status) {
         const std::string lastError = std::move(status.lastError);
         status = {};

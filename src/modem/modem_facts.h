@@ -21,7 +21,8 @@ public:
     void TakeManufacturer(const AtAnswer &answer);
     void TakeModel(const AtAnswer &answer);
     void TakeImei(const AtAnswer &answer);
-    void TakeRegistration(const AtAnswer &answer);
+    void TakeCircuitRegistration(const AtAnswer &answer);
+    void TakePacketRegistration(const AtAnswer &answer);
     void TakeOperator(const AtAnswer &answer);
     void TakeSignal(const AtAnswer &answer);
     void TakeAttached(const AtAnswer &answer);
@@ -31,6 +32,8 @@ public:
 
     // The same for answers that are failures.
     void RefuseSim(const AtAnswer &answer);
+    void RefusePacketRegistration(const AtAnswer &answer);
+    void RefuseOperator(const AtAnswer &answer);
     void KeepFailure(const AtAnswer &answer) { SetLastError(answer.failure); }
     void IgnoreFailure(const AtAnswer &) {}
 
@@ -52,12 +55,17 @@ public:
 private:
     enum class Sim { kUnknown, kReady, kLocked, kMissing };
 
+    const AtRegistration &Registration() const;
+    void TakeRegistration(const AtAnswer &answer, AtRegistration *registration);
+    void ShowRegistration();
     void SetSim(Sim sim, const std::string &words);
     void ShowSim(); // one that is not ready
 
     ModemState &state_;
     Sim sim_ = Sim::kUnknown;
-    std::string simWords_; // why the SIM is not ready
+    std::string simWords_;   // why the SIM is not ready
+    AtRegistration circuit_; // with the network's circuit-switched part: telephone, messages
+    AtRegistration packet_;  // with its packet-switched part: data
     bool prepared_ = false;
     ModemCharset charset_ = ModemCharset::kRaw;
     std::string logged_; // the words of the last state

@@ -5,6 +5,7 @@
 #include "base/files.h"
 #include "base/paths.h"
 #include "common/unique_fd.h"
+#include "state/server_config.h"
 
 #include <dirent.h>
 #include <net/if.h>
@@ -61,13 +62,23 @@ DialFacts ModemLink::Look(bool registered)
 {
     DialFacts facts;
     facts.ended = command_.Ended();
+    facts.always = ModemDialsAlways();
+    // Without eth0, and while it is down, the file is missing or cannot be read: there is no carrier either.
+    facts.carrier = ReadFileStart(paths::kEth0Carrier, 1) == "1";
     facts.linkThere = if_nametoindex(kLink) != 0;
     if (facts.linkThere)
         return facts;
     facts.ready = registered && access(paths::kModemPeer, F_OK) == 0;
     // The plan asks for it in these two cases only, and reading all of /proc costs time.
-    facts.pppdRuns = (facts.ready || plan_.Dialling()) && Runs("pppd");
+    facts.pppdRuns = (facts.ready || plan_.Started()) && Runs("pppd");
     return facts;
+}
+
+void ModemLink::EndPppd()
+{
+    command_.End();
+    // A pppd that went to the background has a group of its own and is no child of the daemon.
+    RunShell("killall pppd");
 }
 
 std::string ModemLink::Step(bool registered)
@@ -82,8 +93,11 @@ std::string ModemLink::Step(bool registered)
         command_.Start(kDialCommand);
         break;
     case DialAction::kGiveUp:
-        // By name, since a pppd that went to the background is no child of the daemon.
-        RunShell("killall pppd");
+        EndPppd();
+        break;
+    case DialAction::kHangUp:
+        Diag(kUnit, "ModemLink", __LINE__, "modem hangs up, eth0 has a carrier.");
+        EndPppd();
         break;
     case DialAction::kNone:
         break;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// src/modem/modem_link.h: the modem's data link, the interface "ppp0": starts pppd when the dial plan says
-// so, and logs when the link comes and goes. The default route is the link monitor's (addressing/netlink.h).
+// src/modem/modem_link.h: the modem's data link, the interface "ppp0": starts and ends pppd when the dial
+// plan says so, and logs when the link comes and goes. The default route is the link monitor's
+// (addressing/netlink.h).
 #pragma once
 
 #include "base/shell.h"
@@ -24,6 +25,7 @@ public:
 
 private:
     DialFacts Look(bool registered);
+    void EndPppd();
 
     DialPlan plan_;
     ShellChild command_;

@@ -30,6 +30,7 @@ constexpr ModemStep kStartUp[] = {
 constexpr ModemStep kPreparation[] = {
     // Lines about the registration carry the technology, and come unsolicited too: 7.2.
     {{"AT+CREG=2"}, &Facts::TakeNothing, &Facts::IgnoreFailure},
+    {{"AT+CGREG=2"}, &Facts::TakeNothing, &Facts::IgnoreFailure}, // the same of the packet service: 10.1.20
     // The operator by name: 7.3.
     {{"AT+COPS=3,0"}, &Facts::TakeNothing, &Facts::IgnoreFailure},
     // New messages go to the SIM, which is what CMGL lists: 27.005, 3.2.2.
@@ -46,10 +47,14 @@ constexpr ModemStep kPreparation[] = {
 };
 
 constexpr ModemStep kRound[] = {
-    {{"AT+CREG?", kLimit, kPrefixed, "+CREG:"}, &Facts::TakeRegistration, &Facts::KeepFailure}, // 7.2
-    {{"AT+COPS?", kLimit, kPrefixed, "+COPS:"}, &Facts::TakeOperator, &Facts::KeepFailure},     // 7.3
-    {{"AT+CSQ", kLimit, kPrefixed, "+CSQ:"}, &Facts::TakeSignal, &Facts::KeepFailure},          // 8.5
-    {{"AT+CGATT?", kLimit, kPrefixed, "+CGATT:"}, &Facts::TakeAttached, &Facts::KeepFailure},   // 10.1.9
+    {{"AT+CREG?", kLimit, kPrefixed, "+CREG:"}, &Facts::TakeCircuitRegistration, &Facts::KeepFailure}, // 7.2
+    // 10.1.20
+    {{"AT+CGREG?", kLimit, kPrefixed, "+CGREG:"},
+     &Facts::TakePacketRegistration,
+     &Facts::RefusePacketRegistration},
+    {{"AT+COPS?", kLimit, kPrefixed, "+COPS:"}, &Facts::TakeOperator, &Facts::RefuseOperator}, // 7.3
+    {{"AT+CSQ", kLimit, kPrefixed, "+CSQ:"}, &Facts::TakeSignal, &Facts::KeepFailure},         // 8.5
+    {{"AT+CGATT?", kLimit, kPrefixed, "+CGATT:"}, &Facts::TakeAttached, &Facts::KeepFailure},  // 10.1.9
 };
 
 } // namespace

@@ -234,6 +234,6 @@ void ModemThread::StepLink()
 void ModemThread::TakeUnsolicited(const std::string &line)
 {
     // A new message, another registration or SIM. Everything else can wait for the next round.
-    for (const char *const prefix : {"+CMTI:", "+CREG:", "+CPIN:"})
+    for (const char *const prefix : {"+CMTI:", "+CREG:", "+CGREG:", "+CPIN:"})
         roundDue_ = roundDue_ || line.starts_with(prefix);
 }

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -24,19 +25,25 @@ constexpr char kReadUnit[] = "src/network.c";
 constexpr char kWriteUnit[] = "src/search_services.c";
 
 constexpr char kKey[] = "port=";
+constexpr char kModemAlways[] = "modem=always";
 constexpr int kLineLength = 256;
 
-void ReadCustomPort(std::FILE *file)
+std::atomic<bool> s_modemAlways{false};
+
+void ReadConfig(std::FILE *file)
 {
+    bool modemAlways = false;
     char line[kLineLength + 1];
     while (std::fgets(line, sizeof line, file) != nullptr) {
+        line[std::strcspn(line, "\r\n")] = '\0';
+        modemAlways = modemAlways || std::strcmp(line, kModemAlways) == 0;
         if (std::strncmp(line, kKey, sizeof kKey - 1) != 0)
             continue;
-        line[std::strcspn(line, "\n")] = '\0';
         const long port = std::strtol(line + sizeof kKey - 1, nullptr, 10);
         if (port >= kMinCustomPort && port <= kMaxCustomPort)
             SetCustomPort(static_cast<int>(port));
     }
+    s_modemAlways = modemAlways;
 }
 
 bool CreateServerConfig()
@@ -56,8 +63,13 @@ bool GetUserConfigInfo()
     const FilePointer file = OpenFile(paths::kServerConfig, "r");
     if (!file)
         return errno == ENOENT && CreateServerConfig();
-    ReadCustomPort(file.get());
+    ReadConfig(file.get());
     return true;
+}
+
+bool ModemDialsAlways()
+{
+    return s_modemAlways;
 }
 
 void WriteCustomPortToFile(int port)

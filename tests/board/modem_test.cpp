@@ -2,6 +2,9 @@
 // The 3G modem: from power-up to a data link and a message, and what can go wrong with it.
 #include "udp_peer.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -28,6 +31,7 @@ enum ModemState : std::uint32_t {
 enum Registration : std::uint32_t { kHomeNetwork = 1, kDenied = 3, kRoaming = 5 };
 
 constexpr std::uint32_t kUtran = 2; // a technology of 27.007, 7.3
+constexpr std::uint32_t kNoTechnology = 255;
 
 // Places in the status.
 constexpr std::size_t kModemStatusSize = 308;
@@ -54,6 +58,13 @@ class Modem : public BoardTest
 {
 protected:
     Modem() { options.modem = true; }
+
+    // The modem is dialled, also with the cable in.
+    void DialsAlways()
+    {
+        options.files["/etc/ppp/peers/3g"] = "/dev/ttyUSB0\n";
+        options.files["/home/root/plexa_data/server_config"] = "port=0\nmodem=always\n";
+    }
 
     Peer LogIn() const
     {
@@ -92,11 +103,22 @@ protected:
     {
         return std::ranges::count(board->Record().StandInCalls(), words);
     }
+    // Two whole rounds later, each of which ends with the list of messages.
+    bool WaitForRounds()
+    {
+        const auto rounds = [&] { return std::ranges::count(board->Modem().Commands(), "AT+CMGL=\"ALL\""); };
+        const auto before = rounds();
+        return board->WaitFor([&] { return rounds() >= before + 2; }, 40s);
+    }
     bool WaitForSms(const std::string &content)
     {
         return board->WaitFor(
             [&] { return board->Root().TryRead(kSms).value_or("").find(content) != std::string::npos; }, 20s);
     }
+};
+
+class ModemCable : public Modem
+{
 };
 
 class ModemTrouble : public Modem
@@ -115,7 +137,7 @@ class ModemPulled : public Modem
 
 TEST_F(Modem, FromPowerUpToLinkAndMessage)
 {
-    options.files["/etc/ppp/peers/3g"] = "/dev/ttyUSB0\n";
+    DialsAlways();
     Boot();
     ASSERT_TRUE(board->Record().WaitForLog("modem link is up.", 1, 60s));
     const termios line = board->Modem().Attributes();
@@ -177,6 +199,35 @@ TEST_F(Modem, FromPowerUpToLinkAndMessage)
     EXPECT_EQ(TextAt(again.Take(kMessagesHeadSize + kMessageSize), kSenderAt), "+4915112345678");
 }
 
+TEST_F(ModemCable, TheModemDialsWhileItIsOut)
+{
+    options.files["/etc/ppp/peers/3g"] = "/dev/ttyUSB0\n";
+    options.startDaemon = false;
+    Boot();
+    // The link monitor would end pppd at every second move of the route.
+    board->Run("rm -f /bin/killall /sbin/killall /usr/bin/killall /usr/sbin/killall");
+    board->Root().Write("/bin/killall", "#!/bin/sh\n[ -e /tmp/spare ] || exec busybox killall \"$@\"\n",
+                        0755);
+    board->Root().Write("/tmp/spare", "");
+    board->Daemon().Start();
+    ASSERT_TRUE(WaitForState(kRegistered));
+    ASSERT_TRUE(WaitForRounds());
+    EXPECT_EQ(Calls({"pppd", "call", "3g"}), 0) << "the cable is in";
+
+    const auto out = std::chrono::steady_clock::now();
+    board->Network().Cable(false);
+    ASSERT_TRUE(board->WaitFor([&] { return Calls({"pppd", "call", "3g"}) == 1; }, 30s));
+    EXPECT_GE(std::chrono::steady_clock::now() - out, 10s);
+
+    ASSERT_TRUE(board->Record().WaitForLog("modem link is up.", 1, 10s));
+    board->Run("rm /tmp/spare");
+    board->Network().Cable(true);
+    EXPECT_TRUE(board->Record().WaitForLog("modem hangs up, eth0 has a carrier.", 1, 5s));
+    EXPECT_TRUE(board->Record().WaitForLog("modem link is down.", 1, 5s));
+    EXPECT_EQ(board->Run("pidof pppd").output, "");
+    EXPECT_EQ(WordAt(Status(), kStateAt), kRegistered);
+}
+
 TEST_F(Modem, OddRequestsEndTheSession)
 {
     options.modem = false;
@@ -225,12 +276,33 @@ TEST_F(ModemTrouble, SimAndNetwork)
     ASSERT_TRUE(board->Record().WaitForLog("registered, roaming.", 1, 20s));
     std::string status = Status();
     EXPECT_EQ(WordAt(status, kRegistrationAt), kRoaming);
-    EXPECT_EQ(WordAt(status, kSignalAt), static_cast<std::uint32_t>(-79))
-        << "an unknown signal changes nothing";
+    EXPECT_TRUE(board->WaitFor([&] { return WordAt(Status(), kSignalAt) == 0; }, 20s))
+        << "the signal is not known";
+    EXPECT_EQ(TextAt(Status(), kOperatorAt), "Example, Net");
+    modem.RefuseOperator(true);
+    EXPECT_TRUE(board->WaitFor([&] { return TextAt(Status(), kOperatorAt).empty(); }, 20s));
+    EXPECT_EQ(WordAt(Status(), kTechnologyAt), kUtran) << "the registration names the technology too";
+    modem.RefuseOperator(false);
     modem.SetNetwork(board::ModemNetwork::kDenied);
     ASSERT_TRUE(WaitForState(kNotRegistered));
     status = Status();
     EXPECT_EQ(WordAt(status, kRegistrationAt), kDenied);
+    EXPECT_EQ(TextAt(status, kOperatorAt), "");
+    modem.SetNetwork(board::ModemNetwork::kDataOnly);
+    ASSERT_TRUE(WaitForState(kRegistered));
+    ASSERT_TRUE(board->WaitFor([&] { return WordAt(Status(), kAttachedAt) == 1; }));
+    status = Status();
+    EXPECT_EQ(WordAt(status, kRegistrationAt), kHomeNetwork);
+    EXPECT_EQ(WordAt(status, kTechnologyAt), kUtran);
+    EXPECT_EQ(TextAt(status, kOperatorAt), "Example, Net");
+
+    // Another SIM: nothing of the old one's network is left.
+    modem.SetSim(board::ModemSim::kPin);
+    ASSERT_TRUE(WaitForState(kSimLocked));
+    status = Status();
+    EXPECT_EQ(WordAt(status, kRegistrationAt), 0U);
+    EXPECT_EQ(WordAt(status, kTechnologyAt), kNoTechnology);
+    EXPECT_EQ(WordAt(status, kAttachedAt), 0U);
     EXPECT_EQ(TextAt(status, kOperatorAt), "");
     const auto commands = modem.Commands();
     EXPECT_TRUE(std::ranges::none_of(commands, [](auto &one) { return one.starts_with("AT+CPIN="); }));
@@ -239,7 +311,7 @@ TEST_F(ModemTrouble, SimAndNetwork)
 TEST_F(ModemTrouble, OneCommandWithoutAnAnswerDelaysNoOther)
 {
     options.startDaemon = false;
-    options.files["/etc/ppp/peers/3g"] = "/dev/ttyUSB0\n";
+    DialsAlways();
     Boot();
     board->Modem().Ignore("AT+COPS?");
     board->Daemon().Start();
@@ -252,13 +324,33 @@ TEST_F(ModemTrouble, OneCommandWithoutAnAnswerDelaysNoOther)
     EXPECT_EQ(TextAt(status, kLastErrorAt), "AT+COPS?: no answer");
 }
 
+TEST_F(ModemTrouble, AMessageThatCannotBeKeptStaysInTheModem)
+{
+    options.dataMebibytes = 1;
+    Boot();
+    board->Run("cat /dev/zero > /home/root/plexa_data/filler");
+    board->Modem().Deliver("+49151", "kept later");
+    ASSERT_TRUE(board->Record().WaitForLog("an SMS stays in the modem", 1, 30s));
+    ASSERT_TRUE(WaitForRounds());
+    EXPECT_EQ(board->Modem().View().sms, 1U);
+    EXPECT_EQ(board->Run("rm /home/root/plexa_data/filler").status, 0);
+    EXPECT_TRUE(WaitForSms("kept later"));
+    EXPECT_TRUE(board->WaitFor([&] { return board->Modem().View().sms == 0; }));
+}
+
 TEST_F(ModemHang, DelaysNoAnswerAndIsOpenedAgain)
 {
     options.startDaemon = false;
     Boot();
     board->Modem().Hang(true);
+    // Another program has the line: neither reads the answers of the other.
+    board::Descriptor line(open(board->Modem().SlavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    ASSERT_EQ(flock(line.Get(), LOCK_EX), 0);
     board->Daemon().Start();
+    ASSERT_TRUE(board->Record().WaitForLog("/dev/ttyUSB3: Resource temporarily unavailable."));
+    EXPECT_EQ(flock(line.Get(), LOCK_UN), 0);
     ASSERT_TRUE(WaitForState(kNoAnswer, 20s));
+    EXPECT_EQ(flock(line.Get(), LOCK_EX | LOCK_NB), -1);
     const UdpPeer pc;
     const auto began = std::chrono::steady_clock::now();
     for (int i = 0; i < 20; ++i) {

@@ -215,6 +215,17 @@ TEST(ServerConfig, PortLines)
         EXPECT_EQ(GetCustomPort(), row.port) << row.file;
     }
     SetCustomPort(0);
+
+    for (const char *const always : {"modem=always\n", "port=0\nmodem=always", "modem=always\r\nport=0\n"}) {
+        SetTestFile(kServerConfig, always);
+        EXPECT_TRUE(GetUserConfigInfo());
+        EXPECT_TRUE(ModemDialsAlways()) << always;
+    }
+    for (const char *const other : {"modem=never\n", "#modem=always\n", "modem=always2\n", "port=0\n"}) {
+        SetTestFile(kServerConfig, other);
+        EXPECT_TRUE(GetUserConfigInfo());
+        EXPECT_FALSE(ModemDialsAlways()) << other;
+    }
 }
 
 TEST(ServerConfig, IsCreatedWhereItIsMissing)
@@ -241,6 +252,7 @@ TEST(ServerConfig, PortIsReplacedForTheNextStart)
         {"port=0\n", "port=12345\n"},
         {"a=1\nport=20000\nb=2", "a=1\nport=12345\nb=2"},
         {"port=1\nport=2\n", "port=12345\nport=12345\n"},
+        {"modem=always\nport=0\nmodem=always", "modem=always\nport=12345\nmodem=always"},
         {"a=1\n port=0\n", "a=1\n port=0\n"}, // no such line: unchanged
         {"port=" + longTail + "\nb=2\n", "port=12345\nb=2\n"},
         {std::string(255, 'x') + "port=1\n", std::string(255, 'x') + "port=1\n"}, // not at a line's start

@@ -370,6 +370,7 @@ TEST(ThirdGeneration, DialsWithPauses)
     };
     DialPlan plan;
     const DialPlan::Time start = std::chrono::steady_clock::now();
+    plan.Next(idle, start - 10s); // the cable is out
     for (const Row &row : rows) {
         EXPECT_EQ(plan.Next(row.facts, start + std::chrono::seconds(row.at)), row.expected) << row.at;
         EXPECT_EQ(plan.TakeFailure(), row.failure) << row.at;
@@ -383,4 +384,58 @@ TEST(ThirdGeneration, DialsWithPauses)
     }
     plan.Next(up, now);
     EXPECT_EQ(plan.Next(ready, now + 10s), kDial) << "a link that was up counts as a success";
+}
+
+TEST(ThirdGeneration, DialsForAsLongAsTheCableIsOut)
+{
+    using enum DialAction;
+    const DialFacts in{.carrier = true, .ready = true};
+    const DialFacts out{.ready = true};
+    const DialFacts outDials{.ready = true, .pppdRuns = true};
+    const DialFacts outUp{.ready = true, .linkThere = true};
+    const DialFacts inDials{.carrier = true, .ready = true, .pppdRuns = true};
+    const DialFacts inUp{.carrier = true, .ready = true, .linkThere = true};
+    struct Row {
+        int at; // seconds
+        DialFacts facts;
+        DialAction expected;
+    };
+    const Row rows[] = {
+        {0, in, kNone},
+        {100, in, kNone},
+        {101, out, kNone},
+        {110, out, kNone},
+        {110, in, kNone}, // the ten seconds begin again
+        {111, out, kNone},
+        {120, out, kNone},
+        {121, out, kDial},
+        {122, outDials, kNone},
+        {123, inDials, kHangUp}, // before it has a link
+        {124, inDials, kNone},
+        {132, inDials, kNone},
+        {133, inDials, kHangUp}, // it has not ended
+        {134, {.carrier = true, .ready = true, .ended = Exited(5)}, kNone},
+        {150, inDials, kNone}, // somebody else's now
+        {151, inUp, kNone},
+        {200, out, kNone},
+        {210, out, kDial},
+        {211, {.ready = true, .pppdRuns = true, .ended = 0}, kNone}, // in the background
+        {212, outUp, kNone},
+        {300, inUp, kHangUp}, // at once, and once
+        {301, inUp, kNone},
+        {302, in, kNone},
+        {303, out, kNone},
+        {313, out, kDial}, // no pause has grown
+        {314, {.ready = true, .ended = Exited(1)}, kNone},
+        {315, in, kNone}, // nothing is left to end
+    };
+    DialPlan plan;
+    const DialPlan::Time start = std::chrono::steady_clock::now();
+    for (const Row &row : rows)
+        EXPECT_EQ(plan.Next(row.facts, start + std::chrono::seconds(row.at)), row.expected) << row.at;
+
+    DialPlan always;
+    EXPECT_EQ(always.Next({.always = true, .carrier = true, .ready = true}, start), kDial);
+    EXPECT_EQ(always.Next({.always = true, .carrier = true, .ready = true, .linkThere = true}, start + 1s),
+              kNone);
 }

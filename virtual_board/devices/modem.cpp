@@ -181,13 +181,15 @@ ModemNetwork Modem::Found() const
     return PoweredFor(kSearch) ? view_.network : ModemNetwork::kSearching;
 }
 
-std::string Modem::AboutNetwork() const
+std::string Modem::AboutNetwork(bool packet) const
 {
     switch (Found()) {
     case ModemNetwork::kSearching:
         return "2";
     case ModemNetwork::kDenied:
         return "3";
+    case ModemNetwork::kDataOnly:
+        return packet ? "1,\"00C3\",\"01A2B3C4\",2,\"00\"" : "3";
     case ModemNetwork::kHome:
         return "1,\"00C3\",\"01A2B3C4\",2";
     case ModemNetwork::kRoaming:
@@ -199,7 +201,7 @@ std::string Modem::AboutNetwork() const
 void Modem::Announce()
 {
     if (announces_ && view_.sim == ModemSim::kReady)
-        Put("\r\n+CREG: " + AboutNetwork() + "\r\n");
+        Put("\r\n+CREG: " + AboutNetwork(false) + "\r\n\r\n+CGREG: " + AboutNetwork(true) + "\r\n");
 }
 
 std::string Modem::Failure(int code, const std::string &words) const
@@ -257,6 +259,8 @@ bool Modem::TakeSetting(const std::string &command)
         headers_ = true;
     else if (command.starts_with("AT+CREG=") && command.size() == 9)
         announces_ = command[8] != '0';
+    else if (command.starts_with("AT+CGREG=") && command.size() == 10)
+        return true; // it goes along with +CREG
     else if (command == "AT+CSCS=\"GSM\"")
         ucs2_ = false;
     else if (command == "AT+CSCS=\"UCS2\"" && knowsUcs2_)
@@ -285,9 +289,13 @@ std::string Modem::Answer(const std::string &command)
     if (view_.sim != ModemSim::kReady)
         return view_.sim == ModemSim::kNone ? Failure(10, "SIM not inserted")
                                             : Failure(11, "SIM PIN required");
-    const bool registered = Found() == ModemNetwork::kHome || Found() == ModemNetwork::kRoaming;
+    const bool registered = Found() != ModemNetwork::kSearching && Found() != ModemNetwork::kDenied;
     if (command == "AT+CREG?")
-        return said(fmt::format("+CREG: {},{}", announces_ ? 2 : 0, AboutNetwork()));
+        return said(fmt::format("+CREG: {},{}", announces_ ? 2 : 0, AboutNetwork(false)));
+    if (command == "AT+CGREG?")
+        return said(fmt::format("+CGREG: {},{}", announces_ ? 2 : 0, AboutNetwork(true)));
+    if (command == "AT+COPS?" && refusesOperator_)
+        return Failure(30, "no network service");
     if (command == "AT+COPS?")
         return said(registered ? "+COPS: 0,0,\"Example, Net\",2" : "+COPS: 0");
     if (command == "AT+CGATT?")
@@ -322,6 +330,12 @@ void Modem::SetNetwork(ModemNetwork network)
     const std::lock_guard guard(watcher_.Lock());
     view_.network = network;
     Announce();
+}
+
+void Modem::RefuseOperator(bool refuses)
+{
+    const std::lock_guard guard(watcher_.Lock());
+    refusesOperator_ = refuses;
 }
 
 void Modem::SetSignal(unsigned steps)

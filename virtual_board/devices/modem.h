@@ -17,7 +17,8 @@ namespace board
 {
 
 enum class ModemSim { kReady, kNone, kPin };
-enum class ModemNetwork { kSearching, kHome, kRoaming, kDenied };
+// kDataOnly: as with a SIM for data only, its home network has it for the packet service alone.
+enum class ModemNetwork { kSearching, kHome, kRoaming, kDenied, kDataOnly };
 
 struct ModemView {
     bool in = false;
@@ -43,6 +44,7 @@ public:
 
     void SetSim(ModemSim sim);
     void SetNetwork(ModemNetwork network); // tells of it unasked, where that was wanted
+    void RefuseOperator(bool refuses);     // true: the question for the operator ends in an error
     void SetSignal(unsigned steps);
     void Hang(bool hangs);                   // true: says nothing; what it is told meanwhile it answers later
     void Ignore(const std::string &command); // has no answer to this one
@@ -70,7 +72,7 @@ private:
     std::string Answer(const std::string &command);
     bool TakeSetting(const std::string &command);
     std::string AboutSim();
-    std::string AboutNetwork() const;
+    std::string AboutNetwork(bool packet) const;
     std::string ListMessages();
     std::string Encode(const std::string &text) const;
     std::string Failure(int code, const std::string &words) const;
@@ -95,6 +97,7 @@ private:
     std::chrono::steady_clock::time_point sayAfter_{};
     std::string ignored_;
     bool knowsUcs2_ = true;
+    bool refusesOperator_ = false;
     bool listsSim_ = false; // else its own memory, where nothing comes in
     bool echo_ = true, headers_ = false, ucs2_ = false, announces_ = false, announced_ = false;
     int errors_ = 0;

@@ -111,6 +111,8 @@ std::string ModemText(const ModemView &modem)
         how = "in, registered";
     else if (modem.network == ModemNetwork::kRoaming)
         how = "in, roaming";
+    else if (modem.network == ModemNetwork::kDataOnly)
+        how = "in, registered for data only";
     else
         how = modem.network == ModemNetwork::kDenied ? "in, refused by the network" : "in, searching";
     return fmt::format("{}, {} SMS", how, modem.sms);

@@ -103,6 +103,7 @@ const std::map<std::string, void (*)(VirtualBoard &)> &ModemActions()
         {"registered", [](auto &board) { board.Modem().SetNetwork(ModemNetwork::kHome); }},
         {"roaming", [](auto &board) { board.Modem().SetNetwork(ModemNetwork::kRoaming); }},
         {"denied", [](auto &board) { board.Modem().SetNetwork(ModemNetwork::kDenied); }},
+        {"data-only", [](auto &board) { board.Modem().SetNetwork(ModemNetwork::kDataOnly); }},
         {"hang", [](auto &board) { board.Modem().Hang(true); }},
         {"answer", [](auto &board) { board.Modem().Hang(false); }},
         {"no-ucs2", [](auto &board) { board.Modem().KnowUcs2(false); }},
@@ -134,7 +135,7 @@ Answer ModemDoes(VirtualBoard &board, const Words &words)
     if (action == ModemActions().end())
         return Answer::Failure(
             "modem wants in, out, sim, no-sim, pin, searching, registered, roaming, denied, "
-            "signal STEPS, sms SENDER TEXT, hang, answer, no-ucs2 or ucs2");
+            "data-only, signal STEPS, sms SENDER TEXT, hang, answer, no-ucs2 or ucs2");
     action->second(board);
     return Answer::Done("modem " + words[1]);
 }
