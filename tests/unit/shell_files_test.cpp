@@ -79,22 +79,25 @@ TEST(Shell, AChildThatIsNotWaitedForEndsWithItsOwnChildren)
     child.End(); // nothing runs
     EXPECT_FALSE(child.Ended());
     ASSERT_TRUE(child.Start("sleep 100 & echo $! > /tmp/shell_child; wait"));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto inTime = [&end] { return std::chrono::steady_clock::now() < end; };
     std::string pid;
-    while (pid.find('\n') == std::string::npos)
-        pid = ReadTestFile(file).value_or("");
+    while (pid.find('\n') == std::string::npos && inTime())
+        pid = ReadFileStart(file, 20).value_or("");
+    ASSERT_NE(pid, "");
     pid.pop_back();
     EXPECT_FALSE(child.Ended());
     child.End();
     std::optional<int> status;
-    while (!status)
+    while (!status && inTime())
         status = child.Ended();
+    ASSERT_TRUE(status);
     EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGTERM);
     EXPECT_FALSE(child.Ended()) << "once";
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     const std::string line = "/proc/" + pid + "/cmdline"; // empty for one that only waits to be reaped
-    while (!ReadTestFile(line).value_or("").empty() && std::chrono::steady_clock::now() < end) {
+    while (!ReadFileStart(line, 1).value_or("").empty() && inTime()) {
     }
-    EXPECT_EQ(ReadTestFile(line).value_or(""), "");
+    EXPECT_EQ(ReadFileStart(line, 1).value_or(""), "");
 }
 
 TEST(Files, ReplaceLeavesTheOldOrTheNewFile)
