@@ -327,6 +327,9 @@ TEST_F(ModemTrouble, OneCommandWithoutAnAnswerDelaysNoOther)
 TEST_F(ModemTrouble, AMessageThatCannotBeKeptStaysInTheModem)
 {
     options.dataMebibytes = 1;
+    // The first byte of the message still fits into the file's last page.
+    const std::string before = std::string(4094, 'x') + "\n";
+    options.files[kSms] = before;
     Boot();
     board->Run("cat /dev/zero > /home/root/plexa_data/filler");
     board->Modem().Deliver("+49151", "kept later");
@@ -335,6 +338,7 @@ TEST_F(ModemTrouble, AMessageThatCannotBeKeptStaysInTheModem)
     EXPECT_EQ(board->Modem().View().sms, 1U);
     EXPECT_EQ(board->Run("rm /home/root/plexa_data/filler").status, 0);
     EXPECT_TRUE(WaitForSms("kept later"));
+    EXPECT_TRUE(board->Root().Read(kSms).starts_with(before + "{\"sender\":\"+49151\"")) << "no half message";
     EXPECT_TRUE(board->WaitFor([&] { return board->Modem().View().sms == 0; }));
 }
 

@@ -384,6 +384,8 @@ TEST(ThirdGeneration, DialsWithPauses)
     }
     plan.Next(up, now);
     EXPECT_EQ(plan.Next(ready, now + 10s), kDial) << "a link that was up counts as a success";
+    plan.Next(ended(Exited(1)), now + 11s);
+    EXPECT_EQ(plan.Next(ready, now + 21s), kDial) << "and the pauses begin anew";
 }
 
 TEST(ThirdGeneration, DialsForAsLongAsTheCableIsOut)
