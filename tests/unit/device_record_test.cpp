@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mount.h>
+
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 
@@ -265,4 +267,12 @@ TEST(ServerConfig, PortIsReplacedForTheNextStart)
     RemoveTestFile(kServerConfig);
     WriteCustomPortToFile(12345);
     EXPECT_EQ(ReadTestFile(kServerConfig), std::nullopt);
+
+    // A full disk keeps the old file.
+    const char *const folder = "/home/root/plexa_data";
+    ASSERT_EQ(mount("none", folder, "tmpfs", 0, "size=4k"), 0);
+    WriteTestFile(kServerConfig, "port=10000\n");
+    WriteCustomPortToFile(12345);
+    EXPECT_EQ(ReadTestFile(kServerConfig), "port=10000\n");
+    umount(folder);
 }
