@@ -225,8 +225,8 @@ int SetClock(const Request &request)
         if (time.empty())
             return;
         const std::string command = "date -s \"" + time + "\"; hwclock -w;";
-        std::printf("system(%s).\n", command.c_str());
         RunShell(command);
+        std::printf("system(%s).\n", command.c_str());
     };
     Acknowledge(request);
     request.answer.after = [](std::size_t) { ReloadRebootPloy(); };

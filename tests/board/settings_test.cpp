@@ -253,9 +253,20 @@ TEST_F(SettingsTest, NameIdentityClockAndPlayerModes)
     const Peer port = Port();
     EXPECT_TRUE(port.Send(Command(kSettingName, "north gate") + Command(kSettingIdentity) +
                           Command(kSettingIdentity, "K3-7654321098")));
+    EXPECT_EQ(board
+                  ->Run("touch /home/root/hold; p=$(command -v hwclock); mv $p /home/root/hwclock; printf '"
+                        "#!/usr/bin/busybox sh\\nwhile [ -e /home/root/hold ]; do "
+                        "/usr/bin/busybox usleep 20000; done\\nexec /home/root/hwclock \"$@\"\\n' > $p; "
+                        "chmod 755 $p")
+                  .status,
+              0);
     const std::string milliseconds = Le32(1716969600) + Le32(399); // low half, high half: in May 2024
     EXPECT_TRUE(port.Send(Command(kSettingSetClock, milliseconds)));
+    EXPECT_TRUE(board->Record().WaitForCommand("hwclock -w;"));
+    EXPECT_EQ(Count("system(date"), 0U) << "printed when the command has ended";
+    board->Run("rm /home/root/hold");
     EXPECT_EQ(port.Take(6), Acknowledged(kSettingSetClock));
+    EXPECT_TRUE(board->Record().WaitForLog("system(date -s \"2024-"));
     EXPECT_EQ(board->Root().Read("/usr/share/id/name"), "north gate");
     EXPECT_EQ(board->Root().Read("/usr/share/id/config"), "K3-7654321098");
     const auto calls = board->Record().StandInCalls();
@@ -343,6 +354,41 @@ TEST_F(SettingsTest, ThePlayerChangesSettings)
     EXPECT_TRUE(port.Send(Command(kSettingTakePlayerCopy)));
     Settle(port);
     EXPECT_EQ(board->Root().Read(kWorking), SettingFile(players));
+}
+
+TEST_F(SettingsTest, ARequestOfLength0IsObeyedOnce)
+{
+    options.player = false;
+    BootAndForget();
+    Pairs players = Panel();
+    players[6].second = 0; // as in the boot copy
+    board->Root().Write("/home/root/setting.ss", SettingFile(players));
+    const auto player = [&] {
+        Peer peer = Peer::Connect(board->Network().BoardAddress(), 8870);
+        EXPECT_TRUE(peer.Send(Le32(8) + Le32(3)));
+        EXPECT_EQ(peer.Take(4), Le32(8));
+        return peer;
+    };
+    const Peer odd = player();
+    EXPECT_TRUE(odd.Send(Le32(0) + Le32(3) + Le32(6)));
+    EXPECT_TRUE(board->Record().WaitForLog("UpdateSettingFile::135"));
+    EXPECT_TRUE(odd.Send(Le32(12)));
+    EXPECT_TRUE(odd.Send(Le32(12)));
+    // The requests of all players are carried out in the order in which they came.
+    EXPECT_TRUE(player().Send(Le32(16) + Le32(3) + Le32(11) + Le32(0)));
+    EXPECT_TRUE(board->Record().WaitForLog("scrren on"));
+    EXPECT_EQ(Count("UpdateSettingFile::135"), 1U);
+}
+
+TEST_F(SettingsTest, ThePlayersRebootWritesOutFirst)
+{
+    BootAndForget();
+    EXPECT_TRUE(board->Player().Send(13));
+    EXPECT_TRUE(board->Record().WaitForCommand("reboot"));
+    const std::vector<std::string> commands = board->Record().Commands();
+    ASSERT_GE(commands.size(), 2U);
+    EXPECT_EQ((std::vector<std::string>{commands[0], commands[1]}),
+              (std::vector<std::string>{"sync", "reboot"}));
 }
 
 TEST_F(SettingsTest, SessionsCarryTheSamePackets)

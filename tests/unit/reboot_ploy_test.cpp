@@ -112,6 +112,7 @@ TEST(RebootPloy, AFullTickTableLosesNoReboot)
     RemoveFromTick(other);
     CallTickFunctions();
     EXPECT_EQ(SlotsInTick(RebootTimer), 1);
+    RemoveFromTick(other); // room for a second one
     ReloadRebootPloy();
     EXPECT_EQ(SlotsInTick(RebootTimer), 1) << "once";
 
