@@ -51,7 +51,7 @@ void HandleMessage(std::uint32_t code)
         s_requests->UpdateSettingFile();
         break;
     case wire::SS_CMD_REBOOT:
-        Reboot();
+        s_requests->RebootBoard();
         break;
     default:
         break;

@@ -17,8 +17,9 @@ void SmartSettingFlag(bool on);
 void NetworkError();
 void PaintSlantLine(bool on);
 
-// What the player may ask of the screen settings (codes 4, 5, 6 and 11). The settings room implements it and
-// start-up registers it. Main thread.
+// What the player may ask for that has to do with the screen settings (codes 4, 5, 6 and 11), and the reboot
+// (13), which must not overtake them. The settings room implements it and start-up registers it. Main thread;
+// the implementation returns at once and carries the requests out in order on another thread.
 class PlayerRequests
 {
 public:
@@ -26,6 +27,7 @@ public:
     virtual void ChangeBrightness(std::uint32_t value) = 0; // percent
     virtual void UpdateSettingFile() = 0;              // the player's settings file may have something new
     virtual void ScreenOnOff(std::uint32_t value) = 0; // 0 on, anything else off
+    virtual void RebootBoard() = 0;                    // as Reboot
 
 protected:
     ~PlayerRequests() = default;

@@ -10,6 +10,7 @@
 #include "state/device_info.h"
 #include "state/device_record.h"
 #include "state/services.h"
+#include "state/tick.h"
 
 #include <cstdio>
 
@@ -48,9 +49,11 @@ bool PlayerCopyIsBooted()
     return player && boot && AreEqual(player.get(), boot.get());
 }
 
-// Its client shows settings that are no longer in use.
+// Tick function: sessions are closed on the main thread only. The client would go on showing settings that
+// are no longer in use.
 void CloseSettingSession()
 {
+    RemoveFromTick(CloseSettingSession);
     switch (DropSession(wire::kSessionSettings)) {
     case FoundSession::kEmptyNode:
         Diag(kUnit, "UpdateSettingFile", 166, "error");
@@ -63,26 +66,16 @@ void CloseSettingSession()
     }
 }
 
-} // namespace
-
-void SettingRequests::ChangeScreenSize(std::uint32_t value)
+void SetScreenSize(std::uint32_t value)
 {
-    if (g_serial == nullptr)
-        return;
     std::printf("[---g_serial change screen size: %d.---]\n", static_cast<int>(value));
     g_serial->WriteSerial(wire::kIdScreenSize, value);
 }
 
-void SettingRequests::ChangeBrightness(std::uint32_t value)
-{
-    if (g_serial != nullptr)
-        g_serial->WriteSerial(wire::kIdMaxLuminance, value);
-}
-
-void SettingRequests::UpdateSettingFile()
+void TakeNewSettings()
 {
     if (PlayerCopyIsBooted()) {
-        Diag(kUnit, __func__, 135, "setting.ss file not has been to update.");
+        Diag(kUnit, "UpdateSettingFile", 135, "setting.ss file not has been to update.");
         return;
     }
     std::printf("cp /home/root/setting.ss /home/root/plexa_data/setting.ss; "
@@ -93,15 +86,44 @@ void SettingRequests::UpdateSettingFile()
     getScreenSize(&width, &height);
     g_device.setScreenSize(width, height);
     g_serial->WriteSettingToSerial();
-    CloseSettingSession();
+    InsertToTickOrWait(CloseSettingSession);
 }
 
-void SettingRequests::ScreenOnOff(std::uint32_t value)
+void SwitchScreen(std::uint32_t value)
 {
     constexpr unsigned kScreenState = 2;
     // QUIRK screen-inverted: the player sends 1 for off, the FPGA takes 1 for on; the same sense would be
     // expected.
     const bool off = value != 0;
-    Diag(kUnit, __func__, off ? 318 : 315, off ? "scrren off" : "scrren on");
+    Diag(kUnit, "ScreenOnOff", off ? 318 : 315, off ? "scrren off" : "scrren on");
     g_serial->WriteFPGAState(kScreenState, off ? 0 : 1);
+}
+
+} // namespace
+
+void SettingRequests::ChangeScreenSize(std::uint32_t value)
+{
+    if (g_serial != nullptr)
+        queue_.Put(wire::SS_CMD_SCREEN_SIZE, [value] { SetScreenSize(value); });
+}
+
+void SettingRequests::ChangeBrightness(std::uint32_t value)
+{
+    if (g_serial != nullptr)
+        queue_.Put(wire::SS_CMD_BRIGHTNESS, [value] { g_serial->WriteSerial(wire::kIdMaxLuminance, value); });
+}
+
+void SettingRequests::UpdateSettingFile()
+{
+    queue_.Put(wire::SS_CMD_UPDATE_SETTING_FILE, TakeNewSettings);
+}
+
+void SettingRequests::ScreenOnOff(std::uint32_t value)
+{
+    queue_.Put(wire::SS_CMD_SCREEN_ON_OFF, [value] { SwitchScreen(value); });
+}
+
+void SettingRequests::RebootBoard()
+{
+    queue_.Put(wire::SS_CMD_REBOOT, Reboot);
 }
