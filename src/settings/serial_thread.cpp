@@ -59,6 +59,7 @@ bool KSerialThread::StartLine()
     const SettingLock lock;
     if (!parts_.fpga.Open(lock, serialName_.c_str()))
         return false;
+    RestoreLuminanceFile(lock);
     parts_.parameters.LoadCaches(lock);
     parts_.parameters.SendAll(lock);
     return true;

@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <string>
 
@@ -27,12 +29,6 @@ bool Exists(const char *path)
     return access(path, F_OK) == 0;
 }
 
-// False if a write failed, also an earlier one.
-bool Flush(std::FILE *file)
-{
-    return std::fflush(file) == 0 && std::ferror(file) == 0;
-}
-
 const char *LuminancePath()
 {
     const bool usb = Exists(paths::kUsbLuminanceFile);
@@ -40,16 +36,50 @@ const char *LuminancePath()
     return usb ? paths::kUsbLuminanceFile : paths::kLuminanceFile;
 }
 
+// The content beside the luminance file while "cp" overwrites that one in place.
+std::string SafeCopyPath()
+{
+    return std::string(paths::kLuminanceFile) + ".copy";
+}
+
+bool PutSafeCopyInPlace()
+{
+    return std::rename(SafeCopyPath().c_str(), paths::kLuminanceFile) == 0 && SyncFile(paths::kLuminanceFile);
+}
+
+bool CopyWhole(const char *from, const std::string &to)
+{
+    const FilePointer source = OpenFile(from, "rb");
+    FileReplacement copy(to);
+    if (!source || copy.Stream() == nullptr)
+        return false;
+    std::array<char, 4096> block;
+    while (const std::size_t count = std::fread(block.data(), 1, block.size(), source.get())) {
+        if (std::fwrite(block.data(), 1, count, copy.Stream()) != count)
+            return false;
+    }
+    return std::ferror(source.get()) == 0 && copy.Commit();
+}
+
+void CopyFromUsb()
+{
+    const std::string command = std::string("cp ") + paths::kUsbLuminanceFile + " " + paths::kLuminanceFile;
+    const bool safe = CopyWhole(paths::kUsbLuminanceFile, SafeCopyPath());
+    bool copied = RunShell(command) == 0 && SyncFile(paths::kLuminanceFile);
+    if (safe && copied)
+        unlink(SafeCopyPath().c_str());
+    else if (safe)
+        copied = PutSafeCopyInPlace();
+    std::printf("buff: %s\n", command.c_str());
+    if (!copied)
+        Diag(kUnit, "DisposePacket", __LINE__, "the luminance file was not copied from the USB disk.");
+}
+
 void LuminanceStored(SettingAnswer *answer)
 {
     std::printf("g_luminance_flush_flag: %d\n", g_luminance_flush_flag);
-    if (g_luminance_flush_flag == 0) {
-        const std::string command =
-            std::string("cp ") + paths::kUsbLuminanceFile + " " + paths::kLuminanceFile;
-        RunShell(command);
-        SyncFile(paths::kLuminanceFile);
-        std::printf("buff: %s\n", command.c_str());
-    }
+    if (g_luminance_flush_flag == 0)
+        CopyFromUsb();
     RunShell("sync");
     answer->before = [] { SendCodeToPlexa(wire::SS_CMD_LUMINANCE_FILE); };
 }
@@ -88,7 +118,7 @@ int SettingTransfer::Receive(const SettingLock &, SettingClient client, wire::By
     case wire::kChunkData:
         return ReceiveChunk(client, argument.subspan(1));
     case wire::kChunkEnd:
-        return ReceiveEnd(answer);
+        return ReceiveEnd(client, answer);
     default:
         std::printf("%d.\n", kind_.commandLine);
         return 0;
@@ -97,32 +127,38 @@ int SettingTransfer::Receive(const SettingLock &, SettingClient client, wire::By
 
 int SettingTransfer::ReceiveChunk(SettingClient client, wire::Bytes chunk)
 {
-    if (failed_)
+    if (HasFailed(client)) {
+        // Nothing is stored, but a file that still cannot be opened says so again.
+        if (!file_.IsOpen() && Begin(client))
+            Forget();
         return 0;
-    if (!file_) {
-        client_ = client;
-        file_ = OpenFile(kind_.choosePath(), "wb");
-        if (!file_) {
-            std::printf("%d.\n", kind_.openLine);
-            failed_ = true;
-            return 0;
-        }
     }
-    std::fwrite(chunk.data(), 1, chunk.size(), file_.get());
-    if (Flush(file_.get()))
+    if (!file_.IsOpen() && !Begin(client)) {
+        failed_.push_back(client);
+        return 0;
+    }
+    if (file_.Append(chunk))
         return 1;
     DiagErrno(kUnit, "DisposePacket", __LINE__, "write of command %d: ", static_cast<int>(kind_.code));
-    file_.reset();
-    failed_ = true;
+    failed_.push_back(client);
+    if (client_ != client)
+        failed_.push_back(client_);
+    Forget();
     return 0;
 }
 
-int SettingTransfer::ReceiveEnd(SettingAnswer *answer)
+int SettingTransfer::ReceiveEnd(SettingClient client, SettingAnswer *answer)
 {
-    const bool stored = file_ && Flush(file_.get()) && fsync(fileno(file_.get())) == 0;
-    if (file_ && !stored)
-        DiagErrno(kUnit, "DisposePacket", __LINE__, "write of command %d: ", static_cast<int>(kind_.code));
-    Forget();
+    bool stored = false;
+    if (HasFailed(client)) {
+        std::erase(failed_, client);
+    } else if (file_.IsOpen()) {
+        stored = file_.Commit();
+        if (!stored)
+            DiagErrno(kUnit, "DisposePacket", __LINE__,
+                      "write of command %d: ", static_cast<int>(kind_.code));
+        Forget();
+    }
     if (stored)
         kind_.stored(answer);
     const wire::ChunkResult result{.command = MakeSettingCommand(kind_.code, sizeof(wire::ChunkResult)),
@@ -131,17 +167,38 @@ int SettingTransfer::ReceiveEnd(SettingAnswer *answer)
     return 1;
 }
 
+bool SettingTransfer::Begin(SettingClient client)
+{
+    if (!file_.Open(kind_.choosePath())) {
+        std::printf("%d.\n", kind_.openLine);
+        return false;
+    }
+    client_ = client;
+    return true;
+}
+
+bool SettingTransfer::HasFailed(SettingClient client) const
+{
+    return std::ranges::find(failed_, client) != failed_.end();
+}
+
 void SettingTransfer::Abandon(const SettingLock &, SettingClient client)
 {
+    std::erase(failed_, client);
     if (client_ == client)
         Forget();
 }
 
 void SettingTransfer::Forget()
 {
-    file_.reset();
+    file_.Drop();
     client_ = nullptr;
-    failed_ = false;
+}
+
+void RestoreLuminanceFile(const SettingLock &)
+{
+    if (Exists(SafeCopyPath().c_str()) && !PutSafeCopyInPlace())
+        DiagErrno(kUnit, "Init", __LINE__, "restore luminance_file: ");
 }
 
 void AnswerLuminanceFile(const SettingLock &, SettingAnswer *answer)

@@ -4,9 +4,11 @@
 // in all of it.
 #pragma once
 
-#include "base/files.h"
 #include "records/setting_records.h"
 #include "settings/setting_lock.h"
+#include "settings/transfer_file.h"
+
+#include <vector>
 
 struct SettingAnswer;
 
@@ -24,7 +26,8 @@ struct SettingTransferKind {
 extern const SettingTransferKind kLuminanceTransfer;
 extern const SettingTransferKind kBootScreenTransfer;
 
-// One file on its way. Clients share it: a chunk of any client is appended.
+// One file on its way. Clients share it: a chunk of any client is appended. The old file stays until the end
+// of the transfer puts the new one in its place (transfer_file.h).
 class SettingTransfer
 {
 public:
@@ -32,7 +35,7 @@ public:
 
     // Handles one packet: a sub-command (wire::ChunkCommand), then the chunk. 1 to go on, 0 to end the
     // connection: an unknown sub-command, or a chunk that could not be stored (logged). After such a chunk
-    // nothing more is stored until the end of the transfer, whose answer says that it failed.
+    // nothing more of that client is stored until its end of the transfer, which answers that it failed.
     int Receive(const SettingLock &lock, SettingClient client, wire::Bytes argument, SettingAnswer *answer);
 
     // The client has left. The transfer that it began is forgotten, so that nobody else continues or ends it.
@@ -40,14 +43,19 @@ public:
 
 private:
     int ReceiveChunk(SettingClient client, wire::Bytes chunk);
-    int ReceiveEnd(SettingAnswer *answer);
+    int ReceiveEnd(SettingClient client, SettingAnswer *answer);
+    bool Begin(SettingClient client);
+    bool HasFailed(SettingClient client) const;
     void Forget();
 
     const SettingTransferKind &kind_;
-    FilePointer file_;
-    SettingClient client_ = nullptr; // who began it
-    bool failed_ = false;
+    TransferFile file_;
+    SettingClient client_ = nullptr;    // who began it
+    std::vector<SettingClient> failed_; // who lost a chunk of theirs and has not ended the transfer yet
 };
+
+// After a power cut while the luminance file was copied from the USB disk: puts the whole copy in its place.
+void RestoreLuminanceFile(const SettingLock &lock);
 
 // Answers with the size of the luminance file and the file itself.
 void AnswerLuminanceFile(const SettingLock &lock, SettingAnswer *answer);

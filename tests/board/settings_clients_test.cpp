@@ -4,7 +4,9 @@
 #include "common/unique_fd.h"
 #include "player_codes.h"
 #include "settings_peer.h"
+#include "udp_peer.h"
 
+#include <algorithm>
 #include <atomic>
 #include <fstream>
 #include <thread>
@@ -16,6 +18,39 @@ namespace
 
 class SettingClients : public SettingsTest
 {
+protected:
+    static constexpr const char *kLuminance = "/home/root/plexa_data/luminance_file";
+    static constexpr const char *kPicture = "/boot/disp.bin";
+
+    static std::string Chunk(std::uint32_t code, const std::string &bytes)
+    {
+        return Command(code, std::string(1, '\0') + bytes);
+    }
+    static std::string EndOf(std::uint32_t code) { return Command(code, "\1"); }
+    static std::string Chunks(std::size_t size, char letter)
+    {
+        std::string chunks;
+        for (std::size_t done = 0; done < size; done += 249)
+            chunks += Chunk(14, std::string(std::min<std::size_t>(249, size - done), letter));
+        return chunks;
+    }
+    static std::string Result(std::uint32_t code, std::uint32_t status)
+    {
+        return std::string("\11\0", 2) + Le32(code) + Le32(status);
+    }
+    void FillDisk() { board->Run("dd if=/dev/zero of=/home/root/plexa_data/fill bs=4096"); }
+    void EmptyDisk() { board->Run("rm /home/root/plexa_data/fill"); }
+    // From now on this command of the board does not end before Release().
+    void Hold(const std::string &command)
+    {
+        EXPECT_EQ(board
+                      ->Run("touch /home/root/hold; p=$(command -v " + command + "); rm $p; printf '" +
+                            "#!/usr/bin/busybox sh\\nwhile [ -e /home/root/hold ]; do " +
+                            "/usr/bin/busybox usleep 20000; done\\n' > $p; chmod 755 $p")
+                      .status,
+                  0);
+    }
+    void Release() { board->Run("rm /home/root/hold"); }
 };
 
 } // namespace
@@ -112,7 +147,14 @@ TEST_F(SettingClients, StreamsReachSlowReadersWhole)
     const int room = 4096;
     setsockopt(slow.Get(), SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
     EXPECT_TRUE(slow.Send(Command(kSettingReadLuminance)));
-    const std::string taken = slow.Take(4 + file.size());
+    // More than the five seconds that a peer may take without a byte, while the buffers on the
+    // way are full.
+    std::string taken;
+    for (int part = 0; part < 4; ++part) {
+        taken += slow.Take(500'000);
+        std::this_thread::sleep_for(1500ms);
+    }
+    taken += slow.Take(4 + file.size() - taken.size());
     EXPECT_TRUE(taken == Le32(9'000'000) + file);
     End(slow);
 
@@ -187,6 +229,119 @@ TEST_F(SettingClients, FullDiskIsReportedToTheSender)
     EXPECT_TRUE(session.Send(Framed(Chunk(kSettingLuminanceFile, kChunkEnd))));
     EXPECT_EQ(session.Take(10).substr(6), Le32(kNotStored));
     EXPECT_EQ(board->Root().Read("/home/root/plexa_data/luminance_file").size(), 249U);
+}
+
+TEST_F(SettingClients, AFailedTransferIsThatOfItsClient)
+{
+    options.dataMebibytes = 1;
+    Boot();
+    FillDisk();
+    const Peer session = Session();
+    for (int count = 0; count < 64; ++count)
+        EXPECT_TRUE(session.Send(Framed(Chunk(14, std::string(249, 'x')))));
+    EXPECT_TRUE(board->Record().WaitForLog("write of command 14:  No space left on device"));
+    EmptyDisk();
+    const Peer port = Port();
+    EXPECT_TRUE(port.Send(Chunk(14, "of another") + EndOf(14)));
+    EXPECT_EQ(port.Take(10), Result(14, 1));
+    EXPECT_TRUE(session.Send(Framed(Chunk(14, "with a hole")) + Framed(EndOf(14))));
+    EXPECT_EQ(session.Take(10), Result(14, 0)) << "there is room again, but a chunk is missing";
+    EXPECT_EQ(board->Root().Read(kLuminance), "of another");
+    EXPECT_TRUE(session.Send(Framed(Chunk(14, "whole")) + Framed(EndOf(14))));
+    EXPECT_EQ(session.Take(10), Result(14, 1));
+    EXPECT_EQ(board->Root().Read(kLuminance), "whole");
+
+    // A file that cannot be opened says so at every chunk.
+    board->Run("rm -r /boot/disp.bin*; mkdir /boot/disp.bin.new");
+    EXPECT_TRUE(session.Send(Framed(Chunk(17, "1")) + Framed(Chunk(17, "2")) + Framed(EndOf(17))));
+    EXPECT_EQ(session.Take(10), Result(17, 0));
+    EXPECT_TRUE(board->Record().WaitForLog("1577.", 2));
+}
+
+TEST_F(SettingClients, ABrokenTransferKeepsTheOldFile)
+{
+    options.dataMebibytes = 1;
+    Boot();
+    board->Root().Write(kLuminance, "old luminance");
+    board->Root().Write(kPicture, "old picture");
+    {
+        const Peer port = Port();
+        EXPECT_TRUE(port.Send(Chunk(14, "half") + Chunk(17, "half") + Command(24)));
+        EXPECT_EQ(port.Take(4 + 13), Le32(13) + "old luminance");
+    }
+    EXPECT_TRUE(board->Record().WaitForLog("wait accept one client.", 2));
+    {
+        const Peer session = Session();
+        EXPECT_TRUE(session.Send(Framed(Chunk(14, "half")) + Framed(Command(24))));
+        EXPECT_EQ(session.Take(4 + 13), Le32(13) + "old luminance");
+    }
+    EXPECT_TRUE(board->Record().WaitForLog("[---src/serial_thread::LogOut::2072---] "));
+    const Peer port = Port();
+    EXPECT_TRUE(port.Send(EndOf(14) + EndOf(17)));
+    EXPECT_EQ(port.Take(20), Result(14, 0) + Result(17, 0)) << "each went with its client";
+    FillDisk();
+    EXPECT_TRUE(port.Send(Chunks(16'000, 'x')));
+    EXPECT_TRUE(board->Record().WaitForLog("write of command 14:  No space left on device"));
+    EXPECT_TRUE(board->Record().WaitForLog("wait accept one client.", 3));
+    EXPECT_EQ(board->Root().Read(kLuminance), "old luminance");
+    EXPECT_EQ(board->Root().Read(kPicture), "old picture");
+    EmptyDisk();
+
+    // The disk holds one of them, not both.
+    const Peer other = Port();
+    EXPECT_TRUE(other.Send(Chunks(600'000, 'a') + EndOf(14)));
+    EXPECT_EQ(other.Take(10), Result(14, 1));
+    EXPECT_TRUE(other.Send(Chunks(600'000, 'b') + EndOf(14)));
+    EXPECT_EQ(other.Take(10), Result(14, 1));
+    EXPECT_TRUE(board->Root().Read(kLuminance) == std::string(600'000, 'b'));
+    EXPECT_EQ(board->Run("ls /home/root/plexa_data /boot | grep -e '[.]new' -e '[.]copy'").output, "");
+}
+
+TEST_F(SettingClients, ACutCopyFromTheUsbDiskIsMadeGoodAtTheNextStart)
+{
+    options.startDaemon = false;
+    Boot();
+    board->Root().Write(kLuminance, "half");
+    board->Root().Write(std::string(kLuminance) + ".copy", "the whole file");
+    board->Daemon().Start();
+    EXPECT_TRUE(board->Record().WaitForLog("serial_thread init success."));
+    EXPECT_EQ(board->Root().Read(kLuminance), "the whole file");
+    EXPECT_FALSE(board->Root().Exists(std::string(kLuminance) + ".copy"));
+}
+
+TEST_F(SettingClients, ThePlayerDoesNotWaitForAnothersSync)
+{
+    BootAndForget();
+    Hold("sync");
+    const Peer port = Port();
+    EXPECT_TRUE(port.Send(Command(1) + Packet(2, SettingFile(Panel())) + Command(5)));
+    EXPECT_TRUE(board->Record().WaitForCommand("sync"));
+    EXPECT_TRUE(board->Player().Send(5, 50) && board->Player().Send(11, 1) && board->Player().Send(5, 20) &&
+                board->Player().Send(13));
+    for (int search = 0; search < 2; ++search)
+        EXPECT_TRUE(UdpPeer().Ask(SearchBytes(), board->Network().BoardAddress()).has_value())
+            << "the loop goes on";
+    EXPECT_EQ(board->Fpga().Frames().size(), 0U) << "the requests wait";
+    const unsigned boots = board->Boots();
+    Release();
+    EXPECT_TRUE(board->WaitFor([&] { return board->Boots() > boots; }));
+    const Pairs frames = Frames();
+    const Pairs expected = {{254, 50}, {9, 20}, {28, 127}, {29, 127}, {30, 127}, {2, 0},
+                            {254, 20}, {9, 20}, {28, 51},  {29, 51},  {30, 51}};
+    EXPECT_NE(std::search(frames.begin(), frames.end(), expected.begin(), expected.end()), frames.end());
+}
+
+TEST_F(SettingClients, APulledCableIsNoticedOnThePort)
+{
+    Boot();
+    const Peer port = Port();
+    Settle(port);
+    // Established, port 8879, the timer of the probes runs, and the first one is due in at most 30 seconds.
+    const std::string row =
+        board->Run("grep -E '^ *[0-9]+: [0-9A-F]+:22AF [0-9A-F:]+ 01 ' /proc/net/tcp").output;
+    const std::size_t timer = row.find(" 02:");
+    ASSERT_NE(timer, std::string::npos) << row;
+    EXPECT_LE(std::stoul(row.substr(timer + 4, 8), nullptr, 16), 3000U) << row;
 }
 
 TEST_F(SettingClients, PortSessionPlayerAndSignalAtOnce)
