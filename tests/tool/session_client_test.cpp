@@ -14,6 +14,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <atomic>
+#include <optional>
 #include <thread>
 
 namespace ledboard
@@ -127,6 +129,27 @@ TEST(SessionClient, NobodyThere)
         ADD_FAILURE();
     } catch (const VerbError &error) {
         EXPECT_EQ(error.Status(), ExitStatus::kRefused);
+    }
+}
+
+// A listener that closes resets who is in its queue: that is a closed port as well.
+TEST(SessionClient, AListenerThatClosesMeanwhileRefuses)
+{
+    for (int round = 0; round < 300; ++round) {
+        std::optional<LocalSocket> board(SOCK_STREAM);
+        const Endpoint where = board->Where();
+        std::atomic<bool> started = false;
+        std::jthread closes([&] {
+            started = true;
+            board.reset();
+        });
+        while (!started) {
+        }
+        try {
+            const SessionClient session(where, "", milliseconds(300));
+        } catch (const VerbError &error) {
+            EXPECT_EQ(error.Status(), ExitStatus::kRefused) << error.what();
+        }
     }
 }
 

@@ -54,8 +54,9 @@ void SessionClient::Connect()
     int error = 0;
     socklen_t size = sizeof error;
     getsockopt(fd_.Get(), SOL_SOCKET, SO_ERROR, &error, &size);
+    const bool refused = error == ECONNREFUSED || error == ECONNRESET; // reset: the board closes its listener
     if (error != 0)
-        throw VerbError(error == ECONNREFUSED ? ExitStatus::kRefused : ExitStatus::kFailed,
+        throw VerbError(refused ? ExitStatus::kRefused : ExitStatus::kFailed,
                         SystemError(failure, error).what());
 }
 
