@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The 3G modem: from power-up to a data link and a message, and what can go wrong with it.
+#include "common/unique_fd.h"
 #include "udp_peer.h"
 
 #include <fcntl.h>
@@ -348,7 +349,7 @@ TEST_F(ModemHang, DelaysNoAnswerAndIsOpenedAgain)
     Boot();
     board->Modem().Hang(true);
     // Another program has the line: neither reads the answers of the other.
-    board::Descriptor line(open(board->Modem().SlavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const ledboard::UniqueFd line(open(board->Modem().SlavePath().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     ASSERT_EQ(flock(line.Get(), LOCK_EX), 0);
     board->Daemon().Start();
     ASSERT_TRUE(board->Record().WaitForLog("/dev/ttyUSB3: Resource temporarily unavailable."));

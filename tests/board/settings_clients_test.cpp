@@ -22,21 +22,13 @@ protected:
     static constexpr const char *kLuminance = "/home/root/plexa_data/luminance_file";
     static constexpr const char *kPicture = "/boot/disp.bin";
 
-    static std::string Chunk(std::uint32_t code, const std::string &bytes)
-    {
-        return Command(code, std::string(1, '\0') + bytes);
-    }
-    static std::string EndOf(std::uint32_t code) { return Command(code, "\1"); }
     static std::string Chunks(std::size_t size, char letter)
     {
         std::string chunks;
         for (std::size_t done = 0; done < size; done += 249)
-            chunks += Chunk(14, std::string(std::min<std::size_t>(249, size - done), letter));
+            chunks += Chunk(kSettingLuminanceFile, kChunkData,
+                            std::string(std::min<std::size_t>(249, size - done), letter));
         return chunks;
-    }
-    static std::string Result(std::uint32_t code, std::uint32_t status)
-    {
-        return std::string("\11\0", 2) + Le32(code) + Le32(status);
     }
     void FillDisk() { board->Run("dd if=/dev/zero of=/home/root/plexa_data/fill bs=4096"); }
     void EmptyDisk() { board->Run("rm /home/root/plexa_data/fill"); }
@@ -238,23 +230,29 @@ TEST_F(SettingClients, AFailedTransferIsThatOfItsClient)
     FillDisk();
     const Peer session = Session();
     for (int count = 0; count < 64; ++count)
-        EXPECT_TRUE(session.Send(Framed(Chunk(14, std::string(249, 'x')))));
+        EXPECT_TRUE(session.Send(Framed(Chunk(kSettingLuminanceFile, kChunkData, std::string(249, 'x')))));
     EXPECT_TRUE(board->Record().WaitForLog("write of command 14:  No space left on device"));
     EmptyDisk();
     const Peer port = Port();
-    EXPECT_TRUE(port.Send(Chunk(14, "of another") + EndOf(14)));
-    EXPECT_EQ(port.Take(10), Result(14, 1));
-    EXPECT_TRUE(session.Send(Framed(Chunk(14, "with a hole")) + Framed(EndOf(14))));
-    EXPECT_EQ(session.Take(10), Result(14, 0)) << "there is room again, but a chunk is missing";
+    EXPECT_TRUE(port.Send(Chunk(kSettingLuminanceFile, kChunkData, "of another") +
+                          Chunk(kSettingLuminanceFile, kChunkEnd)));
+    EXPECT_EQ(port.Take(10), TransferEnded(kSettingLuminanceFile, 1));
+    EXPECT_TRUE(session.Send(Framed(Chunk(kSettingLuminanceFile, kChunkData, "with a hole")) +
+                             Framed(Chunk(kSettingLuminanceFile, kChunkEnd))));
+    EXPECT_EQ(session.Take(10), TransferEnded(kSettingLuminanceFile, 0))
+        << "there is room again, but a chunk is missing";
     EXPECT_EQ(board->Root().Read(kLuminance), "of another");
-    EXPECT_TRUE(session.Send(Framed(Chunk(14, "whole")) + Framed(EndOf(14))));
-    EXPECT_EQ(session.Take(10), Result(14, 1));
+    EXPECT_TRUE(session.Send(Framed(Chunk(kSettingLuminanceFile, kChunkData, "whole")) +
+                             Framed(Chunk(kSettingLuminanceFile, kChunkEnd))));
+    EXPECT_EQ(session.Take(10), TransferEnded(kSettingLuminanceFile, 1));
     EXPECT_EQ(board->Root().Read(kLuminance), "whole");
 
     // A file that cannot be opened says so at every chunk.
     board->Run("rm -r /boot/disp.bin*; mkdir /boot/disp.bin.new");
-    EXPECT_TRUE(session.Send(Framed(Chunk(17, "1")) + Framed(Chunk(17, "2")) + Framed(EndOf(17))));
-    EXPECT_EQ(session.Take(10), Result(17, 0));
+    EXPECT_TRUE(session.Send(Framed(Chunk(kSettingBootScreen, kChunkData, "1")) +
+                             Framed(Chunk(kSettingBootScreen, kChunkData, "2")) +
+                             Framed(Chunk(kSettingBootScreen, kChunkEnd))));
+    EXPECT_EQ(session.Take(10), TransferEnded(kSettingBootScreen, 0));
     EXPECT_TRUE(board->Record().WaitForLog("1577.", 2));
 }
 
@@ -266,19 +264,23 @@ TEST_F(SettingClients, ABrokenTransferKeepsTheOldFile)
     board->Root().Write(kPicture, "old picture");
     {
         const Peer port = Port();
-        EXPECT_TRUE(port.Send(Chunk(14, "half") + Chunk(17, "half") + Command(24)));
+        EXPECT_TRUE(port.Send(Chunk(kSettingLuminanceFile, kChunkData, "half") +
+                              Chunk(kSettingBootScreen, kChunkData, "half") +
+                              Command(kSettingReadLuminance)));
         EXPECT_EQ(port.Take(4 + 13), Le32(13) + "old luminance");
     }
     EXPECT_TRUE(board->Record().WaitForLog("wait accept one client.", 2));
     {
         const Peer session = Session();
-        EXPECT_TRUE(session.Send(Framed(Chunk(14, "half")) + Framed(Command(24))));
+        EXPECT_TRUE(session.Send(Framed(Chunk(kSettingLuminanceFile, kChunkData, "half")) +
+                                 Framed(Command(kSettingReadLuminance))));
         EXPECT_EQ(session.Take(4 + 13), Le32(13) + "old luminance");
     }
     EXPECT_TRUE(board->Record().WaitForLog("[---src/serial_thread::LogOut::2072---] "));
     const Peer port = Port();
-    EXPECT_TRUE(port.Send(EndOf(14) + EndOf(17)));
-    EXPECT_EQ(port.Take(20), Result(14, 0) + Result(17, 0)) << "each went with its client";
+    EXPECT_TRUE(port.Send(Chunk(kSettingLuminanceFile, kChunkEnd) + Chunk(kSettingBootScreen, kChunkEnd)));
+    EXPECT_EQ(port.Take(20), TransferEnded(kSettingLuminanceFile, 0) + TransferEnded(kSettingBootScreen, 0))
+        << "each went with its client";
     FillDisk();
     EXPECT_TRUE(port.Send(Chunks(16'000, 'x')));
     EXPECT_TRUE(board->Record().WaitForLog("write of command 14:  No space left on device"));
@@ -289,10 +291,10 @@ TEST_F(SettingClients, ABrokenTransferKeepsTheOldFile)
 
     // The disk holds one of them, not both.
     const Peer other = Port();
-    EXPECT_TRUE(other.Send(Chunks(600'000, 'a') + EndOf(14)));
-    EXPECT_EQ(other.Take(10), Result(14, 1));
-    EXPECT_TRUE(other.Send(Chunks(600'000, 'b') + EndOf(14)));
-    EXPECT_EQ(other.Take(10), Result(14, 1));
+    EXPECT_TRUE(other.Send(Chunks(600'000, 'a') + Chunk(kSettingLuminanceFile, kChunkEnd)));
+    EXPECT_EQ(other.Take(10), TransferEnded(kSettingLuminanceFile, 1));
+    EXPECT_TRUE(other.Send(Chunks(600'000, 'b') + Chunk(kSettingLuminanceFile, kChunkEnd)));
+    EXPECT_EQ(other.Take(10), TransferEnded(kSettingLuminanceFile, 1));
     EXPECT_TRUE(board->Root().Read(kLuminance) == std::string(600'000, 'b'));
     EXPECT_EQ(board->Run("ls /home/root/plexa_data /boot | grep -e '[.]new' -e '[.]copy'").output, "");
 }

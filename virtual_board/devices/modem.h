@@ -41,6 +41,10 @@ public:
     void Plug(bool in);
     void PowerOn(const PowerLock &); // after every MountVolatile: it starts anew
     termios Attributes() const { return line_.Attributes(); }
+    const std::string &SlavePath() const
+    {
+        return line_.SlavePath();
+    } // the line that "/dev/ttyUSB3" leads to
 
     void SetSim(ModemSim sim);
     void SetNetwork(ModemNetwork network); // tells of it unasked, where that was wanted
